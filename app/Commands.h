@@ -1,0 +1,18 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace lumenar::app {
+
+/// Arguments after the subcommand's name.
+using Args = std::span<const std::string>;
+
+/// Prints "lumenar: <input>: <message>" to stderr and returns the failure status.
+int Fail(std::string_view input, std::string_view message);
+
+/// `lumenar info FILM`: the film's model as one JSON object.
+int InfoCommand(Args args);
+
+} // namespace lumenar::app

@@ -1,0 +1,67 @@
+#include "app/Commands.h"
+
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+namespace lumenar::app {
+
+int Fail(std::string_view input, std::string_view message)
+{
+    std::fprintf(stderr, "lumenar: %.*s: %.*s\n", static_cast<int>(input.size()), input.data(),
+                 static_cast<int>(message.size()), message.data());
+    return 2;
+}
+
+namespace {
+
+struct Command
+{
+    const char* name;
+    int (*run)(Args);
+    const char* summary;
+};
+
+constexpr Command kCommands[] = {
+    {"info", InfoCommand, "print a film file's settings, items and captions as JSON"},
+};
+
+void PrintUsage(std::FILE* out)
+{
+    std::fprintf(out, "usage: lumenar COMMAND [ARGS...]\n\ncommands:\n");
+    for (const Command& command : kCommands)
+        std::fprintf(out, "  %-10s %s\n", command.name, command.summary);
+    std::fprintf(out, "\n'lumenar COMMAND --help' describes one command.\n");
+}
+
+int Run(int argc, char** argv)
+{
+    if (argc < 2) {
+        PrintUsage(stderr);
+        return 2;
+    }
+    const std::string name = argv[1];
+    if (name == "--help" || name == "-h" || name == "help") {
+        PrintUsage(stdout);
+        return 0;
+    }
+    const std::vector<std::string> args(argv + 2, argv + argc);
+    for (const Command& command : kCommands) {
+        if (name == command.name)
+            return command.run(args);
+    }
+    return Fail(name, "unknown command (try 'lumenar --help')");
+}
+
+} // namespace
+} // namespace lumenar::app
+
+int main(int argc, char** argv)
+{
+    try {
+        return lumenar::app::Run(argc, argv);
+    } catch (const std::exception& e) {
+        return lumenar::app::Fail("internal error", e.what());
+    }
+}

@@ -1,0 +1,109 @@
+#include "platform/CodePage.h"
+
+#include <iconv.h>
+
+#include <cerrno>
+#include <string>
+
+namespace lumenar::platform {
+
+namespace {
+
+constexpr std::string_view kReplacementUtf8 = "\xEF\xBF\xBD";
+
+std::string IconvName(int codePage)
+{
+    return "CP" + std::to_string(codePage);
+}
+
+// Converts with iconv, replacing each undefined or cut sequence by U+FFFD and stepping over one
+// character (two bytes where the first is a lead byte).
+std::string Convert(std::string_view bytes, int codePage)
+{
+    iconv_t cd = iconv_open("UTF-8", IconvName(codePage).c_str());
+    if (cd == reinterpret_cast<iconv_t>(-1))
+        cd = iconv_open("UTF-8", IconvName(kDefaultCodePage).c_str());
+    if (cd == reinterpret_cast<iconv_t>(-1))
+        return std::string(bytes); // No converter at all: the bytes are the best we have.
+    std::string out;
+    out.reserve(bytes.size() * 3);
+    char buffer[1024];
+    char* in = const_cast<char*>(bytes.data());
+    std::size_t inLeft = bytes.size();
+    while (inLeft > 0) {
+        char* outPtr = buffer;
+        std::size_t outLeft = sizeof buffer;
+        const std::size_t done = iconv(cd, &in, &inLeft, &outPtr, &outLeft);
+        out.append(buffer, static_cast<std::size_t>(outPtr - buffer));
+        if (done != static_cast<std::size_t>(-1) || errno == E2BIG)
+            continue;
+        // EILSEQ or EINVAL: an undefined or incomplete character.
+        const std::size_t skip = IsLeadByte(codePage, static_cast<std::uint8_t>(*in)) && inLeft >= 2 ? 2 : 1;
+        out.append(kReplacementUtf8);
+        in += skip;
+        inLeft -= skip;
+        iconv(cd, nullptr, nullptr, nullptr, nullptr);
+    }
+    iconv_close(cd);
+    return out;
+}
+
+char32_t DecodeUtf8(std::string_view text)
+{
+    if (text.empty())
+        return 0xFFFD;
+    const auto b0 = static_cast<std::uint8_t>(text[0]);
+    auto cont = [&](std::size_t i) { return static_cast<char32_t>(static_cast<std::uint8_t>(text[i]) & 0x3F); };
+    if (b0 < 0x80)
+        return b0;
+    if ((b0 & 0xE0) == 0xC0 && text.size() >= 2)
+        return (static_cast<char32_t>(b0 & 0x1F) << 6) | cont(1);
+    if ((b0 & 0xF0) == 0xE0 && text.size() >= 3)
+        return (static_cast<char32_t>(b0 & 0x0F) << 12) | (cont(1) << 6) | cont(2);
+    if ((b0 & 0xF8) == 0xF0 && text.size() >= 4)
+        return (static_cast<char32_t>(b0 & 0x07) << 18) | (cont(1) << 12) | (cont(2) << 6) | cont(3);
+    return 0xFFFD;
+}
+
+} // namespace
+
+bool IsSupportedCodePage(int codePage)
+{
+    if (codePage == 932 || codePage == 936 || codePage == 949 || codePage == 950)
+        return true;
+    if (codePage < 1250 || codePage > 1258)
+        return false;
+    iconv_t cd = iconv_open("UTF-8", IconvName(codePage).c_str());
+    if (cd == reinterpret_cast<iconv_t>(-1))
+        return false;
+    iconv_close(cd);
+    return true;
+}
+
+bool IsLeadByte(int codePage, std::uint8_t byte)
+{
+    switch (codePage) {
+    case 932: return (byte >= 0x81 && byte <= 0x9F) || (byte >= 0xE0 && byte <= 0xFC);
+    case 936:
+    case 949:
+    case 950: return byte >= 0x81 && byte <= 0xFE;
+    default: return false;
+    }
+}
+
+std::string ToUtf8(std::string_view bytes, int codePage)
+{
+    return Convert(bytes, codePage);
+}
+
+char32_t CharacterToUnicode(std::uint16_t code, int codePage)
+{
+    char bytes[2];
+    std::size_t length = 0;
+    if (code > 0xFF)
+        bytes[length++] = static_cast<char>(code >> 8);
+    bytes[length++] = static_cast<char>(code & 0xFF);
+    return DecodeUtf8(Convert(std::string_view(bytes, length), codePage));
+}
+
+} // namespace lumenar::platform

@@ -1,0 +1,192 @@
+#include "tests/support/FilmWriter.h"
+
+#include <gsf/gsf-outfile-msole.h>
+#include <gsf/gsf-outfile.h>
+#include <gsf/gsf-output-memory.h>
+#include <gsf/gsf-utils.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <unistd.h>
+
+namespace lumenar::testing {
+
+namespace {
+
+void Check(bool ok, const char* what)
+{
+    if (!ok) {
+        std::fprintf(stderr, "film writer: %s failed\n", what);
+        std::abort();
+    }
+}
+
+void WriteChildren(GsfOutfile* parent, const std::vector<Node>& nodes)
+{
+    for (const Node& node : nodes) {
+        GsfOutput* child = gsf_outfile_new_child(parent, node.name.c_str(), node.storage ? TRUE : FALSE);
+        Check(child != nullptr, "new child");
+        if (node.storage)
+            WriteChildren(GSF_OUTFILE(child), node.children);
+        else if (!node.bytes.empty())
+            Check(gsf_output_write(child, node.bytes.size(), node.bytes.data()), "write");
+        Check(gsf_output_close(child), "close child");
+        g_object_unref(child);
+    }
+}
+
+void Put(Bytes& out, std::size_t offset, const Bytes& bytes)
+{
+    std::memcpy(out.data() + offset, bytes.data(), bytes.size());
+}
+
+void PutText(Bytes& out, std::size_t offset, std::size_t size, const std::string& text)
+{
+    std::memcpy(out.data() + offset, text.data(), std::min(size, text.size()));
+}
+
+} // namespace
+
+Bytes WriteCompoundFile(const std::vector<Node>& root)
+{
+    gsf_init();
+    GsfOutput* sink = gsf_output_memory_new();
+    GsfOutfile* outfile = gsf_outfile_msole_new(sink);
+    Check(outfile != nullptr, "compound file");
+    WriteChildren(outfile, root);
+    Check(gsf_output_close(GSF_OUTPUT(outfile)), "close file");
+    g_object_unref(outfile);
+    const guint8* data = gsf_output_memory_get_bytes(GSF_OUTPUT_MEMORY(sink));
+    Bytes bytes(data, data + gsf_output_size(sink));
+
+    g_object_unref(sink);
+    return bytes;
+}
+
+void WriteCompoundFileTo(const std::string& path, const std::vector<Node>& root)
+{
+    const Bytes bytes = WriteCompoundFile(root);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    Check(out.good(), "write file");
+}
+
+Bytes Word(std::uint32_t value)
+{
+    return {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
+            static_cast<std::uint8_t>(value >> 16), static_cast<std::uint8_t>(value >> 24)};
+}
+
+Bytes FileReference(const film::FilmFile& file)
+{
+    Bytes out(516, 0);
+    PutText(out, 0, 260, file.cstrPath);
+    PutText(out, 260, 256, file.cstrName);
+    return out;
+}
+
+Bytes ItemRecord(const film::FilmItem& item, const film::FilmFile& slotC, const film::FilmFile& slotE)
+{
+    Bytes out(3144, 0);
+    switch (item.kind) {
+    case film::kFilmItemPhoto:
+        Put(out, 0, FileReference(item.photo));
+        Put(out, 516, FileReference(item.mask));
+        break;
+    case film::kFilmItemClip:
+        Put(out, 0, FileReference(item.clipFile));
+        Put(out, 516, FileReference(item.clipPicture1));
+        Put(out, 1548, FileReference(item.clipPicture2));
+        break;
+    case film::kFilmItemPowerPoint: Put(out, 0, FileReference(item.showFile)); break;
+    default: break;
+    }
+    Put(out, 1032, FileReference(slotC));
+    Put(out, 2064, FileReference(slotE));
+    Put(out, 2580, FileReference(item.sound));
+    const std::int32_t words[] = {item.width, item.height, item.displaySeconds, item.effect, item.effectMs,
+                                  item.index, item.kind,  item.soundMode,      item.rect[0], item.rect[1],
+                                  item.rect[2], item.rect[3]};
+    for (std::size_t i = 0; i < std::size(words); ++i)
+        Put(out, 3096 + 4 * i, Word(static_cast<std::uint32_t>(words[i])));
+    return out;
+}
+
+Bytes CaptionRecord(const film::FilmText& text, std::int32_t storedOrdinal)
+{
+    Bytes out(360, 0);
+    Put(out, 0, Word(static_cast<std::uint32_t>(storedOrdinal)));
+    Put(out, 4, Word(static_cast<std::uint32_t>(text.effect)));
+    PutText(out, 8, 256, text.text);
+    std::memcpy(out.data() + 264, &text.style, sizeof text.style);
+    return out;
+}
+
+std::vector<Node> FilmNodes(const FilmDescription& film)
+{
+    std::vector<Node> root;
+    if (film.version)
+        root.push_back(Node::Stream("VERSION", Word(*film.version)));
+    if (film.music)
+        root.push_back(Node::Stream("BGMUSIC", FileReference(*film.music)));
+    if (film.loop)
+        root.push_back(Node::Stream("LOOP", Word(static_cast<std::uint32_t>(*film.loop))));
+    if (film.autoplay)
+        root.push_back(Node::Stream("AUTOPLAY", Word(static_cast<std::uint32_t>(*film.autoplay))));
+    for (std::size_t i = 0; i < film.items.size(); ++i) {
+        const ItemDescription& item = film.items[i];
+        std::vector<Node> link{Node::Stream("FILMITEM", ItemRecord(item.item))};
+        if (item.captions) {
+            std::vector<Node> texts;
+            for (std::size_t k = 0; k < item.captions->size(); ++k)
+                texts.push_back(Node::Stream("TEXT" + std::to_string(k + 1),
+                                             CaptionRecord((*item.captions)[k], static_cast<std::int32_t>(k + 7))));
+            link.push_back(Node::Storage("TEXTLIST", std::move(texts)));
+        }
+        root.push_back(Node::Storage("FILMLINK" + std::to_string(i + 1), std::move(link)));
+    }
+    for (const Node& extra : film.extraRootElements)
+        root.push_back(extra);
+    return root;
+}
+
+film::FilmItem PhotoItem(std::string photoName, std::int32_t effect, std::int32_t displaySeconds)
+{
+    film::FilmItem item;
+    item.kind = film::kFilmItemPhoto;
+    item.photo = {"", std::move(photoName)};
+    item.width = 640;
+    item.height = 480;
+    item.displaySeconds = displaySeconds;
+    item.effect = effect;
+    item.effectMs = 1500;
+    item.rect[2] = 640;
+    item.rect[3] = 480;
+    return item;
+}
+
+film::FilmText Caption(std::string text, std::int32_t effect, std::uint32_t seed)
+{
+    film::FilmText caption;
+    caption.text = std::move(text);
+    caption.effect = effect;
+    auto* bytes = reinterpret_cast<std::uint8_t*>(&caption.style);
+    for (std::size_t i = 0; i < sizeof caption.style; ++i)
+        bytes[i] = static_cast<std::uint8_t>(seed * 31 + i * 7);
+    std::memset(caption.style.font.faceName, 0, sizeof caption.style.font.faceName);
+    std::strcpy(caption.style.font.faceName, "Arial");
+    return caption;
+}
+
+std::string TempPath(const std::string& stem)
+{
+    static std::atomic<int> counter{0};
+    const char* dir = std::getenv("TMPDIR");
+    return std::string(dir != nullptr ? dir : "/tmp") + "/lumenar-test-" + std::to_string(getpid()) + "-" +
+           std::to_string(counter++) + "-" + stem;
+}
+
+} // namespace lumenar::testing
