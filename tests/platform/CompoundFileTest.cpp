@@ -1,0 +1,94 @@
+#include "platform/CompoundFile.h"
+
+#include "tests/support/FilmWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+namespace lumenar::platform {
+namespace {
+
+using testing::Bytes;
+using testing::Node;
+
+std::vector<Node> SampleTree()
+{
+    return {Node::Stream("Alpha", Bytes{1, 2, 3, 4, 5}),
+            Node::Storage("Folder", {Node::Stream("Inner", Bytes(5000, 7)), Node::Storage("Empty", {})}),
+            Node::Stream("Zero", {})};
+}
+
+TEST(CompoundFile, EnumeratesAndReadsWithCaseFreeNames)
+{
+    auto root = CompoundStorage::OpenMemory(testing::WriteCompoundFile(SampleTree()));
+    ASSERT_TRUE(root.ok()) << root.error().message;
+    auto elements = (*root)->Elements();
+    ASSERT_TRUE(elements.ok());
+    ASSERT_EQ(elements->size(), 3u);
+    int storages = 0;
+    for (const auto& element : *elements)
+        storages += element.kind == ElementKind::Storage;
+    EXPECT_EQ(storages, 1);
+
+    struct Row
+    {
+        const char* name;
+        std::size_t maxBytes;
+        std::size_t expectedSize;
+    } rows[] = {{"ALPHA", 4, 4}, {"alpha", 516, 5}, {"Zero", 4, 0}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto bytes = (*root)->ReadStream(row.name, row.maxBytes);
+        ASSERT_TRUE(bytes.ok()) << bytes.error().message;
+        EXPECT_EQ(bytes->size(), row.expectedSize);
+        if (!bytes->empty()) {
+            EXPECT_EQ((*bytes)[0], 1);
+        }
+    }
+
+    auto folder = (*root)->OpenStorage("FOLDER");
+    ASSERT_TRUE(folder.ok());
+    auto inner = (*folder)->ReadStream("inner", 6000);
+    ASSERT_TRUE(inner.ok());
+    EXPECT_EQ(*inner, Bytes(5000, 7));
+    EXPECT_TRUE((*folder)->OpenStorage("empty").ok());
+}
+
+TEST(CompoundFile, KindsAndNamesMustMatch)
+{
+    auto root = CompoundStorage::OpenMemory(testing::WriteCompoundFile(SampleTree()));
+    ASSERT_TRUE(root.ok());
+    EXPECT_EQ((*root)->OpenStorage("Alpha").error().code, base::ErrorCode::NotFound);
+    EXPECT_EQ((*root)->ReadStream("Folder", 4).error().code, base::ErrorCode::NotFound);
+    EXPECT_EQ((*root)->ReadStream("Missing", 4).error().code, base::ErrorCode::NotFound);
+    EXPECT_EQ((*root)->OpenStorage("Alph").error().code, base::ErrorCode::NotFound);
+}
+
+TEST(CompoundFile, RefusesWhatIsNotACompoundFile)
+{
+    const Bytes text = {'h', 'e', 'l', 'l', 'o'};
+    EXPECT_FALSE(CompoundStorage::Sniff(text));
+    EXPECT_EQ(CompoundStorage::OpenMemory(text).error().code, base::ErrorCode::BadData);
+    EXPECT_EQ(CompoundStorage::OpenFile("/nonexistent/film.flm").error().code, base::ErrorCode::NotFound);
+    EXPECT_TRUE(CompoundStorage::Sniff(testing::WriteCompoundFile(SampleTree())));
+}
+
+TEST(CompoundFile, FileIsHeldExclusivelyWhileOpenAndWhenKept)
+{
+    const std::string path = testing::TempPath("locked.flm");
+    testing::WriteCompoundFileTo(path, SampleTree());
+    {
+        auto first = CompoundStorage::OpenFile(path);
+        ASSERT_TRUE(first.ok()) << first.error().message;
+        EXPECT_EQ(CompoundStorage::OpenFile(path).error().code, base::ErrorCode::Io);
+    }
+    auto again = CompoundStorage::OpenFile(path);
+    ASSERT_TRUE(again.ok());
+    CompoundStorage::KeepOpenUntilExit(std::move(again).value());
+    EXPECT_FALSE(CompoundStorage::OpenFile(path).ok());
+    std::remove(path.c_str());
+}
+
+} // namespace
+} // namespace lumenar::platform
