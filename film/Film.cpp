@@ -20,7 +20,7 @@ std::string JoinFilmFile(const FilmFile& file)
 
 std::int32_t LeadingNumber(std::string_view name)
 {
-    const std::string_view base = platform::SplitPath(name).name;
+    const std::string base = platform::SplitPath(name).name;
     std::uint32_t value = 0;
     for (char c : base) {
         if (c < '0' || c > '9')

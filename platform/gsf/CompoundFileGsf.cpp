@@ -1,6 +1,7 @@
 #include "platform/CompoundFile.h"
 
 #include "base/StrCat.h"
+#include "platform/DebugTrace.h"
 
 #include <gsf/gsf-infile-msole.h>
 #include <gsf/gsf-infile.h>
@@ -35,19 +36,22 @@ struct GObjectUnref
 using GsfInputPtr = std::unique_ptr<GsfInput, GObjectUnref>;
 using GsfInfilePtr = std::unique_ptr<GsfInfile, GObjectUnref>;
 
-// GLib prints warnings about damaged containers on its own; a damaged film is reported through our
-// own results instead, so the library's chatter is dropped.
-void QuietLogHandler(const gchar*, GLogLevelFlags, const gchar*, gpointer) {}
+// libgsf reports damaged containers through GLib's log as well as through its results; the results
+// are what we act on, so the log lines go to the debug channel instead of the terminal.
+void TraceLogHandler(const gchar* domain, GLogLevelFlags, const gchar* message, gpointer)
+{
+    DebugTrace(StrCat(domain != nullptr ? domain : "glib", ": ", message != nullptr ? message : "", "\n"));
+}
 
 void InitGsfOnce()
 {
     static std::once_flag once;
     std::call_once(once, [] {
         gsf_init();
-        g_log_set_handler("libgsf:msole", static_cast<GLogLevelFlags>(G_LOG_LEVEL_MASK), QuietLogHandler, nullptr);
-        g_log_set_handler("libgsf", static_cast<GLogLevelFlags>(G_LOG_LEVEL_MASK), QuietLogHandler, nullptr);
-        g_log_set_handler("GLib-GObject", static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_CRITICAL),
-                          QuietLogHandler, nullptr);
+        const auto levels = static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_MESSAGE |
+                                                        G_LOG_LEVEL_INFO | G_LOG_LEVEL_DEBUG);
+        for (const char* domain : {static_cast<const char*>(nullptr), "libgsf", "libgsf:msole", "GLib-GObject"})
+            g_log_set_handler(domain, levels, TraceLogHandler, nullptr);
     });
 }
 
