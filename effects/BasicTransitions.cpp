@@ -1,0 +1,499 @@
+#include "effects/BasicTransitions.h"
+
+#include "effects/EffectProtocol.h"
+#include "effects/Random.h"
+#include "playback/records/DibImage.h"
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <vector>
+
+namespace lumenar::effects {
+
+namespace {
+
+// One render's geometry and pictures, checked once at the start of every render.
+struct Frame
+{
+    const std::uint8_t* source;
+    const std::uint8_t* target;
+    std::uint8_t* output;
+    std::int32_t w;
+    std::int32_t h;
+    std::int32_t n;
+    std::int32_t d;
+    std::uint16_t direction;
+    std::int32_t variant;
+
+    std::size_t RowBytes() const { return static_cast<std::size_t>(w) * 4; }
+    std::size_t Bytes() const { return RowBytes() * static_cast<std::size_t>(h); }
+    const std::uint8_t* SourceRow(std::int32_t r) const { return source + RowBytes() * static_cast<std::size_t>(r); }
+    const std::uint8_t* TargetRow(std::int32_t r) const { return target + RowBytes() * static_cast<std::size_t>(r); }
+    std::uint8_t* OutputRow(std::int32_t r) const { return output + RowBytes() * static_cast<std::size_t>(r); }
+    /// p = n × 100 / d.
+    std::int32_t Percent() const { return static_cast<std::int32_t>(static_cast<std::int64_t>(n) * 100 / d); }
+    /// t = n / d in double, rounded once to single precision.
+    double SingleT() const { return static_cast<double>(static_cast<float>(static_cast<double>(n) / d)); }
+    void CopySource() const { std::memcpy(output, source, Bytes()); }
+    void CopyTarget() const { std::memcpy(output, target, Bytes()); }
+};
+
+// Reads a render's block. Empty when nothing can be drawn: no block, missing pictures, empty or huge
+// sizes, or a progress length that is not positive. Progress beyond either end is taken as that end.
+std::optional<Frame> ReadFrame(void* params)
+{
+    const auto* block = static_cast<const EffectParams*>(params);
+    if (block == nullptr || block->source == nullptr || block->target == nullptr || block->output == nullptr)
+        return std::nullopt;
+    if (block->width <= 0 || block->height <= 0 || block->progressDen <= 0 ||
+        static_cast<std::int64_t>(block->width) * block->height > records::kMaxFramePixels)
+        return std::nullopt;
+    return Frame{block->source, block->target,  block->output,
+                 block->width,  block->height,  std::clamp(block->progressNum, 0, block->progressDen),
+                 block->progressDen, block->direction, block->variant};
+}
+
+// The stateless families render for 3 and every code above 4 and ignore everything else.
+template <void (*Render)(const Frame&)>
+std::int32_t Stateless(std::uint32_t message, void* params)
+{
+    if (!IsRenderMessage(message))
+        return 0;
+    if (const auto frame = ReadFrame(params))
+        Render(*frame);
+    return 0;
+}
+
+// Copies `count` pixels of a row; counts outside the row are cut to it.
+void CopyPixels(std::uint8_t* out, const std::uint8_t* in, std::int32_t count)
+{
+    if (count > 0)
+        std::memcpy(out, in, static_cast<std::size_t>(count) * 4);
+}
+
+void CopyRows(const Frame& f, std::int32_t outFirst, const std::uint8_t* picture, std::int32_t pictureFirst,
+              std::int32_t count)
+{
+    if (count > 0)
+        std::memcpy(f.OutputRow(outFirst), picture + f.RowBytes() * static_cast<std::size_t>(pictureFirst),
+                    f.RowBytes() * static_cast<std::size_t>(count));
+}
+
+// ---- CutAtHalf ----
+
+void RenderCutAtHalf(const Frame& f)
+{
+    if (f.n >= f.d / 2)
+        f.CopyTarget();
+    else
+        f.CopySource();
+}
+
+// ---- SmearWipe ----
+
+void RenderSmearWipe(const Frame& f)
+{
+    const std::int32_t p = f.Percent();
+    if (p == 0) {
+        f.CopySource();
+        return;
+    }
+    const std::int32_t k = p * f.w / 100;
+    const std::int32_t m = p * f.h / 100;
+    switch (f.direction) {
+    case kDirectionBottom:
+        CopyRows(f, 0, f.target, 0, m);
+        for (std::int32_t r = m; r < f.h; ++r)
+            std::memcpy(f.OutputRow(r), f.TargetRow(m), f.RowBytes());
+        break;
+    case kDirectionTop: {
+        const std::int32_t q = f.h - m;
+        CopyRows(f, q, f.target, q, m);
+        for (std::int32_t r = 0; r < q; ++r)
+            std::memcpy(f.OutputRow(r), f.TargetRow(q - 1), f.RowBytes());
+        break;
+    }
+    case kDirectionLeft:
+        for (std::int32_t r = 0; r < f.h; ++r) {
+            const auto* in = reinterpret_cast<const std::uint32_t*>(f.TargetRow(r));
+            auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
+            CopyPixels(f.OutputRow(r), f.TargetRow(r), k);
+            if (k < f.w)
+                std::fill(out + k, out + f.w, in[k]);
+        }
+        break;
+    case kDirectionRight: {
+        // Compatibility: the smeared column is the target's own column at the boundary; with nothing
+        // uncovered yet that is the last column.
+        const std::int32_t edge = k == 0 ? f.w - 1 : f.w - k;
+        for (std::int32_t r = 0; r < f.h; ++r) {
+            const auto* in = reinterpret_cast<const std::uint32_t*>(f.TargetRow(r));
+            auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
+            CopyPixels(f.OutputRow(r) + static_cast<std::size_t>(f.w - k) * 4,
+                       f.TargetRow(r) + static_cast<std::size_t>(f.w - k) * 4, k);
+            std::fill(out, out + (f.w - k), in[edge]);
+        }
+        break;
+    }
+    default:
+        break; // Unknown directions draw nothing.
+    }
+}
+
+// ---- BoxWipe ----
+
+void RenderBoxWipe(const Frame& f)
+{
+    const std::int32_t a = static_cast<std::int32_t>(static_cast<std::int64_t>(f.n) * (f.w / 2) / f.d);
+    const std::int32_t b = static_cast<std::int32_t>(static_cast<std::int64_t>(f.h / 2) * f.n / f.d);
+    std::int32_t x, y;
+    const std::uint8_t* frame;
+    const std::uint8_t* box;
+    if (f.variant == 1) {
+        x = f.w / 2 - a;
+        y = f.h / 2 - b;
+        frame = f.source;
+        box = f.target;
+    } else {
+        x = a;
+        y = b;
+        frame = f.target;
+        box = f.source;
+    }
+    CopyRows(f, 0, frame, 0, y);
+    CopyRows(f, f.h - y, frame, f.h - y, y);
+    for (std::int32_t r = y; r < f.h - y; ++r) {
+        const std::size_t offset = f.RowBytes() * static_cast<std::size_t>(r);
+        const std::size_t right = static_cast<std::size_t>(f.w - x) * 4;
+        CopyPixels(f.output + offset, frame + offset, x);
+        CopyPixels(f.output + offset + static_cast<std::size_t>(x) * 4, box + offset + static_cast<std::size_t>(x) * 4,
+                   f.w - 2 * x);
+        CopyPixels(f.output + offset + right, frame + offset + right, x);
+    }
+}
+
+// ---- TileDissolve ----
+
+// The family's working state from init to release. Only one picture transition runs at a time, on the
+// playback thread, which is the only thread that touches it.
+struct TileDissolveState
+{
+    std::int32_t w = 0;
+    std::int32_t h = 0;
+    std::int32_t s = 1;
+    std::int32_t kc = 0;
+    std::int32_t kr = 0;
+    std::vector<std::int32_t> thresholds;
+};
+TileDissolveState tileDissolve;
+
+void InitTileDissolve(const Frame& f)
+{
+    std::int32_t s = std::max(f.variant, 1);
+    while (f.w % s != 0 || f.h % s != 0)
+        --s;
+    tileDissolve.w = f.w;
+    tileDissolve.h = f.h;
+    tileDissolve.s = s;
+    tileDissolve.kc = f.w / s;
+    tileDissolve.kr = f.h / s;
+    tileDissolve.thresholds.resize(static_cast<std::size_t>(tileDissolve.kc) * static_cast<std::size_t>(tileDissolve.kr));
+    for (std::int32_t& threshold : tileDissolve.thresholds)
+        threshold = Rand() % 100;
+}
+
+void RenderTileDissolve(const Frame& f)
+{
+    const std::int32_t p = f.Percent();
+    if (p == 0)
+        f.CopySource();
+    if (p == 100)
+        f.CopyTarget();
+    if (p < 1)
+        return;
+    const TileDissolveState& st = tileDissolve;
+    // Without a matching init there are no thresholds for these pictures: nothing more to draw.
+    if (st.thresholds.empty() || st.w != f.w || st.h != f.h)
+        return;
+    for (std::size_t i = 0; i < st.thresholds.size(); ++i) {
+        const std::uint8_t* from = st.thresholds[i] > p ? f.source : f.target;
+        const std::int32_t row0 = static_cast<std::int32_t>(i / static_cast<std::size_t>(st.kc)) * st.s;
+        const std::int32_t col0 = static_cast<std::int32_t>(i % static_cast<std::size_t>(st.kc)) * st.s;
+        for (std::int32_t r = row0; r < row0 + st.s; ++r) {
+            const std::size_t offset = f.RowBytes() * static_cast<std::size_t>(r) + static_cast<std::size_t>(col0) * 4;
+            for (std::int32_t c = 0; c < st.s; ++c) {
+                // Only the three colour bytes: the fourth byte of the output keeps what it held.
+                std::memcpy(f.output + offset + static_cast<std::size_t>(c) * 4, from + offset + static_cast<std::size_t>(c) * 4, 3);
+            }
+        }
+    }
+}
+
+std::int32_t TileDissolveProc(std::uint32_t message, void* params)
+{
+    if (message == EffectInit) {
+        if (const auto frame = ReadFrame(params))
+            InitTileDissolve(*frame);
+        return 0;
+    }
+    if (message == EffectRelease) {
+        tileDissolve.thresholds.clear();
+        tileDissolve.thresholds.shrink_to_fit();
+        return 0;
+    }
+    if (!IsRenderMessage(message))
+        return 0;
+    if (const auto frame = ReadFrame(params))
+        RenderTileDissolve(*frame);
+    return 0;
+}
+
+// ---- Edge family: Wipe, SlideIn, Push ----
+
+enum class EdgeKind { Wipe, SlideIn, Push };
+
+// Fills output pixels [outFirst, outFirst + count) of rows [r0, r1) from `picture` pixels starting at
+// `pictureFirst` of the same rows.
+void HorizontalRun(const Frame& f, std::int32_t r0, std::int32_t r1, const std::uint8_t* picture, std::int32_t outFirst,
+                   std::int32_t pictureFirst, std::int32_t count)
+{
+    if (count <= 0)
+        return;
+    for (std::int32_t r = r0; r < r1; ++r) {
+        const std::size_t row = f.RowBytes() * static_cast<std::size_t>(r);
+        CopyPixels(f.output + row + static_cast<std::size_t>(outFirst) * 4,
+                   picture + row + static_cast<std::size_t>(pictureFirst) * 4, count);
+    }
+}
+
+// Fills output rows [outFirst, outFirst + count) of columns [c0, c1) from `picture` rows from `pictureFirst`.
+void VerticalRun(const Frame& f, std::int32_t c0, std::int32_t c1, const std::uint8_t* picture, std::int32_t outFirst,
+                 std::int32_t pictureFirst, std::int32_t count)
+{
+    for (std::int32_t i = 0; i < count; ++i) {
+        const std::size_t out = f.RowBytes() * static_cast<std::size_t>(outFirst + i) + static_cast<std::size_t>(c0) * 4;
+        const std::size_t in = f.RowBytes() * static_cast<std::size_t>(pictureFirst + i) + static_cast<std::size_t>(c0) * 4;
+        CopyPixels(f.output + out, picture + in, c1 - c0);
+    }
+}
+
+struct EdgeOffsets
+{
+    std::int32_t dx, dy, rw, rh;
+};
+
+void FromLeft(const Frame& f, EdgeKind kind, const EdgeOffsets& e, std::int32_t r0, std::int32_t r1)
+{
+    HorizontalRun(f, r0, r1, f.target, 0, kind == EdgeKind::Wipe ? 0 : e.rw, e.dx);
+    HorizontalRun(f, r0, r1, f.source, e.dx, kind == EdgeKind::Push ? 0 : e.dx, e.rw);
+}
+
+void FromRight(const Frame& f, EdgeKind kind, const EdgeOffsets& e, std::int32_t r0, std::int32_t r1)
+{
+    HorizontalRun(f, r0, r1, f.source, 0, kind == EdgeKind::Push ? e.dx : 0, e.rw);
+    HorizontalRun(f, r0, r1, f.target, e.rw, kind == EdgeKind::Wipe ? e.rw : 0, e.dx);
+}
+
+void FromTop(const Frame& f, EdgeKind kind, const EdgeOffsets& e, std::int32_t c0, std::int32_t c1)
+{
+    VerticalRun(f, c0, c1, f.source, 0, kind == EdgeKind::Push ? e.dy : 0, e.rh);
+    VerticalRun(f, c0, c1, f.target, e.rh, kind == EdgeKind::Wipe ? e.rh : 0, e.dy);
+}
+
+void FromBottom(const Frame& f, EdgeKind kind, const EdgeOffsets& e, std::int32_t c0, std::int32_t c1)
+{
+    VerticalRun(f, c0, c1, f.target, 0, kind == EdgeKind::Wipe ? 0 : e.rh, e.dy);
+    VerticalRun(f, c0, c1, f.source, e.dy, kind == EdgeKind::Push ? 0 : e.dy, e.rh);
+}
+
+template <EdgeKind kind>
+void RenderEdge(const Frame& f)
+{
+    const std::int32_t p = f.Percent();
+    const double t = static_cast<double>(f.n) / f.d;
+    const double curve = kind == EdgeKind::Push ? t : t * t * t;
+    EdgeOffsets e;
+    e.dx = std::clamp(static_cast<std::int32_t>(f.w * curve), 0, f.w);
+    e.dy = std::clamp(static_cast<std::int32_t>(f.h * curve), 0, f.h);
+    e.rw = f.w - e.dx;
+    e.rh = f.h - e.dy;
+    if (p == 0) {
+        f.CopySource();
+        return;
+    }
+    if (p == 100) {
+        f.CopyTarget();
+        return;
+    }
+    switch (f.direction) {
+    case kDirectionLeft: FromLeft(f, kind, e, 0, f.h); break;
+    case kDirectionTop: FromTop(f, kind, e, 0, f.w); break;
+    case kDirectionRight:
+        if (f.variant < 1)
+            return;
+        // Bands of rows, entered alternately from the right and the left.
+        for (std::int32_t j = 0; j < f.variant; ++j) {
+            const auto r0 = static_cast<std::int32_t>(static_cast<std::int64_t>(j) * f.h / f.variant);
+            const auto r1 = static_cast<std::int32_t>(static_cast<std::int64_t>(j + 1) * f.h / f.variant);
+            if (j % 2 == 0)
+                FromRight(f, kind, e, r0, r1);
+            else
+                FromLeft(f, kind, e, r0, r1);
+        }
+        break;
+    case kDirectionBottom:
+        if (f.variant < 1)
+            return;
+        // Bands of columns, entered alternately from the bottom and the top.
+        for (std::int32_t j = 0; j < f.variant; ++j) {
+            const auto c0 = static_cast<std::int32_t>(static_cast<std::int64_t>(j) * f.w / f.variant);
+            const auto c1 = static_cast<std::int32_t>(static_cast<std::int64_t>(j + 1) * f.w / f.variant);
+            if (j % 2 == 0)
+                FromBottom(f, kind, e, c0, c1);
+            else
+                FromTop(f, kind, e, c0, c1);
+        }
+        break;
+    default: break;
+    }
+}
+
+// ---- Blinds ----
+
+void RenderBlinds(const Frame& f)
+{
+    const std::int32_t p = f.Percent();
+    if (p == 0) {
+        f.CopySource();
+        return;
+    }
+    if (p == 100) {
+        f.CopyTarget();
+        return;
+    }
+    const std::int32_t m = std::clamp(f.variant, 1, 80);
+    switch (f.direction) {
+    case kDirectionBottom:
+    case kDirectionTop: {
+        // Compatibility: horizontal slats size their fill from the fraction in single precision,
+        // vertical ones from the integer percentage, so the two step slightly differently.
+        const double t = f.SingleT();
+        const std::int32_t k = f.direction == kDirectionBottom ? static_cast<std::int32_t>(f.h * t / m)
+                                                               : static_cast<std::int32_t>((1.0 - t) * f.h / m);
+        for (std::int32_t i = 0; i < m; ++i) {
+            const auto first = static_cast<std::int32_t>(static_cast<std::int64_t>(i) * f.h / m);
+            const auto end = i == m - 1 ? f.h : static_cast<std::int32_t>(static_cast<std::int64_t>(i + 1) * f.h / m);
+            const std::int32_t split = std::clamp(first + k, first, end);
+            const std::uint8_t* below = f.direction == kDirectionBottom ? f.target : f.source;
+            const std::uint8_t* above = f.direction == kDirectionBottom ? f.source : f.target;
+            CopyRows(f, first, below, first, split - first);
+            CopyRows(f, split, above, split, end - split);
+        }
+        break;
+    }
+    case kDirectionLeft:
+    case kDirectionRight: {
+        const std::int32_t k = p * f.w / 100 / m;
+        for (std::int32_t i = 0; i < m; ++i) {
+            const auto first = static_cast<std::int32_t>(static_cast<std::int64_t>(i) * f.w / m);
+            const auto end = static_cast<std::int32_t>(static_cast<std::int64_t>(i + 1) * f.w / m);
+            const std::int32_t filled = std::clamp(k, 0, end - first);
+            if (f.direction == kDirectionLeft) {
+                HorizontalRun(f, 0, f.h, f.target, first, first, filled);
+                HorizontalRun(f, 0, f.h, f.source, first + filled, first + filled, end - first - filled);
+            } else {
+                HorizontalRun(f, 0, f.h, f.source, first, first, end - first - filled);
+                HorizontalRun(f, 0, f.h, f.target, end - filled, end - filled, filled);
+            }
+        }
+        break;
+    }
+    default: break;
+    }
+}
+
+// ---- OutAndBack ----
+
+void BlackRows(const Frame& f, std::int32_t first, std::int32_t count)
+{
+    if (count > 0)
+        std::memset(f.OutputRow(first), 0, f.RowBytes() * static_cast<std::size_t>(count));
+}
+
+void BlackPixels(const Frame& f, std::int32_t first, std::int32_t count)
+{
+    if (count <= 0)
+        return;
+    for (std::int32_t r = 0; r < f.h; ++r)
+        std::memset(f.OutputRow(r) + static_cast<std::size_t>(first) * 4, 0, static_cast<std::size_t>(count) * 4);
+}
+
+void RenderOutAndBack(const Frame& f)
+{
+    const double t = f.SingleT();
+    const bool firstHalf = t <= 0.5;
+    const std::uint8_t* picture = firstHalf ? f.source : f.target;
+    auto trunc = [](double v, std::int32_t limit) { return std::clamp(static_cast<std::int32_t>(v), 0, limit); };
+    switch (f.direction) {
+    case kDirectionBottom: {
+        const std::int32_t k = trunc(2.0 * f.h * (firstHalf ? t : 1.0 - t), f.h);
+        BlackRows(f, 0, k);
+        CopyRows(f, k, picture, 0, f.h - k);
+        break;
+    }
+    case kDirectionLeft: {
+        const std::int32_t k = trunc(2.0 * f.w * (firstHalf ? t : 1.0 - t), f.w);
+        BlackPixels(f, 0, k);
+        HorizontalRun(f, 0, f.h, picture, k, 0, f.w - k);
+        break;
+    }
+    case kDirectionTop: {
+        const std::int32_t k = trunc(2.0 * f.h * (firstHalf ? 0.5 - t : t - 0.5), f.h);
+        CopyRows(f, 0, picture, f.h - k, k);
+        BlackRows(f, k, f.h - k);
+        break;
+    }
+    case kDirectionRight: {
+        const std::int32_t k = trunc(2.0 * f.w * (firstHalf ? 0.5 - t : t - 0.5), f.w);
+        HorizontalRun(f, 0, f.h, picture, 0, f.w - k, k);
+        BlackPixels(f, k, f.w - k);
+        break;
+    }
+    default: break;
+    }
+}
+
+// ---- CrossFade ----
+
+void RenderCrossFade(const Frame& f)
+{
+    const int a = static_cast<int>(static_cast<std::int64_t>(f.n) * 127 / f.d);
+    CrossFadeBytesSse2(f.source, f.target, f.output, f.Bytes(), a);
+}
+
+} // namespace
+
+void CrossFadeBytesPortable(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
+                            std::size_t count, int a)
+{
+    const int weight = 127 - a;
+    for (std::size_t i = 0; i < count; ++i) {
+        const int t = target[i];
+        const int value = t + (((source[i] - t) * weight) >> 7);
+        output[i] = static_cast<std::uint8_t>(std::clamp(value, 0, 255));
+    }
+}
+
+std::int32_t CutAtHalf(std::uint32_t message, void* params) { return Stateless<RenderCutAtHalf>(message, params); }
+std::int32_t SmearWipe(std::uint32_t message, void* params) { return Stateless<RenderSmearWipe>(message, params); }
+std::int32_t BoxWipe(std::uint32_t message, void* params) { return Stateless<RenderBoxWipe>(message, params); }
+std::int32_t TileDissolve(std::uint32_t message, void* params) { return TileDissolveProc(message, params); }
+std::int32_t Wipe(std::uint32_t message, void* params) { return Stateless<RenderEdge<EdgeKind::Wipe>>(message, params); }
+std::int32_t SlideIn(std::uint32_t message, void* params) { return Stateless<RenderEdge<EdgeKind::SlideIn>>(message, params); }
+std::int32_t Push(std::uint32_t message, void* params) { return Stateless<RenderEdge<EdgeKind::Push>>(message, params); }
+std::int32_t Blinds(std::uint32_t message, void* params) { return Stateless<RenderBlinds>(message, params); }
+std::int32_t OutAndBack(std::uint32_t message, void* params) { return Stateless<RenderOutAndBack>(message, params); }
+std::int32_t CrossFade(std::uint32_t message, void* params) { return Stateless<RenderCrossFade>(message, params); }
+
+} // namespace lumenar::effects

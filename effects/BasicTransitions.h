@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace lumenar::effects {
+
+// The basic picture transitions. Each takes a message and an EffectParams block, returns 0, and renders
+// the whole output from source, target and progress alone (so a render may be repeated or skipped).
+// Progress outside 0..progressDen is taken as the nearest end; a zero or negative progressDen, empty
+// sizes or missing pictures draw nothing.
+
+/// The target from half time on, the source before it.
+std::int32_t CutAtHalf(std::uint32_t message, void* params);
+/// The target uncovered from one edge; the rest shows the target's boundary line stretched over it.
+std::int32_t SmearWipe(std::uint32_t message, void* params);
+/// A centred rectangle opening (variant 1) or closing over the other picture.
+std::int32_t BoxWipe(std::uint32_t message, void* params);
+/// Square tiles switching at random moments; keeps its thresholds from init to release.
+std::int32_t TileDissolve(std::uint32_t message, void* params);
+/// The target uncovered behind a moving edge (cubic timing); variant = bands for 0x01 and 0x40.
+std::int32_t Wipe(std::uint32_t message, void* params);
+/// The target sliding in over the source (cubic timing).
+std::int32_t SlideIn(std::uint32_t message, void* params);
+/// The target pushing the source out (linear timing).
+std::int32_t Push(std::uint32_t message, void* params);
+/// Slats filling with the target from one of their edges; variant = number of slats (at most 80).
+std::int32_t Blinds(std::uint32_t message, void* params);
+/// The source leaving through an edge into black, then the target coming back the same way.
+std::int32_t OutAndBack(std::uint32_t message, void* params);
+/// Every byte blended in packed 16-bit lanes.
+std::int32_t CrossFade(std::uint32_t message, void* params);
+
+/// The cross-fade weighting of `count` bytes, portable form: out = tgt + (((src − tgt) × (127 − a)) >> 7),
+/// clamped to 0..255.
+void CrossFadeBytesPortable(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
+                            std::size_t count, int a);
+/// The same with SSE2, bit for bit.
+void CrossFadeBytesSse2(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
+                        std::size_t count, int a);
+
+} // namespace lumenar::effects

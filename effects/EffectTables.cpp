@@ -1,0 +1,195 @@
+#include "effects/EffectTables.h"
+
+#include "effects/BasicTransitions.h"
+
+namespace lumenar::effects {
+
+namespace {
+
+constexpr EffectEntry Row(std::uint32_t nameId, EffectProc proc, const char* procName, std::uint32_t direction,
+                          std::int32_t variant, std::int32_t number, Built built)
+{
+    return EffectEntry{nullptr, nullptr, nameId, 0, proc, direction, variant, 0, number, procName, built};
+}
+
+// Both tables in one array: picture rows 0-98 (the effect number is the index), text rows 0-53, and one
+// empty row. Columns: name id, procedure, family, direction, variant, stored number, built.
+// Written by the registry only (names, active flags, the random rows), under its tables lock.
+EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
+    // Picture table.
+    Row(10, CutAtHalf, "Flip3D", 0x04, 1, 19, Built::NotYet), // 0
+    Row(121, CutAtHalf, "Flip3D", 0x40, 1, 19, Built::NotYet), // 1
+    Row(32, CutAtHalf, "Flip3D", 0x01, 2, 19, Built::NotYet), // 2
+    Row(122, CutAtHalf, "Flip3D", 0x10, 2, 19, Built::NotYet), // 3
+    Row(34, CutAtHalf, "Flip3D", 0x00, 3, 19, Built::NotYet), // 4
+    Row(80, CutAtHalf, "Flip3D", 0x00, 4, 19, Built::NotYet), // 5
+    Row(81, CutAtHalf, "Flip3D", 0x00, 5, 19, Built::NotYet), // 6
+    Row(15, CutAtHalf, "PictureEffect07", 0x04, 1, 19, Built::NotYet), // 7
+    Row(123, CutAtHalf, "PictureEffect07", 0x40, 1, 19, Built::NotYet), // 8
+    Row(94, CutAtHalf, "PictureEffect07", 0x04, 2, 19, Built::NotYet), // 9
+    Row(124, CutAtHalf, "PictureEffect07", 0x40, 2, 19, Built::NotYet), // 10
+    Row(85, CutAtHalf, "PictureEffect07", 0x00, 3, 19, Built::NotYet), // 11
+    Row(95, CutAtHalf, "PictureEffect07", 0x00, 4, 19, Built::NotYet), // 12
+    Row(96, CutAtHalf, "PictureEffect07", 0x00, 5, 19, Built::NotYet), // 13
+    Row(24, CutAtHalf, "PictureEffect14", 0x00, 0, 19, Built::NotYet), // 14
+    Row(109, CutAtHalf, "PictureEffect15", 0x00, 0, 19, Built::NotYet), // 15
+    Row(110, CutAtHalf, "PictureEffect15", 0x00, 1, 19, Built::NotYet), // 16
+    Row(113, CutAtHalf, "PictureEffect17", 0x00, 0, 19, Built::NotYet), // 17
+    Row(114, CutAtHalf, "PictureEffect18", 0x01, 0, 19, Built::NotYet), // 18
+    Row(118, CutAtHalf, "PictureEffect18", 0x10, 0, 19, Built::NotYet), // 19
+    Row(119, CutAtHalf, "PictureEffect18", 0x40, 0, 19, Built::NotYet), // 20
+    Row(120, CutAtHalf, "PictureEffect18", 0x04, 0, 19, Built::NotYet), // 21
+    Row(57, CutAtHalf, "PictureEffect22", 0x00, 0, 19, Built::NotYet), // 22
+    Row(5, CutAtHalf, "PictureEffect23", 0x00, 0, 19, Built::NotYet), // 23
+    Row(52, CutAtHalf, "PictureEffect24", 0x00, 1, 19, Built::NotYet), // 24
+    Row(54, CutAtHalf, "PictureEffect25", 0x00, 0, 19, Built::NotYet), // 25
+    Row(53, CutAtHalf, "PictureEffect26", 0x00, 1, 19, Built::NotYet), // 26
+    Row(55, CutAtHalf, "PictureEffect27", 0x00, 0, 19, Built::NotYet), // 27
+    Row(56, CutAtHalf, "PictureEffect28", 0x00, 0, 19, Built::NotYet), // 28
+    Row(60, CutAtHalf, "PictureEffect29", 0x00, 0, 19, Built::NotYet), // 29
+    Row(61, CutAtHalf, "PictureEffect30", 0x00, 4, 19, Built::NotYet), // 30
+    Row(62, CutAtHalf, "PictureEffect30", 0x00, 8, 19, Built::NotYet), // 31
+    Row(63, CutAtHalf, "PictureEffect30", 0x00, 20, 19, Built::NotYet), // 32
+    Row(64, CutAtHalf, "PictureEffect33", 0x00, 0, 19, Built::NotYet), // 33
+    Row(9, CutAtHalf, "PictureEffect34", 0x00, 0, 19, Built::NotYet), // 34
+    Row(4, CutAtHalf, "PictureEffect35", 0x00, 0, 19, Built::NotYet), // 35
+    Row(47, TileDissolve, "TileDissolve", 0x00, 4, 19, Built::Yes), // 36
+    Row(48, TileDissolve, "TileDissolve", 0x00, 8, 19, Built::Yes), // 37
+    Row(49, TileDissolve, "TileDissolve", 0x00, 20, 19, Built::Yes), // 38
+    Row(1, CutAtHalf, "CutAtHalf", 0x00, 0, 0, Built::Yes), // 39
+    Row(65, CutAtHalf, "PictureEffect40", 0x00, 0, 19, Built::NotYet), // 40
+    Row(38, CrossFade, "CrossFade", 0x00, 1, 19, Built::Yes), // 41
+    Row(115, CutAtHalf, "PictureEffect42", 0x00, 0, 19, Built::NotYet), // 42
+    Row(26, CutAtHalf, "PictureEffect43", 0x00, 8, 19, Built::NotYet), // 43
+    Row(18, CutAtHalf, "PictureEffect43", 0x00, 264, 19, Built::NotYet), // 44
+    Row(36, CutAtHalf, "PictureEffect43", 0x00, 780, 19, Built::NotYet), // 45
+    Row(76, CutAtHalf, "PictureEffect46", 0x04, 0, 19, Built::NotYet), // 46
+    Row(77, CutAtHalf, "PictureEffect46", 0x40, 0, 19, Built::NotYet), // 47
+    Row(88, CutAtHalf, "PictureEffect48", 0x00, 0, 19, Built::NotYet), // 48
+    Row(11, Push, "Push", 0x01, 1, 3, Built::Yes), // 49
+    Row(12, Push, "Push", 0x10, 1, 4, Built::Yes), // 50
+    Row(13, Push, "Push", 0x40, 1, 2, Built::Yes), // 51
+    Row(14, Push, "Push", 0x04, 1, 1, Built::Yes), // 52
+    Row(19, SlideIn, "SlideIn", 0x01, 1, 11, Built::Yes), // 53
+    Row(20, SlideIn, "SlideIn", 0x10, 1, 12, Built::Yes), // 54
+    Row(21, SlideIn, "SlideIn", 0x40, 1, 10, Built::Yes), // 55
+    Row(22, SlideIn, "SlideIn", 0x04, 1, 9, Built::Yes), // 56
+    Row(27, Wipe, "Wipe", 0x01, 1, 7, Built::Yes), // 57
+    Row(28, Wipe, "Wipe", 0x10, 1, 8, Built::Yes), // 58
+    Row(29, Wipe, "Wipe", 0x40, 1, 5, Built::Yes), // 59
+    Row(30, Wipe, "Wipe", 0x04, 1, 6, Built::Yes), // 60
+    Row(125, OutAndBack, "OutAndBack", 0x40, 0, 15, Built::Yes), // 61
+    Row(126, OutAndBack, "OutAndBack", 0x04, 0, 16, Built::Yes), // 62
+    Row(127, OutAndBack, "OutAndBack", 0x01, 0, 17, Built::Yes), // 63
+    Row(128, OutAndBack, "OutAndBack", 0x10, 0, 18, Built::Yes), // 64
+    Row(116, BoxWipe, "BoxWipe", 0x40, 0, 14, Built::Yes), // 65
+    Row(117, BoxWipe, "BoxWipe", 0x40, 1, 13, Built::Yes), // 66
+    Row(106, CutAtHalf, "PictureEffect43", 0x10, 512, 19, Built::NotYet), // 67
+    Row(99, CutAtHalf, "PictureEffect43", 0x01, 512, 19, Built::NotYet), // 68
+    Row(108, CutAtHalf, "PictureEffect43", 0x40, 512, 19, Built::NotYet), // 69
+    Row(107, CutAtHalf, "PictureEffect43", 0x04, 512, 19, Built::NotYet), // 70
+    Row(16, Push, "Push", 0x01, 50, 19, Built::Yes), // 71
+    Row(17, Push, "Push", 0x40, 50, 19, Built::Yes), // 72
+    Row(23, SlideIn, "SlideIn", 0x01, 50, 19, Built::Yes), // 73
+    Row(25, SlideIn, "SlideIn", 0x40, 50, 19, Built::Yes), // 74
+    Row(31, Wipe, "Wipe", 0x01, 50, 19, Built::Yes), // 75
+    Row(33, Wipe, "Wipe", 0x40, 50, 19, Built::Yes), // 76
+    Row(39, Blinds, "Blinds", 0x01, 16, 19, Built::Yes), // 77
+    Row(40, Blinds, "Blinds", 0x10, 16, 19, Built::Yes), // 78
+    Row(41, Blinds, "Blinds", 0x40, 16, 19, Built::Yes), // 79
+    Row(42, Blinds, "Blinds", 0x04, 16, 19, Built::Yes), // 80
+    Row(43, SmearWipe, "SmearWipe", 0x10, 1, 19, Built::Yes), // 81
+    Row(44, SmearWipe, "SmearWipe", 0x01, 1, 19, Built::Yes), // 82
+    Row(45, SmearWipe, "SmearWipe", 0x04, 1, 19, Built::Yes), // 83
+    Row(46, SmearWipe, "SmearWipe", 0x40, 1, 19, Built::Yes), // 84
+    Row(6, CutAtHalf, "PictureEffect85", 0x00, 0, 19, Built::NotYet), // 85
+    Row(58, CutAtHalf, "PictureEffect86", 0x00, 0, 19, Built::NotYet), // 86
+    Row(7, CutAtHalf, "PictureEffect87", 0x00, 0, 19, Built::NotYet), // 87
+    Row(97, CutAtHalf, "PictureEffect88", 0x00, 0, 19, Built::NotYet), // 88
+    Row(35, CutAtHalf, "PictureEffect89", 0x00, 1, 19, Built::NotYet), // 89
+    Row(59, CutAtHalf, "PictureEffect90", 0x00, 0, 19, Built::NotYet), // 90
+    Row(66, CutAtHalf, "PictureEffect91", 0x01, 1, 19, Built::NotYet), // 91
+    Row(67, CutAtHalf, "PictureEffect91", 0x10, 1, 19, Built::NotYet), // 92
+    Row(68, CutAtHalf, "PictureEffect91", 0x40, 1, 19, Built::NotYet), // 93
+    Row(69, CutAtHalf, "PictureEffect91", 0x04, 1, 19, Built::NotYet), // 94
+    Row(74, CutAtHalf, "PictureEffect95", 0x00, 0, 19, Built::NotYet), // 95
+    Row(73, CutAtHalf, "PictureEffect96", 0x00, 0, 19, Built::NotYet), // 96
+    Row(111, CutAtHalf, "PictureEffect97", 0x00, 0, 19, Built::NotYet), // 97
+    Row(3, nullptr, "-", 0x00, 0, 19, Built::Random), // 98
+    // Text table.
+    Row(27, NotBuiltText, "TextFadeSweep", 0x10, 0, 5, Built::NotYet), // 0
+    Row(28, NotBuiltText, "TextFadeSweep", 0x01, 0, 6, Built::NotYet), // 1
+    Row(29, NotBuiltText, "TextFadeSweep", 0x04, 0, 7, Built::NotYet), // 2
+    Row(30, NotBuiltText, "TextFadeSweep", 0x40, 0, 8, Built::NotYet), // 3
+    Row(1, NotBuiltText, "TextShowAtHalf", 0x00, 0, 0, Built::NotYet), // 4
+    Row(445, NotBuiltText, "TextEffect05", 0x00, 1, 12, Built::NotYet), // 5
+    Row(446, NotBuiltText, "TextEffect05", 0x00, 0, 12, Built::NotYet), // 6
+    Row(447, NotBuiltText, "TextEffect05", 0x00, 2, 12, Built::NotYet), // 7
+    Row(448, NotBuiltText, "TextEffect05", 0x00, 3, 12, Built::NotYet), // 8
+    Row(406, NotBuiltText, "TextGlyphStream", 0x10, 0, 12, Built::NotYet), // 9
+    Row(407, NotBuiltText, "TextGlyphStream", 0x01, 0, 12, Built::NotYet), // 10
+    Row(408, NotBuiltText, "TextGlyphStream", 0x04, 0, 12, Built::NotYet), // 11
+    Row(409, NotBuiltText, "TextGlyphStream", 0x40, 0, 12, Built::NotYet), // 12
+    Row(404, NotBuiltText, "TextEffect13", 0x00, 0, 12, Built::NotYet), // 13
+    Row(444, NotBuiltText, "TextEffect14", 0x00, 0, 12, Built::NotYet), // 14
+    Row(410, NotBuiltText, "TextGlyphScatter", 0x10, 1, 12, Built::NotYet), // 15
+    Row(411, NotBuiltText, "TextGlyphScatter", 0x01, 1, 12, Built::NotYet), // 16
+    Row(412, NotBuiltText, "TextGlyphScatter", 0x04, 1, 12, Built::NotYet), // 17
+    Row(413, NotBuiltText, "TextGlyphScatter", 0x40, 1, 12, Built::NotYet), // 18
+    Row(19, NotBuiltText, "TextFlyIn", 0x10, 0, 2, Built::NotYet), // 19
+    Row(20, NotBuiltText, "TextFlyIn", 0x01, 0, 1, Built::NotYet), // 20
+    Row(21, NotBuiltText, "TextFlyIn", 0x04, 0, 4, Built::NotYet), // 21
+    Row(22, NotBuiltText, "TextFlyIn", 0x40, 0, 3, Built::NotYet), // 22
+    Row(401, NotBuiltText, "TextEffect23", 0x44, 0, 9, Built::NotYet), // 23
+    Row(402, NotBuiltText, "TextEffect23", 0x11, 0, 10, Built::NotYet), // 24
+    Row(405, NotBuiltText, "TextEffect25", 0x00, 0, 12, Built::NotYet), // 25
+    Row(436, NotBuiltText, "TextEffect26", 0x00, 0, 12, Built::NotYet), // 26
+    Row(437, NotBuiltText, "TextEffect26", 0x00, 1, 12, Built::NotYet), // 27
+    Row(449, NotBuiltText, "TextEffect28", 0x00, 0, 11, Built::NotYet), // 28
+    Row(418, NotBuiltText, "TextGlyphGrow", 0x00, 0, 12, Built::NotYet), // 29
+    Row(421, NotBuiltText, "TextGlyphGrow", 0x00, 1, 12, Built::NotYet), // 30
+    Row(427, NotBuiltText, "TextGlyphGrow", 0x00, 2, 12, Built::NotYet), // 31
+    Row(438, NotBuiltText, "TextEffect32", 0x00, 0, 12, Built::NotYet), // 32
+    Row(439, NotBuiltText, "TextGlyphGrow", 0x00, 3, 12, Built::NotYet), // 33
+    Row(440, NotBuiltText, "TextGlyphGrow", 0x00, 4, 12, Built::NotYet), // 34
+    Row(426, NotBuiltText, "TextEffect35", 0x00, 0, 12, Built::NotYet), // 35
+    Row(428, NotBuiltText, "TextEffect36", 0x00, 0, 12, Built::NotYet), // 36
+    Row(434, NotBuiltText, "TextEffect36", 0x00, 1, 12, Built::NotYet), // 37
+    Row(430, NotBuiltText, "TextEffect38", 0x01, 0, 12, Built::NotYet), // 38
+    Row(431, NotBuiltText, "TextEffect38", 0x10, 0, 12, Built::NotYet), // 39
+    Row(432, NotBuiltText, "TextEffect38", 0x40, 0, 12, Built::NotYet), // 40
+    Row(433, NotBuiltText, "TextEffect38", 0x04, 0, 12, Built::NotYet), // 41
+    Row(435, NotBuiltText, "TextEffect42", 0x00, 0, 12, Built::NotYet), // 42
+    Row(442, NotBuiltText, "TextEffect43", 0x00, 0, 12, Built::NotYet), // 43
+    Row(443, NotBuiltText, "TextEffect43", 0x00, 1, 12, Built::NotYet), // 44
+    Row(419, NotBuiltText, "TextEffect45", 0x00, 0, 12, Built::NotYet), // 45
+    Row(420, NotBuiltText, "TextEffect46", 0x00, 0, 12, Built::NotYet), // 46
+    Row(429, NotBuiltText, "TextEffect47", 0x00, 0, 12, Built::NotYet), // 47
+    Row(441, NotBuiltText, "TextEffect48", 0x00, 0, 12, Built::NotYet), // 48
+    Row(422, NotBuiltText, "TextEffect49", 0x04, 0, 12, Built::NotYet), // 49
+    Row(423, NotBuiltText, "TextEffect49", 0x40, 0, 12, Built::NotYet), // 50
+    Row(424, NotBuiltText, "TextEffect51", 0x04, 0, 12, Built::NotYet), // 51
+    Row(425, NotBuiltText, "TextEffect51", 0x40, 0, 12, Built::NotYet), // 52
+    Row(3, nullptr, "-", 0x00, 0, 12, Built::Random), // 53
+    // The empty row past the text table.
+    Row(0, nullptr, "", 0, 0, 0, Built::NotYet),
+};
+
+} // namespace
+
+EffectEntry* PictureEffectTable()
+{
+    return effectRows;
+}
+
+EffectEntry* TextEffectTable()
+{
+    return effectRows + kPictureTableRows;
+}
+
+std::int32_t NotBuiltText(std::uint32_t, void*)
+{
+    return 0;
+}
+
+} // namespace lumenar::effects
