@@ -15,4 +15,10 @@ int Fail(std::string_view input, std::string_view message);
 /// `lumenar info FILM`: the film's model as one JSON object.
 int InfoCommand(Args args);
 
+/// `lumenar effects`: every row of both effect tables, one tab-separated line each.
+int EffectsCommand(Args args);
+
+/// `lumenar effect --picture N --from A --to B --progress n/d [--seed S] -o OUT`: one frame of a transition.
+int EffectCommand(Args args);
+
 } // namespace lumenar::app

@@ -25,6 +25,8 @@ struct Command
 
 constexpr Command kCommands[] = {
     {"info", InfoCommand, "print a film file's settings, items and captions as JSON"},
+    {"effects", EffectsCommand, "list the rows of both effect tables"},
+    {"effect", EffectCommand, "render one frame of a picture transition between two pictures"},
 };
 
 void PrintUsage(std::FILE* out)

@@ -1,0 +1,145 @@
+#include "app/Commands.h"
+
+#include "effects/EffectRegistry.h"
+#include "platform/ImageFile.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace lumenar::app {
+
+namespace {
+
+constexpr const char* kEffectsHelp =
+    "usage: lumenar effects\n"
+    "\n"
+    "Lists every row of the picture-effect table (99 rows) and the text-effect table (54 rows), one\n"
+    "tab-separated line each:\n"
+    "  picture|text  row  procedure  direction(0x..)  variant  number  name  built|not-built\n"
+    "Rows marked not-built render as a cut (pictures) or draw nothing (text) until their family exists.\n";
+
+constexpr const char* kEffectHelp =
+    "usage: lumenar effect --picture N --from A --to B --progress n/d [--seed S] -o OUT\n"
+    "\n"
+    "Renders one frame of picture-effect row N going from picture A to picture B (PNG or BMP files of\n"
+    "the same size) at progress n/d, and writes it to OUT (.png, .bmp or .ppm). Rows past the table run\n"
+    "the random row; negative rows run row 0.\n"
+    "\n"
+    "options:\n"
+    "  --seed S   seed the effects' random generator with S instead of the time, so the random row\n"
+    "             and the tile dissolves render the same way every time\n";
+
+bool ParseInt(const std::string& text, long long low, long long high, long long& out)
+{
+    char* end = nullptr;
+    errno = 0;
+    const long long value = std::strtoll(text.c_str(), &end, 10);
+    if (end == text.c_str() || *end != '\0' || errno != 0 || value < low || value > high)
+        return false;
+    out = value;
+    return true;
+}
+
+} // namespace
+
+int EffectsCommand(Args args)
+{
+    if (!args.empty()) {
+        if (args[0] == "--help" || args[0] == "-h") {
+            std::fputs(kEffectsHelp, stdout);
+            return 0;
+        }
+        return Fail(args[0], "effects takes no arguments (try 'lumenar effects --help')");
+    }
+    effects::EffectRegistry registry;
+    if (registry.LoadNames(effects::kPictureTable, true) == 0 || registry.LoadNames(effects::kTextTable, true) == 0)
+        return Fail("effects", "the effect names file (effect-names.txt next to lumenar) is missing");
+    for (int table : {effects::kPictureTable, effects::kTextTable}) {
+        const int count = table == effects::kPictureTable ? registry.PictureCount() : registry.TextCount();
+        for (int row = 0; row < count; ++row) {
+            const effects::EffectRowDescription d = registry.Describe(table, row);
+            const bool random = d.built == effects::Built::Random;
+            // The random row's own columns are empty: what it runs is drawn anew for every transition.
+            std::printf("%s\t%d\t%s\t0x%02X\t%d\t%d\t%s\t%s\n", table == effects::kPictureTable ? "picture" : "text",
+                        row, d.procName, random ? 0u : d.direction, random ? 0 : d.variant, d.number, d.name.c_str(),
+                        d.built == effects::Built::NotYet ? "not-built" : "built");
+        }
+    }
+    return 0;
+}
+
+int EffectCommand(Args args)
+{
+    long long row = 0, seed = 0, n = 0, d = 0;
+    bool haveRow = false, haveSeed = false, haveProgress = false;
+    std::string from, to, out;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(kEffectHelp, stdout);
+            return 0;
+        }
+        if (i + 1 >= args.size())
+            return Fail(arg, "needs a value (try 'lumenar effect --help')");
+        const std::string& value = args[++i];
+        if (arg == "--picture") {
+            if (!ParseInt(value, INT32_MIN, INT32_MAX, row))
+                return Fail(value, "not a row number");
+            haveRow = true;
+        } else if (arg == "--seed") {
+            if (!ParseInt(value, 0, UINT32_MAX, seed))
+                return Fail(value, "not a seed (0 to 4294967295)");
+            haveSeed = true;
+        } else if (arg == "--progress") {
+            const auto slash = value.find('/');
+            if (slash == std::string::npos || !ParseInt(value.substr(0, slash), 0, INT32_MAX, n) ||
+                !ParseInt(value.substr(slash + 1), 1, INT32_MAX, d) || n > d)
+                return Fail(value, "progress must be n/d with 0 <= n <= d and d > 0");
+            haveProgress = true;
+        } else if (arg == "--from") {
+            from = value;
+        } else if (arg == "--to") {
+            to = value;
+        } else if (arg == "-o" || arg == "--output") {
+            out = value;
+        } else {
+            return Fail(arg, "unknown option for effect (try 'lumenar effect --help')");
+        }
+    }
+    if (!haveRow || !haveProgress || from.empty() || to.empty() || out.empty())
+        return Fail("effect", "--picture, --from, --to, --progress and -o are all needed");
+
+    auto source = platform::ReadImageFile(from);
+    if (!source.ok())
+        return Fail(from, source.error().message);
+    auto target = platform::ReadImageFile(to);
+    if (!target.ok())
+        return Fail(to, target.error().message);
+    if (source->width != target->width || source->height != target->height)
+        return Fail(to, "the two pictures must have the same size");
+
+    if (haveSeed)
+        effects::EffectRegistry::FixSeed(static_cast<std::uint32_t>(seed));
+    effects::EffectRegistry registry;
+    platform::BgrxPicture frame{source->width, source->height, std::vector<std::uint8_t>(source->pixels.size())};
+    effects::EffectParams block{};
+    block.source = source->pixels.data();
+    block.target = target->pixels.data();
+    block.output = frame.pixels.data();
+    block.width = source->width;
+    block.height = source->height;
+    block.progressNum = 0;
+    block.progressDen = 100;
+    const int index = static_cast<int>(row);
+    registry.RunPicture(index, effects::EffectInit, &block);
+    block.progressNum = static_cast<std::int32_t>(n);
+    block.progressDen = static_cast<std::int32_t>(d);
+    registry.RunPicture(index, effects::EffectRender, &block);
+    registry.RunPicture(index, effects::EffectRelease, nullptr);
+    if (auto written = platform::WriteImageFile(out, frame); !written.ok())
+        return Fail(out, written.error().message);
+    return 0;
+}
+
+} // namespace lumenar::app
