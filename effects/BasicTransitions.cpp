@@ -185,6 +185,7 @@ struct TileDissolveState
     std::int32_t kc = 0;
     std::int32_t kr = 0;
     std::vector<std::int32_t> thresholds;
+    std::vector<std::uint32_t> rowMask; // Per column of one tile row: all ones where the target shows.
 };
 TileDissolveState tileDissolve;
 
@@ -201,6 +202,7 @@ void InitTileDissolve(const Frame& f)
     tileDissolve.thresholds.resize(static_cast<std::size_t>(tileDissolve.kc) * static_cast<std::size_t>(tileDissolve.kr));
     for (std::int32_t& threshold : tileDissolve.thresholds)
         threshold = Rand() % 100;
+    tileDissolve.rowMask.assign(static_cast<std::size_t>(f.w), 0);
 }
 
 void RenderTileDissolve(const Frame& f)
@@ -212,19 +214,24 @@ void RenderTileDissolve(const Frame& f)
         f.CopyTarget();
     if (p < 1)
         return;
-    const TileDissolveState& st = tileDissolve;
+    TileDissolveState& st = tileDissolve;
     // Without a matching init there are no thresholds for these pictures: nothing more to draw.
     if (st.thresholds.empty() || st.w != f.w || st.h != f.h)
         return;
-    for (std::size_t i = 0; i < st.thresholds.size(); ++i) {
-        const std::uint8_t* from = st.thresholds[i] > p ? f.source : f.target;
-        const std::int32_t row0 = static_cast<std::int32_t>(i / static_cast<std::size_t>(st.kc)) * st.s;
-        const std::int32_t col0 = static_cast<std::int32_t>(i % static_cast<std::size_t>(st.kc)) * st.s;
-        for (std::int32_t r = row0; r < row0 + st.s; ++r) {
-            const std::size_t offset = f.RowBytes() * static_cast<std::size_t>(r) + static_cast<std::size_t>(col0) * 4;
-            for (std::int32_t c = 0; c < st.s; ++c) {
-                // Only the three colour bytes: the fourth byte of the output keeps what it held.
-                std::memcpy(f.output + offset + static_cast<std::size_t>(c) * 4, from + offset + static_cast<std::size_t>(c) * 4, 3);
+    std::uint32_t* mask = st.rowMask.data();
+    for (std::int32_t tileRow = 0; tileRow < st.kr; ++tileRow) {
+        const std::int32_t* thresholds = st.thresholds.data() + static_cast<std::size_t>(tileRow) * static_cast<std::size_t>(st.kc);
+        for (std::int32_t tileColumn = 0; tileColumn < st.kc; ++tileColumn)
+            std::fill_n(mask + static_cast<std::size_t>(tileColumn) * static_cast<std::size_t>(st.s), st.s,
+                        thresholds[tileColumn] > p ? 0u : 0xFFFFFFFFu);
+        for (std::int32_t r = tileRow * st.s; r < (tileRow + 1) * st.s; ++r) {
+            const auto* src = reinterpret_cast<const std::uint32_t*>(f.SourceRow(r));
+            const auto* tgt = reinterpret_cast<const std::uint32_t*>(f.TargetRow(r));
+            auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
+            // Only the three colour bytes: the fourth byte of the output keeps what it held.
+            for (std::int32_t x = 0; x < f.w; ++x) {
+                const std::uint32_t chosen = (src[x] & ~mask[x]) | (tgt[x] & mask[x]);
+                out[x] = (out[x] & 0xFF000000u) | (chosen & 0x00FFFFFFu);
             }
         }
     }
@@ -238,8 +245,8 @@ std::int32_t TileDissolveProc(std::uint32_t message, void* params)
         return 0;
     }
     if (message == EffectRelease) {
-        tileDissolve.thresholds.clear();
-        tileDissolve.thresholds.shrink_to_fit();
+        tileDissolve.thresholds = {};
+        tileDissolve.rowMask = {};
         return 0;
     }
     if (!IsRenderMessage(message))
