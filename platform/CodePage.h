@@ -9,6 +9,10 @@ namespace lumenar::platform {
 /// The code page films are written in unless the user picks another.
 inline constexpr int kDefaultCodePage = 1252;
 
+/// The code page captions are laid out and drawn in (the film's). Defaults to 1252. Any thread.
+int ActiveCodePage();
+void SetActiveCodePage(int codePage);
+
 /// True for the code pages we can convert (single-byte Windows pages and 932, 936, 949, 950).
 bool IsSupportedCodePage(int codePage);
 

@@ -2,6 +2,7 @@
 
 #include <iconv.h>
 
+#include <atomic>
 #include <cerrno>
 #include <string>
 
@@ -65,7 +66,19 @@ char32_t DecodeUtf8(std::string_view text)
     return 0xFFFD;
 }
 
+std::atomic<int> activeCodePage{kDefaultCodePage};
+
 } // namespace
+
+int ActiveCodePage()
+{
+    return activeCodePage.load();
+}
+
+void SetActiveCodePage(int codePage)
+{
+    activeCodePage.store(codePage);
+}
 
 bool IsSupportedCodePage(int codePage)
 {
