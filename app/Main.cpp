@@ -24,6 +24,7 @@ struct Command
 };
 
 constexpr Command kCommands[] = {
+    {"decode", DecodeCommand, "decode one photo with the player's decoder to a .bmp, .png or .ppm picture"},
     {"info", InfoCommand, "print a film file's settings, items and captions as JSON"},
 };
 
