@@ -111,7 +111,8 @@ struct Sampling
 // column's colour). Against libjpeg's samples with our lead applied, every sampling must be as close as
 // 4:4:4: a chroma position off by one in either direction, a wrong colour table or a wrong quantisation
 // index falls far below kMinPsnrSameLayout (measured: 36.3 dB worst, checkerboard at quality 100;
-// with chroma sample x / 2 or x / 2 + 1 instead, subsampled photos fall to.
+// with chroma sample x / 2 or x / 2 + 1 instead, the subsampled text photo falls to 32.3 and 31.6 dB,
+// from 45.2 dB).
 constexpr double kMinPsnrSameLayout = 34.0;
 
 TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
