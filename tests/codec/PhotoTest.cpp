@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -177,6 +178,54 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
         }
     }
     fs::remove_all(dir);
+}
+
+TEST(DecodePhoto, InMemoryNamesResolveOnlyThroughTheRegistry)
+{
+    testing::ZigzagBlock block(64, 0);
+    block[0] = 80;
+    const auto bytes = testing::MakeUniformPhoto(16, 8, block);
+    const auto name = platform::RegisterInMemoryPicture(bytes);
+    const std::string length = std::to_string(name.length), address = std::to_string(name.address);
+    struct Row
+    {
+        std::string source;
+        int result;
+    };
+    const Row rows[] = {
+        {length + "\\" + address, 1},
+        {length + "\\" + address + ".jpg", 1},
+        {"C:" + length + "\\" + address, 1},
+        {std::to_string(name.length - 5) + "\\" + address, 1}, // A prefix of the block: the data end early.
+        {std::to_string(name.length + 1) + "\\" + address, 0}, // Longer than the block.
+        {length + "\\" + std::to_string(name.address + 1), 0}, // Not a registered address.
+        {length + "\\x" + address, 0},
+        {"", 0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.source);
+        Photo photo;
+        EXPECT_EQ(DecodePhoto(photo, row.source), row.result);
+    }
+    EXPECT_TRUE(platform::ReleaseInMemoryPicture(name.address));
+    Photo photo;
+    EXPECT_EQ(DecodePhoto(photo, length + "\\" + address), 0) << "released";
+}
+
+TEST(Photo, CopiesAPackedBitmap)
+{
+    testing::ZigzagBlock block(64, 0);
+    block[0] = 80;
+    Photo photo;
+    ASSERT_EQ(DecodePhoto(photo, testing::MakeUniformPhoto(12, 5, block)), 1);
+    EXPECT_EQ(photo.Width(), 12);
+    EXPECT_EQ(photo.Height(), 5);
+    const PackedDib dib = photo.CopyPackedDib();
+    ASSERT_TRUE(dib);
+    ASSERT_EQ(dib.size, 40u + 12 * 5 * 4);
+    EXPECT_EQ(0, std::memcmp(dib.bytes.get(), photo.Bitmap()->Block().data() + 14, dib.size));
+    EXPECT_EQ(dib.bytes[42], 138 + 14); // Red: luma 138, Cr 138 adds trunc(10 * 1.402).
+    EXPECT_FALSE(Photo().CopyPackedDib());
 }
 
 } // namespace
