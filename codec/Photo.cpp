@@ -68,7 +68,7 @@ int DecodePhoto(Photo& photo, std::span<const std::uint8_t> bytes, const DecodeO
         return 0;
     photo.width_ = decoder->Width();
     photo.height_ = decoder->Height();
-    auto bitmap = std::make_unique<PhotoBitmap>(photo.width_, photo.height_);
+    auto bitmap = std::make_unique<PhotoBitmap>(photo.width_, photo.height_, options.maxPictureBytes);
     const ComponentInfo& luma = decoder->Component(0);
     ConvertToDib(*bitmap, luma.Plane(), decoder->Component(1).Plane(), decoder->Component(2).Plane(), luma.h,
                  luma.v);

@@ -30,6 +30,7 @@ struct DecodeOptions
     IdctPath idct = IdctPath::Auto;
     std::uint32_t chunkCapacity = kPhotoChunkCapacity;
     std::size_t maxPlaneBytes = kMaxPlaneBytes; ///< Hosts with less memory (fuzzers) set it lower.
+    std::size_t maxPictureBytes = std::size_t{1} << 30; ///< A larger picture counts as memory not had.
 };
 
 /// One component of the frame.

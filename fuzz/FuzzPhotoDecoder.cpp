@@ -29,7 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const codec::DecodeOptions options{.idct = (size & 1) != 0 ? codec::IdctPath::Portable : codec::IdctPath::Fast,
                                        .chunkCapacity = (size & 2) != 0 ? 16u + static_cast<std::uint32_t>(size & 0x70)
                                                                        : codec::kPhotoChunkCapacity,
-                                       .maxPlaneBytes = 4u << 20};
+                                       .maxPlaneBytes = 256u << 10,
+                                       .maxPictureBytes = 1u << 20};
     codec::Photo photo;
     if (codec::DecodePhoto(photo, {data, size}, options) != 1)
         return 0;
