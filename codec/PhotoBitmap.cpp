@@ -5,6 +5,7 @@
 #include "platform/MessageBox.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <optional>
 
@@ -28,6 +29,15 @@ inline std::uint8_t Clamp255(int value)
 {
     return static_cast<std::uint8_t>(std::clamp(value, 0, 255));
 }
+
+// Values -256..511 (offset by 256) clamped to 0..255; every sum of a luma byte and a colour table entry
+// falls in that range.
+constexpr std::array<std::uint8_t, 768> kClamp = [] {
+    std::array<std::uint8_t, 768> table{};
+    for (int i = 0; i < 768; ++i)
+        table[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(std::clamp(i - 256, 0, 255));
+    return table;
+}();
 
 // The chroma sample pixel x reads along a row: the position advances after a pixel when h is 1 or
 // when (x + 1) is not a multiple of h.
@@ -116,14 +126,35 @@ int ConvertToDib(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, std:
             const std::uint8_t* yRow = yPlane.data() + yBase;
             const std::uint8_t* cbRow = cbPlane.data() + cBase;
             const std::uint8_t* crRow = crPlane.data() + cBase;
-            for (std::size_t x = 0; x < width; ++x) {
-                const std::size_t cx = ChromaColumn(x, hh);
+            // One pixel: three table reads for the clamps and one 32-bit store (byte 3 stays 0).
+            auto put = [&](std::size_t x, int blue, int green, int red) {
                 const int luma = yRow[x];
-                const int cb = cbRow[cx];
-                const int cr = crRow[cx];
-                out[4 * x + 0] = Clamp255(luma + blueCb[cb]);
-                out[4 * x + 1] = Clamp255(luma + greenCb[cb] + greenCr[cr]);
-                out[4 * x + 2] = Clamp255(luma + redCr[cr]);
+                const std::uint32_t pixel = static_cast<std::uint32_t>(kClamp[luma + blue + 256]) |
+                                            static_cast<std::uint32_t>(kClamp[luma + green + 256]) << 8 |
+                                            static_cast<std::uint32_t>(kClamp[luma + red + 256]) << 16;
+                std::memcpy(out + 4 * x, &pixel, 4);
+            };
+            if (hh == 2) {
+                // Pixel 0 takes sample 0; pixels 2i - 1 and 2i share sample i.
+                put(0, blueCb[cbRow[0]], greenCb[cbRow[0]] + greenCr[crRow[0]], redCr[crRow[0]]);
+                for (std::size_t i = 1; 2 * i - 1 < width; ++i) {
+                    const int cb = cbRow[i], cr = crRow[i];
+                    const int blue = blueCb[cb], green = greenCb[cb] + greenCr[cr], red = redCr[cr];
+                    put(2 * i - 1, blue, green, red);
+                    if (2 * i < width)
+                        put(2 * i, blue, green, red);
+                }
+            } else if (hh == 1) {
+                for (std::size_t x = 0; x < width; ++x) {
+                    const int cb = cbRow[x], cr = crRow[x];
+                    put(x, blueCb[cb], greenCb[cb] + greenCr[cr], redCr[cr]);
+                }
+            } else {
+                for (std::size_t x = 0; x < width; ++x) {
+                    const std::size_t cx = ChromaColumn(x, hh);
+                    const int cb = cbRow[cx], cr = crRow[cx];
+                    put(x, blueCb[cb], greenCb[cb] + greenCr[cr], redCr[cr]);
+                }
             }
             continue;
         }

@@ -109,47 +109,6 @@ void PhotoDecoder::LoadChunk()
     chunkPos_ = 0;
 }
 
-std::uint8_t PhotoDecoder::TakeByte()
-{
-    // A skip may land past the fill of the last, partial chunk: nothing is there but the end.
-    if (chunkPos_ >= chunkFill_)
-        LoadChunk();
-    const std::uint8_t b = chunk_[chunkPos_];
-    // Compatibility: a stuffed 0xFF 0x00 pair delivers one 0xFF only when both bytes are in the same
-    // chunk; a pair split by a chunk boundary delivers both bytes, so photos decode as they always did.
-    if (entropyMode_ != 0 && b == 0xFF && chunkPos_ + 1 < chunkFill_ && chunk_[chunkPos_ + 1] == 0x00)
-        ++chunkPos_;
-    ++chunkPos_;
-    return b;
-}
-
-void PhotoDecoder::Refill()
-{
-    // Shift counts are taken modulo 32, as the x86 shifts do; bitCount may have gone far below zero
-    // after an oversized read.
-    while (bitCount_ <= 24) {
-        const std::uint32_t b = TakeByte();
-        bits_ |= b << (static_cast<unsigned>(24 - bitCount_) & 31u);
-        bitCount_ += 8;
-    }
-}
-
-std::uint32_t PhotoDecoder::GetBits(int n)
-{
-    const std::uint32_t result = bits_ >> (static_cast<unsigned>(32 - n) & 31u);
-    bits_ <<= static_cast<unsigned>(n) & 31u;
-    bitCount_ -= n;
-    Refill();
-    return result;
-}
-
-void PhotoDecoder::DropBits(int n)
-{
-    bits_ <<= static_cast<unsigned>(n) & 31u;
-    bitCount_ -= n;
-    Refill();
-}
-
 void PhotoDecoder::AlignToByte()
 {
     if ((bitCount_ & 7) != 0)
