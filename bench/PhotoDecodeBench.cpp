@@ -19,11 +19,6 @@ namespace {
 
 using namespace lumenar;
 
-struct PhotoSpec
-{
-    int width, height;
-    const char* sampling; // cjpeg -sample argument.
-};
 
 const std::vector<std::uint8_t>& PhotoBytes(int width, int height, const char* sampling)
 {

@@ -116,11 +116,11 @@ int ConvertToDib(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, std:
     const std::int32_t* redCr = bitmap.redFromCr.data();
     const std::size_t lastChroma = width == 0 ? 0 : ChromaColumn(width - 1, hh);
 
-    for (std::size_t y = 0; y < height; ++y) {
+    for (std::size_t y = 0; y < height && width != 0; ++y) {
         const std::size_t yBase = y * rowStride;
         const std::size_t cBase = (y / vv) * chromaStride;
         std::uint8_t* out = pixels + (height - 1 - y) * width * 4;
-        const bool inside = width == 0 || (yBase + width <= yPlane.size() && cBase + lastChroma < cbPlane.size() &&
+        const bool inside = (yBase + width <= yPlane.size() && cBase + lastChroma < cbPlane.size() &&
                                            cBase + lastChroma < crPlane.size());
         if (inside) {
             const std::uint8_t* yRow = yPlane.data() + yBase;
