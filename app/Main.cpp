@@ -24,6 +24,7 @@ struct Command
 };
 
 constexpr Command kCommands[] = {
+    {"decode", DecodeCommand, "decode one photo with the player's decoder to a .bmp, .png or .ppm picture"},
     {"info", InfoCommand, "print a film file's settings, items and captions as JSON"},
     {"effects", EffectsCommand, "list the rows of both effect tables"},
     {"effect", EffectCommand, "render one frame of a picture transition between two pictures"},

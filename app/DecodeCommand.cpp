@@ -1,0 +1,101 @@
+#include "app/Commands.h"
+
+#include "app/PictureFiles.h"
+#include "codec/Photo.h"
+#include "platform/CorruptPhotoPolicy.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace lumenar::app {
+
+namespace {
+
+constexpr const char* kDecodeHelp =
+    "usage: lumenar decode PHOTO -o OUT.{bmp,png,ppm} [--portable] [--no-exit-on-corrupt]\n"
+    "\n"
+    "Decodes one baseline JPEG photo with the player's decoder and writes its 32-bit picture:\n"
+    "a .bmp is the decoder's own picture block (bottom-up BGRX); .png and .ppm are RGB, top row first.\n"
+    "\n"
+    "options:\n"
+    "  -o OUT                the picture to write; the extension picks the format\n"
+    "  --portable            use the portable inverse transform instead of the fast one\n"
+    "                        (LUMENAR_PORTABLE_IDCT=1 does the same)\n"
+    "  --no-exit-on-corrupt  fail this photo instead of ending the process with status 1 when the\n"
+    "                        photo is corrupt in one of the ways the player treats as fatal\n"
+    "\n"
+    "Exit status: 0 when the picture was written, 2 when the photo cannot be read or decoded or the\n"
+    "picture cannot be written, 1 when a fatal corrupt photo ended the process.\n";
+
+bool EndsWith(const std::string& text, const char* suffix)
+{
+    const std::size_t n = std::strlen(suffix);
+    return text.size() >= n && text.compare(text.size() - n, n, suffix) == 0;
+}
+
+} // namespace
+
+int DecodeCommand(Args args)
+{
+    std::string input, output;
+    codec::DecodeOptions options;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(kDecodeHelp, stdout);
+            return 0;
+        }
+        if (arg == "-o") {
+            if (i + 1 >= args.size())
+                return Fail("decode", "-o needs a file name");
+            output = args[++i];
+        } else if (arg == "--portable") {
+            options.idct = codec::IdctPath::Portable;
+        } else if (arg == "--no-exit-on-corrupt") {
+            platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
+        } else if (!arg.empty() && arg[0] == '-') {
+            return Fail(arg, "unknown option for decode (try 'lumenar decode --help')");
+        } else if (input.empty()) {
+            input = arg;
+        } else {
+            return Fail(arg, "decode reads one photo at a time");
+        }
+    }
+    if (input.empty())
+        return Fail("decode", "no photo given (try 'lumenar decode --help')");
+    if (output.empty())
+        return Fail(input, "no output given (-o OUT.bmp, .png or .ppm)");
+    if (!EndsWith(output, ".bmp") && !EndsWith(output, ".png") && !EndsWith(output, ".ppm"))
+        return Fail(output, "unknown picture format (use .bmp, .png or .ppm)");
+
+    std::ifstream in(input, std::ios::binary);
+    if (!in)
+        return Fail(input, std::strerror(errno));
+    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    codec::Photo photo;
+    if (codec::DecodePhoto(photo, bytes, options) != 1)
+        return Fail(input, "not a photo the player can decode (no baseline frame with three components, or "
+                           "damage the player cannot survive)");
+    const codec::PhotoBitmap* bitmap = photo.Bitmap();
+    if (bitmap->BitCount() == 0)
+        return Fail(input, "no memory for the picture");
+
+    std::vector<std::uint8_t> file;
+    if (EndsWith(output, ".bmp")) {
+        file.assign(bitmap->Block().begin(), bitmap->Block().end());
+    } else {
+        const BottomUpBgrx picture{photo.Width(), photo.Height(), bitmap->Pixels()};
+        file = EndsWith(output, ".png") ? EncodePng(picture) : EncodePpm(picture);
+    }
+    std::ofstream out(output, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
+    if (!out)
+        return Fail(output, std::strerror(errno));
+    return 0;
+}
+
+} // namespace lumenar::app

@@ -1,0 +1,520 @@
+#include "codec/PhotoDecoder.h"
+
+#include "codec/Idct.h"
+#include "platform/CorruptPhotoPolicy.h"
+#include "platform/Cpu.h"
+#include "platform/Memory.h"
+#include "platform/MessageBox.h"
+#include "platform/ReportBox.h"
+
+#include "base/StrCat.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace lumenar::codec {
+
+using base::Error;
+using base::ErrorCode;
+using base::Status;
+using base::StrCat;
+
+namespace {
+
+// Zigzag index k -> natural (row-major) position in the 8x8 block.
+constexpr std::uint8_t kZigzag[64] = {
+    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  //
+    12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28, //
+    35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51, //
+    58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63, //
+};
+
+// The number of halvings until the value is no longer positive, minus one: 1 -> 0, 2 -> 1, 3 -> 1, 4 -> 2.
+int HalvingLog2(int value)
+{
+    int count = 0;
+    while (value > 0) {
+        value >>= 1;
+        ++count;
+    }
+    return count - 1;
+}
+
+bool PortableForcedByEnvironment()
+{
+    const char* value = std::getenv("LUMENAR_PORTABLE_IDCT");
+    return value != nullptr && std::string_view(value) == "1";
+}
+
+Error Damaged(std::string message)
+{
+    return Error{ErrorCode::BadData, std::move(message)};
+}
+
+} // namespace
+
+base::Result<std::unique_ptr<PhotoDecoder>> PhotoDecoder::Create(std::span<const std::uint8_t> bytes,
+                                                                 const DecodeOptions& options)
+{
+    if (bytes.size() > 0xFFFFFFF0u)
+        return Error{ErrorCode::TooLarge, StrCat("photo of ", bytes.size(), " bytes is beyond 4 GiB")};
+    if (options.chunkCapacity < 4)
+        return Error{ErrorCode::InvalidInput, StrCat("chunk capacity ", options.chunkCapacity, " is below 4 bytes")};
+    std::unique_ptr<PhotoDecoder> decoder(new (std::nothrow) PhotoDecoder());
+    if (!decoder)
+        return Error{ErrorCode::TooLarge, "no memory for a photo decoder"};
+    decoder->data_ = platform::TryAllocateArray<std::uint8_t>(bytes.size());
+    decoder->chunk_ = platform::TryAllocateArray<std::uint8_t>(options.chunkCapacity);
+    if (!decoder->data_ || !decoder->chunk_)
+        return Error{ErrorCode::TooLarge, StrCat("no memory to hold a photo of ", bytes.size(), " bytes")};
+    if (!bytes.empty())
+        std::memcpy(decoder->data_.get(), bytes.data(), bytes.size());
+    decoder->dataSize_ = static_cast<std::uint32_t>(bytes.size());
+    decoder->chunkCapacity_ = options.chunkCapacity;
+    decoder->maxPlaneBytes_ = options.maxPlaneBytes;
+    switch (options.idct) {
+    case IdctPath::Fast:
+        decoder->useMmx_ = true;
+        break;
+    case IdctPath::Portable:
+        decoder->useMmx_ = false;
+        break;
+    case IdctPath::Auto:
+        decoder->useMmx_ = platform::HasMmx() && !PortableForcedByEnvironment();
+        break;
+    }
+    decoder->Refill();
+    return decoder;
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Bit source.
+
+void PhotoDecoder::LoadChunk()
+{
+    if (dataSize_ > dataPos_) {
+        const std::uint32_t count = std::min(chunkCapacity_, dataSize_ - dataPos_);
+        std::memcpy(chunk_.get(), data_.get() + dataPos_, count);
+        chunkFill_ = count;
+        dataPos_ += count;
+    } else {
+        // Past the end the source delivers zero bytes for ever.
+        std::memset(chunk_.get(), 0, 4);
+        chunkFill_ = 4;
+        sourceExhausted_ = true;
+    }
+    ++chunkCount_;
+    chunkPos_ = 0;
+}
+
+void PhotoDecoder::AlignToByte()
+{
+    if ((bitCount_ & 7) != 0)
+        DropBits(bitCount_ & 7);
+}
+
+void PhotoDecoder::ReloadRegister()
+{
+    bits_ = 0;
+    bitCount_ = 0;
+    Refill();
+}
+
+void PhotoDecoder::SkipBytes(int n)
+{
+    if (n < 4) {
+        DropBits(8 * n);
+        return;
+    }
+    std::uint32_t newPos = chunkPos_ + static_cast<std::uint32_t>(n) - 4;
+    while (newPos > chunkCapacity_) {
+        LoadChunk();
+        newPos -= chunkCapacity_;
+    }
+    chunkPos_ = newPos;
+    ReloadRegister();
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Marker parser.
+
+Status PhotoDecoder::ParseMarkers()
+{
+    restartEnabled_ = 0;
+    for (;;) {
+        if (GetBits(8) != 0xFF)
+            return {};
+        const std::uint32_t code = GetBits(8);
+        switch (code) {
+        case 0xD8:
+            inImage_ = 1;
+            break;
+        case 0xD9:
+            inImage_ = 0;
+            return {};
+        case 0xC0:
+            LUM_TRY(ReadFrameHeader());
+            break;
+        case 0xC4:
+            LUM_TRY(ReadHuffmanTables());
+            break;
+        case 0xDB:
+            LUM_TRY(ReadQuantTables());
+            break;
+        case 0xDA:
+            entropyMode_ = 1;
+            LUM_TRY(ReadScanHeader());
+            LUM_TRY(DecodeScan());
+            AlignToByte();
+            break;
+        case 0xDD: {
+            const int lr = static_cast<int>(Get16());
+            restartInterval_ = static_cast<int>(Get16());
+            restartEnabled_ = 1;
+            if (lr > 4)
+                SkipBytes(lr - 4);
+            break;
+        }
+        case 0xD0:
+        case 0xD1:
+        case 0xD2:
+        case 0xD3:
+        case 0xD4:
+        case 0xD5:
+        case 0xD6:
+        case 0xD7: {
+            // Compatibility: a stray restart marker takes a four-byte head and then a whole further
+            // segment with it; photos with one decode as they always did.
+            const int length = static_cast<int>(Get16());
+            rstField_ = static_cast<int>(Get16());
+            if (length > 4)
+                SkipBytes(length - 4);
+            LUM_TRY(SkipSegment());
+            break;
+        }
+        default:
+            // Compatibility: a fill byte 0xFF is taken as a segment start whose length follows, and
+            // frames other than baseline are skipped, so such photos decode to nothing.
+            LUM_TRY(SkipSegment());
+            break;
+        }
+    }
+}
+
+Status PhotoDecoder::SkipSegment()
+{
+    const int length = static_cast<int>(Get16());
+    if (length < 2)
+        return Damaged(StrCat("segment length ", length, " is shorter than its own length field"));
+    SkipBytes(length - 2);
+    return {};
+}
+
+Status PhotoDecoder::ReadFrameHeader()
+{
+    Get16(); // The length is implied by Nf.
+    precision_ = static_cast<int>(GetBits(8));
+    height_ = static_cast<int>(Get16());
+    width_ = static_cast<int>(Get16());
+    const int count = static_cast<int>(GetBits(8));
+    // A second frame header replaces the first one's components.
+    components_.clear();
+    components_.resize(static_cast<std::size_t>(count));
+    int hMax = 0, vMax = 0;
+    for (ComponentInfo& c : components_) {
+        c.id = static_cast<int>(GetBits(8));
+        c.h = static_cast<int>(GetBits(4));
+        c.v = static_cast<int>(GetBits(4));
+        c.quantTable = static_cast<int>(GetBits(8));
+        hMax = std::max(hMax, c.h);
+        vMax = std::max(vMax, c.v);
+    }
+    if (hMax == 0 || vMax == 0) {
+        components_.clear();
+        return Damaged(StrCat("frame of ", count, " components has a zero sampling factor"));
+    }
+    mcusAcross_ = (((width_ + hMax - 1) / hMax) + 7) >> 3;
+    mcusDown_ = (((height_ + vMax - 1) / vMax) + 7) >> 3;
+    for (std::size_t i = 0; i < components_.size(); ++i) {
+        ComponentInfo& c = components_[i];
+        c.blocksPerMcu = c.h * c.v;
+        c.log2h = HalvingLog2(c.h);
+        c.log2v = HalvingLog2(c.v);
+        c.planeStride = static_cast<std::size_t>(mcusAcross_) << (c.log2h + 3);
+        c.planeRows = static_cast<std::size_t>(mcusDown_) << (c.log2v + 3);
+        const std::size_t size = c.planeStride * c.planeRows;
+        if (size > maxPlaneBytes_) {
+            components_.clear();
+            return Error{ErrorCode::TooLarge, StrCat("plane of component ", i, " (", width_, "x", height_,
+                                                     " frame) needs ", size, " bytes, more than ", maxPlaneBytes_)};
+        }
+        c.plane = platform::TryAllocateArray<std::uint8_t>(size);
+        if (!c.plane) {
+            components_.clear();
+            return Error{ErrorCode::TooLarge, StrCat("no memory for a plane of ", size, " bytes")};
+        }
+    }
+    return {};
+}
+
+Status PhotoDecoder::ReadQuantTables()
+{
+    int remaining = static_cast<int>(Get16()) - 2;
+    while (remaining > 0) {
+        const int pq = static_cast<int>(GetBits(4));
+        const int tq = static_cast<int>(GetBits(4));
+        // Compatibility: another precision keeps the last one (8 bits before any valid one) and does
+        // not count down the segment.
+        if (pq == 0) {
+            tableBits_ = 8;
+            remaining -= 65;
+        } else if (pq == 1) {
+            tableBits_ = 16;
+            remaining -= 129;
+        }
+        if (tq > 3)
+            return Damaged(StrCat("quantisation table ", tq, " is defined (only 0-3 exist)"));
+        for (std::uint16_t& entry : quantTables_[static_cast<std::size_t>(tq)])
+            entry = static_cast<std::uint16_t>(GetBits(tableBits_));
+    }
+    return {};
+}
+
+Status PhotoDecoder::ReadHuffmanTables()
+{
+    if (selectedTable_ == nullptr)
+        selectedTable_ = &dcTables_[0];
+    int remaining = static_cast<int>(Get16()) - 2;
+    while (remaining > 0) {
+        const int tc = static_cast<int>(GetBits(4));
+        const int th = static_cast<int>(GetBits(4));
+        if (tc == 0 || tc == 1) {
+            if (th > 1)
+                return Damaged(StrCat("huffman table ", th, " is defined (only 0-1 exist)"));
+            selectedTable_ = tc == 0 ? &dcTables_[static_cast<std::size_t>(th)] : &acTables_[static_cast<std::size_t>(th)];
+        }
+        int counts[17] = {};
+        int total = 0;
+        for (int length = 1; length <= 16; ++length) {
+            counts[length] = static_cast<int>(GetBits(8));
+            total += counts[length];
+        }
+        remaining -= 17 + total;
+
+        HuffmanLookup& table = *selectedTable_;
+        // The rebuilt first level no longer refers to the old second-level tables.
+        table.subTables.clear();
+        std::size_t pos = 0;
+        for (int length = 1; length <= 8; ++length) {
+            const std::size_t span = std::size_t{1} << (8 - length);
+            for (int i = 0; i < counts[length]; ++i) {
+                const std::uint32_t symbol = GetBits(8);
+                if (pos + span > 256)
+                    return Damaged(StrCat("huffman codes of ", length, " bits overflow the code space"));
+                std::fill_n(table.entries.begin() + static_cast<std::ptrdiff_t>(pos), span,
+                            (static_cast<std::uint32_t>(length) << 16) | symbol);
+                pos += span;
+            }
+        }
+        bool hasLong = false;
+        for (int length = 9; length <= 16; ++length)
+            hasLong = hasLong || counts[length] != 0;
+        if (hasLong) {
+            std::array<std::uint32_t, 256>* sub = nullptr;
+            std::size_t subPos = 0;
+            auto startSubTable = [&]() -> Status {
+                if (pos >= 256)
+                    return Damaged("huffman codes longer than 8 bits overflow the code space");
+                auto fresh = platform::TryAllocate<std::array<std::uint32_t, 256>>();
+                if (!fresh) {
+                    platform::ReportFatalCorruptPhoto("no memory for a second-level huffman table");
+                    failed_ = true;
+                    return Error{ErrorCode::TooLarge, "no memory for a second-level huffman table"};
+                }
+                sub = fresh.get();
+                table.entries[pos++] =
+                    HuffmanLookup::kReferenceFlag | static_cast<std::uint32_t>(table.subTables.size());
+                table.subTables.push_back(std::move(fresh));
+                subPos = 0;
+                return {};
+            };
+            LUM_TRY(startSubTable());
+            for (int length = 9; length <= 16; ++length) {
+                const int repeats = 1 << (16 - length);
+                for (int i = 0; i < counts[length]; ++i) {
+                    const std::uint32_t entry = (static_cast<std::uint32_t>(length) << 16) | GetBits(8);
+                    for (int r = 0; r < repeats; ++r) {
+                        (*sub)[subPos++] = entry;
+                        if (subPos == 256)
+                            LUM_TRY(startSubTable());
+                    }
+                }
+            }
+            std::fill(sub->begin() + static_cast<std::ptrdiff_t>(subPos), sub->end(), 0u);
+        }
+        std::fill(table.entries.begin() + static_cast<std::ptrdiff_t>(pos), table.entries.end(), 0u);
+    }
+    return {};
+}
+
+Status PhotoDecoder::ReadScanHeader()
+{
+    Get16(); // The length is implied by Ns.
+    scanCount_ = static_cast<int>(GetBits(8));
+    if (components_.empty())
+        return Damaged("scan before any baseline frame header (progressive, lossless or no frame)");
+    if (scanCount_ == 0 || scanCount_ > 4)
+        return Damaged(StrCat("scan of ", scanCount_, " components (1-4 are possible)"));
+    for (int i = 0; i < scanCount_; ++i) {
+        const int selector = static_cast<int>(GetBits(8));
+        const auto found = std::find_if(components_.begin(), components_.end(),
+                                        [&](const ComponentInfo& c) { return c.id == selector; });
+        if (found == components_.end())
+            return Damaged(StrCat("scan names component ", selector, ", which the frame does not have"));
+        scanComponents_[static_cast<std::size_t>(i)] = &*found;
+        found->dcTable = static_cast<int>(GetBits(4));
+        found->acTable = static_cast<int>(GetBits(4));
+    }
+    ComponentInfo& last = *scanComponents_[static_cast<std::size_t>(scanCount_ - 1)];
+    last.ss = static_cast<int>(GetBits(8));
+    last.se = static_cast<int>(GetBits(8));
+    last.ah = static_cast<int>(GetBits(4));
+    last.al = static_cast<int>(GetBits(4));
+    for (int i = 0; i < scanCount_; ++i) {
+        const ComponentInfo& c = *scanComponents_[static_cast<std::size_t>(i)];
+        if (c.quantTable > 3)
+            return Damaged(StrCat("component ", c.id, " uses quantisation table ", c.quantTable, " (only 0-3 exist)"));
+        if (c.dcTable > 1 || c.acTable > 1)
+            return Damaged(StrCat("component ", c.id, " uses huffman tables ", c.dcTable, "/", c.acTable,
+                                  " (only 0-1 exist)"));
+    }
+    return {};
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Scan and block decoding.
+
+std::int32_t PhotoDecoder::ReadValue(int size)
+{
+    // EXTEND: a value whose first bit is 0 is negative. Shift counts modulo 32 make a size of 0 read
+    // the whole register without consuming it, with an all-ones mask.
+    const std::uint32_t sign = bits_ >> 31;
+    std::uint32_t v = GetBits(size);
+    if (sign == 0)
+        v = 0u - ((~v) & (0xFFFFFFFFu >> (static_cast<unsigned>(32 - size) & 31u)));
+    return static_cast<std::int32_t>(v);
+}
+
+Status PhotoDecoder::DecodeBlock(ComponentInfo& component, std::int16_t* block)
+{
+    const auto& quant = quantTables_[static_cast<std::size_t>(component.quantTable)];
+    const HuffmanLookup& dc = dcTables_[static_cast<std::size_t>(component.dcTable)];
+    const HuffmanLookup& ac = acTables_[static_cast<std::size_t>(component.acTable)];
+
+    std::uint32_t e = dc.Find(bits_);
+    DropBits(static_cast<int>(e >> 16));
+    const int s = static_cast<int>(e & 0xFFFF);
+    if (s != 0) {
+        const std::int32_t diff = ReadValue(s);
+        const auto p = static_cast<std::int16_t>(static_cast<std::uint16_t>(
+            static_cast<std::uint32_t>(component.dcPredictor) + static_cast<std::uint32_t>(diff)));
+        component.dcPredictor = p;
+    }
+    // All products are 16-bit: the high half is discarded.
+    block[0] = static_cast<std::int16_t>(
+        static_cast<std::uint16_t>(quant[0] * static_cast<std::uint32_t>(component.dcPredictor)));
+
+    int k = 0;
+    for (;;) {
+        e = ac.Find(bits_);
+        DropBits(static_cast<int>(e >> 16));
+        const std::uint32_t rs = e & 0xFF;
+        if (rs == 0)
+            return {};
+        if (rs == 0xF0) {
+            if (k > 63) {
+                // Past the end of the block only the end-of-block code is harmless; a run of zero
+                // runs fed by the endless zero bytes past the data would never end.
+                if (sourceExhausted_ && bits_ == 0)
+                    return Damaged("a run of zero runs past the end of a block never ends");
+                continue;
+            }
+            k += 16;
+            continue;
+        }
+        k += static_cast<int>(rs >> 4) + 1;
+        const std::int32_t v = ReadValue(static_cast<int>(e & 0x0F));
+        if (k > 63) {
+            platform::ReportFatalCorruptPhoto(StrCat("coefficient index ", k, " is past 63"));
+            failed_ = true;
+            return Damaged(StrCat("coefficient index ", k, " is past 63"));
+        }
+        block[kZigzag[k]] = static_cast<std::int16_t>(
+            static_cast<std::uint16_t>(quant[static_cast<std::size_t>(k)] * static_cast<std::uint32_t>(v)));
+        if (k == 63)
+            return {};
+    }
+}
+
+Status PhotoDecoder::DecodeScan()
+{
+    auto* idct = useMmx_ ? &FastIdct : &PortableIdct;
+    auto* store = useMmx_ ? &FastStoreBlock : &PortableStoreBlock;
+    int mcuCounter = 0;
+    for (ComponentInfo& c : components_)
+        c.dcPredictor = 0;
+    alignas(16) std::int16_t block[64];
+    for (int mcuRow = 0; mcuRow < mcusDown_; ++mcuRow) {
+        for (int mcuCol = 0; mcuCol < mcusAcross_; ++mcuCol) {
+            for (int i = 0; i < scanCount_; ++i) {
+                ComponentInfo& c = *scanComponents_[static_cast<std::size_t>(i)];
+                const std::size_t stride = c.planeStride;
+                const std::size_t planeSize = stride * c.planeRows;
+                for (int by = 0; by < c.v; ++by) {
+                    for (int bx = 0; bx < c.h; ++bx) {
+                        std::memset(block, 0, sizeof block);
+                        LUM_TRY(DecodeBlock(c, block));
+                        block[0] = static_cast<std::int16_t>(static_cast<std::uint16_t>(block[0] + 1024));
+                        idct(block);
+                        const std::size_t row = (static_cast<std::size_t>(mcuRow) << (c.log2v + 3)) + 8u * by;
+                        const std::size_t column = (static_cast<std::size_t>(mcuCol) << (c.log2h + 3)) + 8u * bx;
+                        const std::size_t offset = row * stride + column;
+                        if (offset + 7 * stride + 8 <= planeSize) {
+                            store(block, c.plane.get() + offset, static_cast<std::ptrdiff_t>(stride));
+                        } else {
+                            // Sampling factors of 3 place blocks past their MCU: rows that would land
+                            // beyond the plane are dropped.
+                            std::uint8_t samples[64];
+                            store(block, samples, 8);
+                            for (std::size_t r = 0; r < 8; ++r) {
+                                if (offset + r * stride + 8 <= planeSize)
+                                    std::memcpy(c.plane.get() + offset + r * stride, samples + 8 * r, 8);
+                            }
+                        }
+                    }
+                }
+            }
+            ++mcuCounter;
+            if (mcuCounter == restartInterval_) {
+                AlignToByte();
+                const bool last = mcuRow == mcusDown_ - 1 && mcuCol == mcusAcross_ - 1;
+                if (!last) {
+                    const std::uint32_t value = Get16();
+                    if (value < 0xFFD0 || value > 0xFFD7) {
+                        platform::ReportBox(nullptr, platform::kBoxOk, 0, nullptr, 0, "Going Out value=%04X rs_int=%d",
+                                            value, restartInterval_);
+                        return {};
+                    }
+                    for (ComponentInfo& c : components_)
+                        c.dcPredictor = 0;
+                    mcuCounter = 0;
+                }
+            }
+        }
+    }
+    return {};
+}
+
+} // namespace lumenar::codec

@@ -1,0 +1,39 @@
+#include "platform/Cpu.h"
+
+#if defined(__i386__) || defined(__x86_64__)
+#include <cpuid.h>
+#endif
+
+namespace lumenar::platform {
+
+namespace {
+
+unsigned Function1Edx()
+{
+#if defined(__i386__) || defined(__x86_64__)
+    // __get_cpuid checks the highest supported function first; on 32-bit builds it also tests
+    // whether the ID flag of EFLAGS can be toggled, so processors without CPUID answer 0.
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0)
+        return 0;
+    return edx;
+#else
+    return 0;
+#endif
+}
+
+} // namespace
+
+bool HasMmx()
+{
+    static const bool has = (Function1Edx() >> 23) & 1u;
+    return has;
+}
+
+bool HasSse2()
+{
+    static const bool has = (Function1Edx() >> 26) & 1u;
+    return has;
+}
+
+} // namespace lumenar::platform

@@ -1,0 +1,480 @@
+#include "codec/PhotoDecoder.h"
+
+#include "codec/Idct.h"
+#include "codec/Photo.h"
+#include "platform/CorruptPhotoPolicy.h"
+#include "platform/MessageBox.h"
+#include "tests/support/JpegWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace lumenar::codec {
+namespace {
+
+using testing::EntropyWriter;
+using testing::FlatAcTable;
+using testing::FlatDcTable;
+using testing::JpegHuffman;
+using testing::JpegWriter;
+using testing::MakeUniformPhoto;
+using testing::ZigzagBlock;
+
+// Collects the messages the decoder shows.
+class CaptureSink final : public platform::MessageSink
+{
+public:
+    CaptureSink() { platform::SetMessageSink(this); }
+    ~CaptureSink() override { platform::SetMessageSink(nullptr); }
+    int Show(platform::Window* owner, unsigned style, std::string_view title, std::string_view text) override
+    {
+        EXPECT_EQ(owner, nullptr);
+        EXPECT_EQ(style, platform::kBoxOk);
+        EXPECT_TRUE(title.empty());
+        texts.emplace_back(text);
+        return platform::kAnswerOk;
+    }
+    std::vector<std::string> texts;
+};
+
+// Fatal conditions fail the photo instead of ending the test program.
+class FailPhotoPolicy
+{
+public:
+    FailPhotoPolicy() { platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto); }
+    ~FailPhotoPolicy() { platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::EndProcess); }
+};
+
+std::unique_ptr<PhotoDecoder> Decode(const std::vector<std::uint8_t>& bytes, base::Status* status = nullptr,
+                                     DecodeOptions options = {})
+{
+    auto decoder = PhotoDecoder::Create(bytes, options);
+    EXPECT_TRUE(decoder.ok());
+    const base::Status parsed = (*decoder)->ParseMarkers();
+    if (status != nullptr)
+        *status = parsed;
+    else
+        EXPECT_TRUE(parsed.ok()) << parsed.error().message;
+    return std::move(decoder).value();
+}
+
+constexpr std::array<std::uint8_t, 2> kSos{0xFF, 0xDA};
+constexpr std::array<std::uint8_t, 2> kRst0{0xFF, 0xD0};
+
+ZigzagBlock DcBlock(int dc)
+{
+    ZigzagBlock block(64, 0);
+    block[0] = dc;
+    return block;
+}
+
+// Every sample of the visible part of every plane.
+void ExpectFlatPlanes(const PhotoDecoder& decoder, int expected, const char* what)
+{
+    for (int i = 0; i < decoder.ComponentCount(); ++i) {
+        const auto plane = decoder.Component(i).Plane();
+        for (std::size_t k = 0; k < plane.size(); ++k)
+            ASSERT_EQ(plane[k], expected) << what << ": component " << i << " sample " << k;
+    }
+}
+
+TEST(PhotoDecoder, DecodesPlanesPaddedToWholeBlocks)
+{
+    // DC 80 with a quantiser of 1 is +10 on mid-grey in every sample, on both paths.
+    for (IdctPath path : {IdctPath::Fast, IdctPath::Portable}) {
+        const auto decoder = Decode(MakeUniformPhoto(20, 12, DcBlock(80)), nullptr, {.idct = path});
+        ASSERT_EQ(decoder->ComponentCount(), 3);
+        EXPECT_EQ(decoder->Width(), 20);
+        EXPECT_EQ(decoder->Height(), 12);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(decoder->Component(i).planeStride, 24u);
+            EXPECT_EQ(decoder->Component(i).planeRows, 16u);
+        }
+        ExpectFlatPlanes(*decoder, 138, path == IdctPath::Fast ? "fast" : "portable");
+    }
+}
+
+TEST(PhotoDecoder, UnstuffsOnlyAfterTheFirstScan)
+{
+    // The same table segment before and after a scan: 0xFF 0x00 is two entries before the first SOS and
+    // one 0xFF after it, which shifts the rest of the table by one byte.
+    std::vector<int> values(64, 7);
+    values[1] = 0xFF;
+    values[2] = 0x00;
+    values[3] = 9;
+    JpegWriter w;
+    w.Raw(MakeUniformPhoto(8, 8, DcBlock(0)));
+    w.bytes.resize(w.bytes.size() - 2); // Drop the EOI.
+    w.bytes.insert(w.bytes.begin() + 2, {0xFF, 0xDB, 0x00, 67, 0x01});
+    w.bytes.insert(w.bytes.begin() + 7, values.begin(), values.end());
+    w.Dqt(2, values).Eoi();
+    const auto decoder = Decode(w.bytes);
+    EXPECT_EQ(decoder->QuantTable(1)[1], 0xFF);
+    EXPECT_EQ(decoder->QuantTable(1)[2], 0x00);
+    EXPECT_EQ(decoder->QuantTable(1)[3], 9);
+    EXPECT_EQ(decoder->QuantTable(2)[1], 0xFF);
+    EXPECT_EQ(decoder->QuantTable(2)[2], 9);
+    EXPECT_EQ(decoder->QuantTable(2)[3], 7);
+}
+
+// A photo whose entropy-coded data holds a stuffed pair early on, and the pair's offset.
+std::pair<std::vector<std::uint8_t>, std::size_t> PhotoWithStuffedPair()
+{
+    ZigzagBlock block(64, 0);
+    for (int dc = 1; dc < 2000; ++dc) {
+        block[0] = dc;
+        block[1] = dc % 7 - 3;
+        auto bytes = MakeUniformPhoto(64, 8, block);
+        const auto sos = std::search(bytes.begin(), bytes.end(), kSos.begin(), kSos.end());
+        const auto start = static_cast<std::size_t>(sos - bytes.begin()) + 14; // Marker and 3-component header.
+        for (std::size_t i = start; i + 1 < start + 12 && i + 1 < bytes.size(); ++i) {
+            if (bytes[i] == 0xFF && bytes[i + 1] == 0x00)
+                return {bytes, i};
+        }
+    }
+    return {};
+}
+
+TEST(PhotoDecoder, StuffedPairAcrossAChunkBoundaryIsNotRecognised)
+{
+    const auto [bytes, pairAt] = PhotoWithStuffedPair();
+    ASSERT_FALSE(bytes.empty());
+    const auto whole = Decode(bytes);
+    // Chunks that end right after the 0xFF: the 0x00 starts the next chunk and is read as data.
+    std::uint32_t splitting = 0;
+    for (std::uint32_t capacity = 5; capacity < pairAt + 1 && splitting == 0; ++capacity)
+        if ((pairAt + 1) % capacity == 0)
+            splitting = capacity;
+    ASSERT_NE(splitting, 0u);
+    std::uint32_t other = static_cast<std::uint32_t>(bytes.size()); // One chunk: the pair is inside it.
+    const auto inside = Decode(bytes, nullptr, {.chunkCapacity = other});
+    const auto split = Decode(bytes, nullptr, {.chunkCapacity = splitting});
+    bool splitDiffers = false;
+    for (int i = 0; i < 3; ++i) {
+        const auto a = whole->Component(i).Plane(), b = inside->Component(i).Plane(), c = split->Component(i).Plane();
+        EXPECT_TRUE(std::equal(a.begin(), a.end(), b.begin(), b.end()));
+        splitDiffers = splitDiffers || !std::equal(a.begin(), a.end(), c.begin(), c.end());
+    }
+    EXPECT_TRUE(splitDiffers);
+}
+
+TEST(PhotoDecoder, LongCodesGoThroughSecondLevelTables)
+{
+    // A 2-bit code, an 8-bit code, then codes of 9..16 bits: the entry after the 8-bit code refers to
+    // the first second-level table.
+    std::vector<std::pair<int, std::uint8_t>> lengths{{2, 0}, {8, 1}};
+    const int longLengths[] = {9, 10, 11, 12, 13, 14, 15, 16, 16, 16};
+    for (int s = 2; s <= 11; ++s)
+        lengths.emplace_back(longLengths[s - 2], static_cast<std::uint8_t>(s));
+    const JpegHuffman dc = JpegHuffman::Make(lengths);
+    const JpegHuffman ac = FlatAcTable();
+    JpegWriter w;
+    w.Soi().Dqt(0, std::vector<int>(64, 1)).Sof0(8, 8, {{1, 1, 1, 0}, {2, 1, 1, 0}, {3, 1, 1, 0}});
+    w.Dht(0, 0, dc).Dht(1, 0, ac).Sos({{1, 0}, {2, 0}, {3, 0}});
+    EntropyWriter e;
+    int predictors[3] = {};
+    e.Block(DcBlock(1000), predictors[0], dc, ac); // Category 10: a 15-bit code.
+    e.Block(DcBlock(-1), predictors[1], dc, ac);   // Category 1: the 8-bit code.
+    e.Block(DcBlock(0), predictors[2], dc, ac);    // Category 0: the 2-bit code.
+    e.Flush();
+    w.Raw(e.bytes).Eoi();
+    const auto decoder = Decode(w.bytes);
+    const HuffmanLookup& table = decoder->DcTable(0);
+    EXPECT_EQ(table.entries[0x00], (2u << 16) | 0);
+    EXPECT_EQ(table.entries[0x3F], (2u << 16) | 0);
+    EXPECT_EQ(table.entries[0x40], (8u << 16) | 1);
+    EXPECT_NE(table.entries[0x41] & HuffmanLookup::kReferenceMask, 0u);
+    // 257 second-level entries: a second table, referred to by the next first-level entry.
+    EXPECT_NE(table.entries[0x42] & HuffmanLookup::kReferenceMask, 0u);
+    EXPECT_EQ(table.entries[0x43], 0u);
+    EXPECT_EQ(table.subTables.size(), 2u);
+    EXPECT_EQ(decoder->Component(0).Plane()[0], 128 + 125);
+    EXPECT_EQ(decoder->Component(1).Plane()[0], 128);
+    EXPECT_EQ(decoder->Component(2).Plane()[0], 128);
+}
+
+JpegHuffman FlatAcTableWith(std::uint8_t extra)
+{
+    std::vector<std::pair<int, std::uint8_t>> list{{8, 0x00}, {8, 0xF0}, {8, extra}};
+    for (int run = 0; run < 16; ++run)
+        for (int size = 1; size <= 10; ++size)
+            list.emplace_back(8, static_cast<std::uint8_t>(run << 4 | size));
+    return JpegHuffman::Make(list);
+}
+
+// A one-MCU photo whose luma block is written symbol by symbol (values of 1), and the entropy bytes.
+struct SymbolPhoto
+{
+    std::vector<std::uint8_t> photo;
+    std::vector<std::uint8_t> entropy;
+};
+
+SymbolPhoto PhotoWithLumaSymbols(const std::vector<std::uint8_t>& acSymbols, const JpegHuffman& ac)
+{
+    const JpegHuffman dc = FlatDcTable();
+    JpegWriter w;
+    w.Soi().Dqt(0, std::vector<int>(64, 1)).Sof0(8, 8, {{1, 1, 1, 0}, {2, 1, 1, 0}, {3, 1, 1, 0}});
+    w.Dht(0, 0, dc).Dht(1, 0, ac).Sos({{1, 0}, {2, 0}, {3, 0}});
+    EntropyWriter e;
+    e.Symbol(dc, 0);
+    for (std::uint8_t s : acSymbols) {
+        e.Symbol(ac, s);
+        if ((s & 0x0F) != 0)
+            e.PutBits(1, s & 0x0F);
+    }
+    int predictor = 0;
+    e.Block(DcBlock(-5), predictor, dc, ac);
+    predictor = 0;
+    e.Block(DcBlock(400), predictor, dc, ac);
+    e.Flush();
+    w.Raw(e.bytes).Eoi();
+    return {w.bytes, e.bytes};
+}
+
+// The luma plane of a one-MCU photo must be this coefficient block through the fast path.
+void ExpectLumaBlock(const PhotoDecoder& decoder, std::int16_t (&coefficients)[64])
+{
+    FastIdct(coefficients);
+    std::uint8_t samples[64];
+    FastStoreBlock(coefficients, samples, 8);
+    const auto plane = decoder.Component(0).Plane();
+    ASSERT_EQ(plane.size(), 64u);
+    EXPECT_EQ(0, std::memcmp(plane.data(), samples, 64));
+}
+
+TEST(PhotoDecoder, CoefficientRunsEndAtSixtyThree)
+{
+    struct Row
+    {
+        const char* name;
+        std::vector<std::uint8_t> symbols;
+        int naturalIndex; // Where the coefficient 1 lands; -1 for none.
+    };
+    const Row rows[] = {
+        {"three zero runs and a run of 14 land on 63 without an end-of-block", {0xF0, 0xF0, 0xF0, 0xE1}, 63},
+        {"zero runs past the end, then end-of-block", {0xF0, 0xF0, 0xF0, 0xF0, 0x00}, -1},
+        {"a run of 2 lands on zigzag 3", {0x21, 0x00}, 16},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto decoder = Decode(PhotoWithLumaSymbols(row.symbols, FlatAcTable()).photo, nullptr,
+                                    {.idct = IdctPath::Fast});
+        std::int16_t expected[64] = {1024};
+        if (row.naturalIndex >= 0)
+            expected[row.naturalIndex] = 1;
+        ExpectLumaBlock(*decoder, expected);
+        // The chroma blocks after it decode in step.
+        EXPECT_EQ(decoder->Component(1).Plane()[0], 127);
+        EXPECT_EQ(decoder->Component(2).Plane()[0], 128 + 50);
+    }
+}
+
+TEST(PhotoDecoder, SizeZeroSymbolTakesTheWholeRegisterUnconsumed)
+{
+    // Run 2, size 0 (not ZRL): the value is the register after the symbol, unconsumed. Twelve bits into
+    // the scan it holds 28 valid bits (a byte enters whenever 24 or fewer are left) over 4 zero bits;
+    // its first bit is 0 (the end-of-block code follows), so the value becomes -(~bits) = bits + 1,
+    // cut to 16 bits.
+    const auto made = PhotoWithLumaSymbols({0x20, 0x00}, FlatAcTableWith(0x20));
+    const auto& e = made.entropy;
+    std::uint64_t window = 0;
+    for (int i = 0; i < 6; ++i)
+        window = window << 8 | e[static_cast<std::size_t>(i)];
+    const auto bits = static_cast<std::uint32_t>(window >> (48 - 12 - 28)) << 4;
+    ASSERT_EQ(bits >> 31, 0u);
+    const auto decoder = Decode(made.photo, nullptr, {.idct = IdctPath::Fast});
+    std::int16_t expected[64] = {1024};
+    expected[16] = static_cast<std::int16_t>(static_cast<std::uint16_t>(bits + 1));
+    ExpectLumaBlock(*decoder, expected);
+}
+
+TEST(PhotoDecoder, RunPastSixtyThreeFailsThePhotoUnderFailPolicy)
+{
+    const auto photo = PhotoWithLumaSymbols({0xF0, 0xF0, 0xF0, 0xF0, 0x01}, FlatAcTable()).photo;
+    FailPhotoPolicy policy;
+    base::Status status;
+    Decode(photo, &status);
+    EXPECT_FALSE(status.ok());
+    Photo decoded;
+    EXPECT_EQ(DecodePhoto(decoded, photo), 0);
+}
+
+TEST(PhotoDecoderDeathTest, RunPastSixtyThreeEndsTheProcessByDefault)
+{
+    const auto photo = PhotoWithLumaSymbols({0xF0, 0xF0, 0xF0, 0xF0, 0x01}, FlatAcTable()).photo;
+    EXPECT_EXIT(
+        {
+            Photo decoded;
+            DecodePhoto(decoded, photo);
+        },
+        ::testing::ExitedWithCode(1), "");
+}
+
+TEST(PhotoDecoder, RestartMarkersAreReadBetweenIntervalsOnly)
+{
+    // Four MCUs in a row, interval 2: one marker, after MCU 2 (none after the last).
+    const auto good = MakeUniformPhoto(32, 8, DcBlock(80), 2);
+    {
+        CaptureSink sink;
+        const auto decoder = Decode(good);
+        EXPECT_TRUE(sink.texts.empty());
+        EXPECT_EQ(decoder->RestartInterval(), 2);
+        ExpectFlatPlanes(*decoder, 138, "with restarts");
+    }
+    // A wrong marker: the message, and the scan ends; the planes keep zeros from MCU 3 on.
+    auto bad = good;
+    const auto marker = std::search(bad.begin() + 20, bad.end(), kRst0.begin(), kRst0.end());
+    ASSERT_NE(marker, bad.end());
+    marker[0] = 0x12;
+    marker[1] = 0xAB;
+    CaptureSink sink;
+    const auto decoder = Decode(bad);
+    ASSERT_EQ(sink.texts.size(), 1u);
+    EXPECT_EQ(sink.texts[0], "Going Out value=12AB rs_int=2");
+    const auto plane = decoder->Component(0).Plane();
+    EXPECT_EQ(plane[0], 138);
+    EXPECT_EQ(plane[15], 138);
+    EXPECT_EQ(plane[16], 0);
+}
+
+TEST(PhotoDecoder, StrayRestartMarkerSwallowsTheNextSegment)
+{
+    auto photo = MakeUniformPhoto(8, 8, DcBlock(80));
+    // FF D3, a 4-byte head (length 4, one word), then the quantisation table is skipped as a segment.
+    photo.insert(photo.begin() + 2, {0xFF, 0xD3, 0x00, 0x04, 0xAB, 0xCD});
+    const auto decoder = Decode(photo);
+    EXPECT_EQ(decoder->QuantTable(0)[0], 0);
+    ExpectFlatPlanes(*decoder, 128, "no quantisation table");
+}
+
+TEST(PhotoDecoder, SixteenBitQuantisationEntries)
+{
+    JpegWriter w;
+    std::vector<int> values(64, 300);
+    values[0] = 2;
+    w.Soi().Dqt(3, values, true).Eoi();
+    const auto decoder = Decode(w.bytes);
+    EXPECT_EQ(decoder->QuantTable(3)[0], 2);
+    EXPECT_EQ(decoder->QuantTable(3)[63], 300);
+}
+
+// Streams the player would have crashed on or misread: each fails or decodes, never reads out of bounds.
+TEST(PhotoDecoder, HostileHeadersFailCleanly)
+{
+    const auto dc = FlatDcTable();
+    const auto ac = FlatAcTable();
+    auto frame = [&](int w, int h, std::vector<testing::JpegComponent> components) {
+        JpegWriter j;
+        j.Soi().Dqt(0, std::vector<int>(64, 1)).Sof0(w, h, components).Dht(0, 0, dc).Dht(1, 0, ac);
+        return j;
+    };
+    const std::vector<testing::JpegComponent> three{{1, 1, 1, 0}, {2, 1, 1, 0}, {3, 1, 1, 0}};
+    struct Row
+    {
+        const char* name;
+        std::vector<std::uint8_t> bytes;
+        bool parses;
+    };
+    std::vector<Row> rows;
+    rows.push_back({"zero sampling factors", frame(8, 8, {{1, 0, 0, 0}}).Eoi().bytes, false});
+    rows.push_back({"no components", frame(8, 8, {}).Eoi().bytes, false});
+    rows.push_back({"planes past the cap", frame(65535, 65535, three).Eoi().bytes, false});
+    rows.push_back({"scan of no components", frame(8, 8, three).Sos({}).Eoi().bytes, false});
+    rows.push_back({"scan of five components",
+                    frame(8, 8, three).Sos({{1, 0}, {2, 0}, {3, 0}, {1, 0}, {2, 0}}).Eoi().bytes, false});
+    rows.push_back({"unknown component", frame(8, 8, three).Sos({{9, 0}}).Eoi().bytes, false});
+    rows.push_back({"huffman table 2 in a scan", frame(8, 8, three).Sos({{1, 0x22}}).Eoi().bytes, false});
+    rows.push_back({"quantisation table 7", frame(8, 8, {{1, 1, 1, 7}}).Sos({{1, 0}}).Eoi().bytes, false});
+    rows.push_back({"scan before any frame", JpegWriter().Soi().Sos({{1, 0}}).Eoi().bytes, false});
+    rows.push_back({"quantisation table 5 defined", JpegWriter().Soi().Dqt(5, std::vector<int>(64, 1)).bytes, false});
+    rows.push_back({"huffman table 3 defined", JpegWriter().Soi().Dht(1, 3, ac).bytes, false});
+    rows.push_back({"segment length 1", JpegWriter().Soi().Raw({0xFF, 0xFE, 0x00, 0x01}).bytes, false});
+    JpegHuffman tooMany = FlatAcTable();
+    tooMany.counts[0] = 3; // Three 1-bit codes do not fit.
+    rows.push_back({"overfull code lengths", JpegWriter().Soi().Dht(1, 0, tooMany).bytes, false});
+    rows.push_back({"progressive frame is skipped", JpegWriter().Soi().Segment(0xC2, {8, 0, 8}).Eoi().bytes, true});
+    rows.push_back({"fill bytes start a segment", JpegWriter().Soi().Raw({0xFF, 0xFF, 0x00, 0x02}).Eoi().bytes, true});
+    rows.push_back({"huge frame, small cap", frame(4000, 4000, three).Sos({{1, 0}}).Eoi().bytes, false});
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        base::Status status;
+        Decode(row.bytes, &status, {.maxPlaneBytes = 4u << 20});
+        EXPECT_EQ(status.ok(), row.parses);
+    }
+    Photo photo;
+    EXPECT_EQ(DecodePhoto(photo, frame(8, 8, {{1, 1, 1, 0}, {2, 1, 1, 0}}).Sos({{1, 0}, {2, 0}}).Eoi().bytes), 0)
+        << "two components cannot make a picture";
+}
+
+std::vector<std::vector<std::uint8_t>> DamageCorpus()
+{
+    std::vector<std::vector<std::uint8_t>> corpus;
+    ZigzagBlock busy(64, 0);
+    for (int k = 0; k < 64; k += 3)
+        busy[static_cast<std::size_t>(k)] = (k * 37) % 200 - 100;
+    const auto photos = {MakeUniformPhoto(40, 24, busy, 2, 2, 2), MakeUniformPhoto(17, 9, busy, 0, 2, 1),
+                         MakeUniformPhoto(16, 16, busy)};
+    for (const auto& photo : photos) {
+        // Every prefix: truncated inside every segment and the scan.
+        for (std::size_t n = 0; n < photo.size(); ++n)
+            corpus.emplace_back(photo.begin(), photo.begin() + static_cast<std::ptrdiff_t>(n));
+        // Every byte flipped in turn.
+        for (std::size_t n = 0; n < photo.size(); ++n) {
+            auto flipped = photo;
+            flipped[n] ^= 0xA5;
+            corpus.push_back(std::move(flipped));
+        }
+    }
+    return corpus;
+}
+
+TEST(PhotoDecoder, DamagedStreamsDecodeWithoutFaults)
+{
+    FailPhotoPolicy policy;
+    CaptureSink sink;
+    int decoded = 0;
+    for (const auto& bytes : DamageCorpus()) {
+        for (std::uint32_t chunk : {kPhotoChunkCapacity, 7u}) {
+            Photo photo;
+            const DecodeOptions options{.chunkCapacity = chunk, .maxPlaneBytes = 1u << 20};
+            if (DecodePhoto(photo, bytes, options) == 1) {
+                ++decoded;
+                if (photo.Bitmap()->BitCount() == 32) {
+                    EXPECT_EQ(photo.Bitmap()->Pixels().size(),
+                              static_cast<std::size_t>(photo.Width()) * photo.Height() * 4);
+                }
+            }
+        }
+    }
+    EXPECT_GT(decoded, 0);
+}
+
+TEST(PhotoDecoder, FuzzRegressionsDecodeWithoutFaults)
+{
+    FailPhotoPolicy policy;
+    CaptureSink sink;
+    const char* root = std::getenv("LUMENAR_SOURCE_DIR");
+    ASSERT_NE(root, nullptr);
+    const std::filesystem::path dir = std::filesystem::path(root) / "tests/data/codec/regress";
+    ASSERT_TRUE(std::filesystem::is_directory(dir));
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        if (entry.path().filename() == "README")
+            continue;
+        SCOPED_TRACE(entry.path().string());
+        std::ifstream in(entry.path(), std::ios::binary);
+        const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        Photo photo;
+        (void)DecodePhoto(photo, bytes, {.maxPlaneBytes = 16u << 20});
+    }
+}
+
+} // namespace
+} // namespace lumenar::codec

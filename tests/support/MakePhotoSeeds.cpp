@@ -1,0 +1,56 @@
+// Writes a small corpus of photo streams for the photo decoder's fuzz target: argv[1] is the folder.
+#include "tests/support/JpegWriter.h"
+
+#include <cstdio>
+#include <string>
+
+using namespace lumenar::testing;
+
+namespace {
+
+void Write(const std::string& path, const std::vector<std::uint8_t>& bytes)
+{
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    if (f == nullptr) {
+        std::perror(path.c_str());
+        return;
+    }
+    std::fwrite(bytes.data(), 1, bytes.size(), f);
+    std::fclose(f);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: make_photo_seeds FOLDER\n");
+        return 2;
+    }
+    const std::string dir = argv[1];
+    ZigzagBlock block(64, 0);
+    block[0] = 40;
+    block[1] = -3;
+    block[5] = 7;
+    block[20] = 255;
+    block[63] = 1;
+    Write(dir + "/uniform444.jpg", MakeUniformPhoto(24, 16, block));
+    Write(dir + "/uniform420-restart.jpg", MakeUniformPhoto(40, 24, block, 2, 2, 2));
+    Write(dir + "/uniform422.jpg", MakeUniformPhoto(17, 9, block, 0, 2, 1));
+    // Long codes: a table whose codes run to 16 bits gets second-level tables.
+    std::vector<std::pair<int, std::uint8_t>> longCodes{{1, 0x00}};
+    for (int s = 1; s <= 11; ++s)
+        longCodes.emplace_back(4 + s, static_cast<std::uint8_t>(s));
+    const JpegHuffman dc = JpegHuffman::Make(longCodes);
+    JpegWriter w;
+    w.Soi().Dqt(0, std::vector<int>(64, 2), true).Sof0(8, 8, {{1, 1, 1, 0}, {2, 1, 1, 0}, {3, 1, 1, 0}});
+    w.Dht(0, 0, dc).Dht(1, 0, FlatAcTable()).Sos({{1, 0}, {2, 0}, {3, 0}});
+    EntropyWriter e;
+    int predictor = 0;
+    for (int i = 0; i < 3; ++i)
+        e.Block(block, predictor, dc, FlatAcTable());
+    e.Flush();
+    w.Raw(e.bytes).Eoi();
+    Write(dir + "/longcodes.jpg", w.bytes);
+    return 0;
+}
