@@ -15,4 +15,7 @@ int Fail(std::string_view input, std::string_view message);
 /// `lumenar info FILM`: the film's model as one JSON object.
 int InfoCommand(Args args);
 
+/// `lumenar narration IN.ca -o OUT.wav` and `lumenar narration --pack FRAMES -o OUT.ca`.
+int NarrationCommand(Args args);
+
 } // namespace lumenar::app

@@ -25,6 +25,7 @@ struct Command
 
 constexpr Command kCommands[] = {
     {"info", InfoCommand, "print a film file's settings, items and captions as JSON"},
+    {"narration", NarrationCommand, "decode narration (.ca) to a wave file, or pack G.723.1 frames into .ca"},
 };
 
 void PrintUsage(std::FILE* out)
