@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -276,6 +277,25 @@ TEST(NarrationDecoder, EvenlySpacedPairsGiveAFlatFilter)
     const auto flat = LspToFilter({2979, 5958, 8937, 11916, 14895, 17873, 20852, 23831, 26810, 29789});
     for (auto a : flat)
         EXPECT_LE(std::abs(a), 8);
+}
+
+TEST(NarrationDecoder, ReplaysFuzzRegressions)
+{
+    const char* source = std::getenv("LUMENAR_SOURCE_DIR");
+    ASSERT_NE(source, nullptr) << "ctest sets LUMENAR_SOURCE_DIR";
+    Capture capture;
+    const auto path = (std::filesystem::temp_directory_path() / "lumenar-narration-regress.wav").string();
+    int files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(source) / "tests/data/audio/regress")) {
+        SCOPED_TRACE(entry.path().string());
+        std::ifstream in(entry.path(), std::ios::binary);
+        const Bytes chunk((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        EXPECT_EQ(DecodeNarration(chunk, path), 1);
+        EXPECT_EQ((std::filesystem::file_size(path) - 44) % kPacketPcmBytes, 0u);
+        ++files;
+    }
+    std::filesystem::remove(path);
+    EXPECT_GT(files, 0);
 }
 
 } // namespace
