@@ -479,6 +479,8 @@ int NarrationDecoder::DecodeFrame(unsigned /*flags*/, std::span<const std::uint8
     for (int s = 0; s < 4; ++s)
         Synthesise(lsp[static_cast<std::size_t>(s)], s, samples.data() + kSubframeSamples * s);
 
+    // The lag and voicing estimate a speech frame leaves for concealment is not made: concealment is
+    // not built, and nothing else reads it.
     std::copy(excitation_.end() - kHistory, excitation_.end(), excitation_.begin());
     previousFrameType_ = type;
     return needed;

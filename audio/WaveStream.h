@@ -46,6 +46,7 @@ public:
     /// The watcher's tick (public so a host's own timer could drive it).
     void WatchBuffer();
 
+    // Observers for tests and traces; any thread.
     bool HasBuffer() const { return buffer_.load() != nullptr; }
     /// Whether the buffer reports that it is playing (false without a buffer).
     bool IsPlaying() const;

@@ -27,7 +27,10 @@ Bytes MakeWave(const platform::WaveFormat& f, const Bytes& data, bool dataFirst 
         for (int i = 0; i < bytes; ++i)
             out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
     };
-    auto tag = [&out](const char* t) { out.insert(out.end(), t, t + 4); };
+    auto tag = [&out](const char* t) {
+        for (int i = 0; i < 4; ++i)
+            out.push_back(static_cast<std::uint8_t>(t[i]));
+    };
     auto format = [&] {
         tag("fmt ");
         put(16, 4);
