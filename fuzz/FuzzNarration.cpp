@@ -19,7 +19,7 @@ public:
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    if (size > (1u << 13))
+    if (size > (1u << 11))
         return 0;
     static QuietSink sink;
     lumenar::platform::SetMessageSink(&sink);
