@@ -24,4 +24,7 @@ int EffectsCommand(Args args);
 /// `lumenar effect --picture N --from A --to B --progress n/d [--seed S] -o OUT`: one frame of a transition.
 int EffectCommand(Args args);
 
+/// `lumenar narration IN.ca -o OUT.wav` and `lumenar narration --pack FRAMES -o OUT.ca`.
+int NarrationCommand(Args args);
+
 } // namespace lumenar::app

@@ -28,6 +28,7 @@ constexpr Command kCommands[] = {
     {"info", InfoCommand, "print a film file's settings, items and captions as JSON"},
     {"effects", EffectsCommand, "list the rows of both effect tables"},
     {"effect", EffectCommand, "render one frame of a picture transition between two pictures"},
+    {"narration", NarrationCommand, "decode narration (.ca) to a wave file, or pack G.723.1 frames into .ca"},
 };
 
 void PrintUsage(std::FILE* out)

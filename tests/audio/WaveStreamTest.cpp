@@ -1,0 +1,290 @@
+#include "audio/WaveStream.h"
+
+#include "audio/NarrationDecoder.h"
+#include "audio/WaveFile.h"
+#include "platform/MessageBox.h"
+#include "tests/support/NarrationWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace lumenar::audio {
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<std::uint8_t>;
+
+// A wave file with the given format and data, its chunks in either order, with an extra chunk first.
+Bytes MakeWave(const platform::WaveFormat& f, const Bytes& data, bool dataFirst = false)
+{
+    Bytes out;
+    auto put = [&out](std::uint32_t v, int bytes) {
+        for (int i = 0; i < bytes; ++i)
+            out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+    };
+    auto tag = [&out](const char* t) {
+        for (int i = 0; i < 4; ++i)
+            out.push_back(static_cast<std::uint8_t>(t[i]));
+    };
+    auto format = [&] {
+        tag("fmt ");
+        put(16, 4);
+        put(f.formatTag, 2);
+        put(f.channels, 2);
+        put(f.samplesPerSec, 4);
+        put(f.avgBytesPerSec, 4);
+        put(f.blockAlign, 2);
+        put(f.bitsPerSample, 2);
+    };
+    auto body = [&] {
+        tag("data");
+        put(static_cast<std::uint32_t>(data.size()), 4);
+        out.insert(out.end(), data.begin(), data.end());
+        if (data.size() & 1)
+            out.push_back(0);
+    };
+    tag("RIFF");
+    put(0, 4);
+    tag("WAVE");
+    tag("LIST"); // An odd-sized chunk the walk must step over, padding included.
+    put(3, 4);
+    out.insert(out.end(), {'a', 'b', 'c', 0});
+    if (dataFirst) {
+        body();
+        format();
+    } else {
+        format();
+        body();
+    }
+    const auto riff = static_cast<std::uint32_t>(out.size() - 8);
+    for (int i = 0; i < 4; ++i)
+        out[4 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(riff >> (8 * i));
+    return out;
+}
+
+Bytes Pattern(std::size_t size, std::uint8_t seed)
+{
+    Bytes out(size);
+    for (std::size_t i = 0; i < size; ++i)
+        out[i] = static_cast<std::uint8_t>(seed + i * 7 + (i >> 8));
+    return out;
+}
+
+// 100 bytes per second, one byte per frame: a ring of 15000 bytes.
+constexpr platform::WaveFormat kSlow{1, 1, 100, 100, 1, 8};
+constexpr platform::WaveFormat kNarration{};
+
+class WaveStreamTest : public ::testing::Test
+{
+protected:
+    WaveStreamTest()
+    {
+        std::random_device random;
+        folder_ = fs::temp_directory_path() / ("lumenar-wave-" + std::to_string(random()));
+        fs::create_directories(folder_);
+    }
+    ~WaveStreamTest() override { fs::remove_all(folder_); }
+
+    std::unique_ptr<WaveStream> MakeStream(platform::SoundDevice* device)
+    {
+        return std::make_unique<WaveStream>(device, timers_, folder_.string());
+    }
+    bool FolderEmpty() const { return fs::is_empty(folder_); }
+
+    platform::ManualClock clock_;
+    platform::ManualTimers timers_{clock_};
+    platform::NullSoundDevice device_{clock_};
+    fs::path folder_;
+};
+
+TEST_F(WaveStreamTest, FirstNarrationChunkMakesA150SecondBuffer)
+{
+    auto stream = MakeStream(&device_);
+    EXPECT_EQ(stream->AppendCompressed(testing::Packet({3}, testing::SpeechFrame63(1))), 1);
+    ASSERT_TRUE(stream->HasBuffer());
+    EXPECT_EQ(stream->BufferBytes(), 2'400'000u);
+    EXPECT_EQ(stream->WritePos(), 7680u);
+    EXPECT_FALSE(stream->WriteWrapped());
+    EXPECT_TRUE(FolderEmpty()) << "the temporary wave file is deleted after its append";
+}
+
+TEST_F(WaveStreamTest, AppendsWrapRoundTheRing)
+{
+    struct Row
+    {
+        const char* name;
+        std::vector<std::size_t> chunks;
+        std::uint32_t writePos;
+        bool wrapped;
+    };
+    const Row rows[] = {
+        {"inside the ring", {5000, 4000}, 9000, false},
+        {"ends exactly at the end", {7500, 7500}, 0, true},
+        {"wraps into the start", {10000, 7000}, 2000, true},
+        {"larger than the ring is dropped", {5000, 15001}, 5000, false},
+        {"data chunk before fmt", {}, 0, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        platform::NullSoundDevice device(clock_);
+        auto stream = MakeStream(&device);
+        if (row.chunks.empty()) {
+            stream->AppendWaveData(MakeWave(kNarration, Pattern(4000, 1), true));
+            EXPECT_EQ(stream->WritePos(), 4000u);
+            continue;
+        }
+        for (std::size_t size : row.chunks)
+            stream->AppendWaveData(MakeWave(kSlow, Pattern(size, 3)));
+        EXPECT_EQ(stream->BufferBytes(), 15000u);
+        EXPECT_EQ(stream->WritePos(), row.writePos);
+        EXPECT_EQ(stream->WriteWrapped(), row.wrapped);
+        EXPECT_TRUE(FolderEmpty());
+    }
+}
+
+TEST_F(WaveStreamTest, WatcherStopsWhenTheCursorPassesTheDataAndResumesWithTheNextChunk)
+{
+    auto stream = MakeStream(&device_);
+    const Bytes first = Pattern(7680, 10);
+    const Bytes second = Pattern(3200, 99);
+    stream->AppendWaveData(MakeWave(kNarration, first));
+    stream->StartPlayback();
+    // The cursor passes writePos (7680 bytes = 480 ms) just after 480 ms; watch in 10 ms steps.
+    std::uint64_t stoppedAt = 0;
+    for (std::uint64_t t = 10; t <= 2000; t += 10) {
+        timers_.Advance(10);
+        if (!stream->IsPlaying()) {
+            stoppedAt = t;
+            break;
+        }
+    }
+    ASSERT_GT(stoppedAt, 480u);
+    EXPECT_LE(stoppedAt, 480u + WaveStream::kWatchPeriodMs);
+    const Bytes played = device_.Played();
+    ASSERT_GE(played.size(), first.size());
+    EXPECT_TRUE(std::equal(first.begin(), first.end(), played.begin()));
+
+    // The next chunk continues from the first byte after the first one.
+    stream->AppendWaveData(MakeWave(kNarration, second));
+    EXPECT_EQ(stream->PreviousWritePos(), 7680u);
+    stream->StartPlayback();
+    timers_.Advance(1000);
+    const Bytes after = device_.Played();
+    ASSERT_GE(after.size(), played.size() + second.size());
+    EXPECT_TRUE(std::equal(second.begin(), second.end(), after.begin() + static_cast<std::ptrdiff_t>(played.size())));
+    const auto wave = (folder_ / "played.wav").string();
+    ASSERT_TRUE(device_.WritePlayedWave(wave).ok());
+    auto chunks = FindWaveChunks([&] {
+        std::FILE* f = std::fopen(wave.c_str(), "rb");
+        Bytes bytes(fs::file_size(wave));
+        EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), bytes.size());
+        std::fclose(f);
+        return bytes;
+    }());
+    ASSERT_TRUE(chunks.ok());
+    EXPECT_EQ(chunks->data.size(), after.size());
+}
+
+TEST_F(WaveStreamTest, CursorWrapClearsWriteWrapped)
+{
+    auto stream = MakeStream(&device_);
+    stream->AppendWaveData(MakeWave(kSlow, Pattern(10000, 1)));
+    stream->AppendWaveData(MakeWave(kSlow, Pattern(5000, 2)));
+    ASSERT_TRUE(stream->WriteWrapped());
+    stream->StartPlayback();
+    timers_.Advance(149'000);
+    EXPECT_FALSE(stream->PlayWrapped());
+    EXPECT_TRUE(stream->IsPlaying());
+    EXPECT_EQ(device_.Played().size(), 14900u);
+    // The cursor wraps at 150 s: the watcher sees it, and with writePos at 0 stops at once.
+    timers_.Advance(2000);
+    EXPECT_TRUE(stream->PlayWrapped());
+    EXPECT_FALSE(stream->WriteWrapped());
+    EXPECT_FALSE(stream->IsPlaying());
+    EXPECT_LE(device_.Played().size(), 15000u + 300 / 10);
+}
+
+TEST_F(WaveStreamTest, FailuresDropChunksCleanly)
+{
+    {
+        SCOPED_TRACE("no sound device");
+        auto stream = MakeStream(nullptr);
+        EXPECT_EQ(stream->AppendCompressed(testing::Packet({3}, testing::SpeechFrame63(1))), 1);
+        EXPECT_FALSE(stream->HasBuffer());
+        stream->StartPlayback();
+        timers_.Advance(600);
+        EXPECT_TRUE(FolderEmpty());
+    }
+    {
+        SCOPED_TRACE("creation refused, then made by the next chunk");
+        platform::NullSoundDevice device(clock_);
+        auto stream = MakeStream(&device);
+        device.FailNextCreate();
+        stream->AppendWaveData(MakeWave(kSlow, Pattern(100, 1)));
+        EXPECT_FALSE(stream->HasBuffer());
+        stream->AppendWaveData(MakeWave(kSlow, Pattern(100, 1)));
+        EXPECT_TRUE(stream->HasBuffer());
+        EXPECT_EQ(stream->WritePos(), 100u);
+    }
+    {
+        SCOPED_TRACE("lost buffer: the chunk is dropped, the next one written");
+        platform::NullSoundDevice device(clock_);
+        auto stream = MakeStream(&device);
+        stream->AppendWaveData(MakeWave(kSlow, Pattern(100, 1)));
+        device.LoseBufferOnNextLock();
+        stream->AppendWaveData(MakeWave(kSlow, Pattern(200, 2)));
+        EXPECT_EQ(stream->WritePos(), 100u);
+        stream->AppendWaveData(MakeWave(kSlow, Pattern(300, 3)));
+        EXPECT_EQ(stream->WritePos(), 400u);
+    }
+    {
+        SCOPED_TRACE("not a wave file");
+        platform::NullSoundDevice device(clock_);
+        auto stream = MakeStream(&device);
+        stream->AppendWaveData(Bytes{'R', 'I', 'F', 'X', 0, 0, 0, 0});
+        EXPECT_FALSE(stream->HasBuffer());
+        EXPECT_EQ(device.BuffersCreated(), 0);
+    }
+}
+
+TEST(WaveFile, FindsChunksInAnyOrderAndRefusesBrokenFiles)
+{
+    const Bytes good = MakeWave(kNarration, Pattern(10, 0));
+    struct Row
+    {
+        const char* name;
+        Bytes file;
+        bool ok;
+    };
+    Bytes shortFormat = good;
+    shortFormat[12 + 12 + 4] = 12; // "fmt " chunk of 12 bytes.
+    Bytes riffTooShort = good;
+    riffTooShort[4] = 20; // The RIFF length ends before the data chunk.
+    const Row rows[] = {
+        {"fmt then data", good, true},
+        {"data then fmt", MakeWave(kNarration, Pattern(11, 0), true), true},
+        {"no RIFF", Bytes(good.begin() + 1, good.end()), false},
+        {"short fmt chunk", shortFormat, false},
+        {"RIFF length ends early", riffTooShort, false},
+        {"cut inside the chunks", Bytes(good.begin(), good.begin() + 30), false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto chunks = FindWaveChunks(row.file);
+        EXPECT_EQ(chunks.ok(), row.ok);
+        if (chunks.ok()) {
+            EXPECT_EQ(chunks->format.avgBytesPerSec, 16000u);
+            EXPECT_GE(chunks->data.size(), 10u);
+        }
+    }
+    for (std::size_t length = 0; length < good.size(); ++length)
+        (void)FindWaveChunks(std::span(good).first(length)); // Never reads past the bytes.
+}
+
+} // namespace
+} // namespace lumenar::audio
