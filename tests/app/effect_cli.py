@@ -75,6 +75,19 @@ def main():
                 frames.append(f.read())
     assert frames[0] == frames[2] and frames[1] == frames[3]
 
+    # A JPEG photo goes through the player's own decoder (cjpeg makes one from the same picture).
+    ppm, jpg = os.path.join(work, "a.ppm"), os.path.join(work, "a.jpg")
+    with open(ppm, "wb") as f:
+        f.write(b"P6\n100 4\n255\n" + bytes(v for row in range(3, -1, -1) for x in range(100) for v in (10, row, x)))
+    with open(jpg, "wb") as f:
+        subprocess.run(["cjpeg", "-quality", "100", "-sample", "1x1", ppm], stdout=f, check=True)
+    cut = os.path.join(work, "cut.bmp")
+    run([lumenar, "effect", "--picture", "39", "--from", jpg, "--to", b, "--progress", "0/100", "-o", cut])
+    _, _, pixel = read_bmp32(cut)
+    for x, row in ((0, 0), (50, 2), (99, 3)):
+        got, want = pixel(x, row), (x, row, 10)
+        assert all(abs(g - w) <= 12 for g, w in zip(got, want)), (x, row, got)
+
     for bad in (["--picture", "x"], ["--picture", "1", "--from", a, "--to", b, "--progress", "3/2", "-o", out],
                 ["--picture", "1", "--from", "/nonexistent.png", "--to", b, "--progress", "1/2", "-o", out]):
         result = run([lumenar, "effect"] + bad, expect_ok=False)
