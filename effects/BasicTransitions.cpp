@@ -314,6 +314,19 @@ void FromBottom(const Frame& f, EdgeKind kind, const EdgeOffsets& e, std::int32_
     VerticalRun(f, c0, c1, f.source, e.dy, kind == EdgeKind::Push ? 0 : e.dy, e.rh);
 }
 
+using EdgeRun = void (*)(const Frame&, EdgeKind, const EdgeOffsets&, std::int32_t, std::int32_t);
+
+// Cuts `extent` rows or columns into `variant` bands: band j spans j × extent / variant up to the next
+// band, and even bands enter one way, odd bands the other. Fewer than one band draws nothing.
+void Bands(const Frame& f, EdgeKind kind, const EdgeOffsets& e, std::int32_t extent, EdgeRun even, EdgeRun odd)
+{
+    for (std::int32_t j = 0; j < f.variant; ++j) {
+        const auto first = static_cast<std::int32_t>(static_cast<std::int64_t>(j) * extent / f.variant);
+        const auto end = static_cast<std::int32_t>(static_cast<std::int64_t>(j + 1) * extent / f.variant);
+        (j % 2 == 0 ? even : odd)(f, kind, e, first, end);
+    }
+}
+
 template <EdgeKind kind>
 void RenderEdge(const Frame& f)
 {
@@ -337,30 +350,12 @@ void RenderEdge(const Frame& f)
     case kDirectionLeft: FromLeft(f, kind, e, 0, f.h); break;
     case kDirectionTop: FromTop(f, kind, e, 0, f.w); break;
     case kDirectionRight:
-        if (f.variant < 1)
-            return;
         // Bands of rows, entered alternately from the right and the left.
-        for (std::int32_t j = 0; j < f.variant; ++j) {
-            const auto r0 = static_cast<std::int32_t>(static_cast<std::int64_t>(j) * f.h / f.variant);
-            const auto r1 = static_cast<std::int32_t>(static_cast<std::int64_t>(j + 1) * f.h / f.variant);
-            if (j % 2 == 0)
-                FromRight(f, kind, e, r0, r1);
-            else
-                FromLeft(f, kind, e, r0, r1);
-        }
+        Bands(f, kind, e, f.h, FromRight, FromLeft);
         break;
     case kDirectionBottom:
-        if (f.variant < 1)
-            return;
-        // Bands of columns, entered alternately from the bottom and the top.
-        for (std::int32_t j = 0; j < f.variant; ++j) {
-            const auto c0 = static_cast<std::int32_t>(static_cast<std::int64_t>(j) * f.w / f.variant);
-            const auto c1 = static_cast<std::int32_t>(static_cast<std::int64_t>(j + 1) * f.w / f.variant);
-            if (j % 2 == 0)
-                FromBottom(f, kind, e, c0, c1);
-            else
-                FromTop(f, kind, e, c0, c1);
-        }
+        // Bands of columns, entered alternately from the bottom and the top, each within its columns.
+        Bands(f, kind, e, f.w, FromBottom, FromTop);
         break;
     default: break;
     }
