@@ -54,6 +54,17 @@ std::optional<Frame> ReadFrame(void* params)
                  block->progressDen, block->direction, block->variant};
 }
 
+// The families that show a whole picture at their ends: the source at 0 %, the target at 100 %.
+// True when the frame was one of the ends.
+bool DrawEnd(const Frame& f, std::int32_t p)
+{
+    if (p == 0)
+        f.CopySource();
+    else if (p == 100)
+        f.CopyTarget();
+    return p == 0 || p == 100;
+}
+
 // The stateless families render for 3 and every code above 4 and ignore everything else.
 template <void (*Render)(const Frame&)>
 std::int32_t Stateless(std::uint32_t message, void* params)
@@ -338,14 +349,8 @@ void RenderEdge(const Frame& f)
     e.dy = std::clamp(static_cast<std::int32_t>(f.h * curve), 0, f.h);
     e.rw = f.w - e.dx;
     e.rh = f.h - e.dy;
-    if (p == 0) {
-        f.CopySource();
+    if (DrawEnd(f, p))
         return;
-    }
-    if (p == 100) {
-        f.CopyTarget();
-        return;
-    }
     switch (f.direction) {
     case kDirectionLeft: FromLeft(f, kind, e, 0, f.h); break;
     case kDirectionTop: FromTop(f, kind, e, 0, f.w); break;
@@ -366,14 +371,8 @@ void RenderEdge(const Frame& f)
 void RenderBlinds(const Frame& f)
 {
     const std::int32_t p = f.Percent();
-    if (p == 0) {
-        f.CopySource();
+    if (DrawEnd(f, p))
         return;
-    }
-    if (p == 100) {
-        f.CopyTarget();
-        return;
-    }
     const std::int32_t m = std::clamp(f.variant, 1, 80);
     switch (f.direction) {
     case kDirectionBottom:
