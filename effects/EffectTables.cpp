@@ -1,6 +1,7 @@
 #include "effects/EffectTables.h"
 
 #include "effects/BasicTransitions.h"
+#include "effects/TextEffects.h"
 
 namespace lumenar::effects {
 
@@ -117,41 +118,41 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(111, CutAtHalf, "PictureEffect97", 0x00, 0, 19, Built::NotYet), // 97
     Row(3, nullptr, "-", 0x00, 0, 19, Built::Random), // 98
     // Text table.
-    Row(27, NotBuiltText, "TextFadeSweep", 0x10, 0, 5, Built::NotYet), // 0
-    Row(28, NotBuiltText, "TextFadeSweep", 0x01, 0, 6, Built::NotYet), // 1
-    Row(29, NotBuiltText, "TextFadeSweep", 0x04, 0, 7, Built::NotYet), // 2
-    Row(30, NotBuiltText, "TextFadeSweep", 0x40, 0, 8, Built::NotYet), // 3
-    Row(1, NotBuiltText, "TextShowAtHalf", 0x00, 0, 0, Built::NotYet), // 4
+    Row(27, TextFadeSweep, "TextFadeSweep", 0x10, 0, 5, Built::Yes), // 0
+    Row(28, TextFadeSweep, "TextFadeSweep", 0x01, 0, 6, Built::Yes), // 1
+    Row(29, TextFadeSweep, "TextFadeSweep", 0x04, 0, 7, Built::Yes), // 2
+    Row(30, TextFadeSweep, "TextFadeSweep", 0x40, 0, 8, Built::Yes), // 3
+    Row(1, TextShowAtHalf, "TextShowAtHalf", 0x00, 0, 0, Built::Yes), // 4
     Row(445, NotBuiltText, "TextEffect05", 0x00, 1, 12, Built::NotYet), // 5
     Row(446, NotBuiltText, "TextEffect05", 0x00, 0, 12, Built::NotYet), // 6
     Row(447, NotBuiltText, "TextEffect05", 0x00, 2, 12, Built::NotYet), // 7
     Row(448, NotBuiltText, "TextEffect05", 0x00, 3, 12, Built::NotYet), // 8
-    Row(406, NotBuiltText, "TextGlyphStream", 0x10, 0, 12, Built::NotYet), // 9
-    Row(407, NotBuiltText, "TextGlyphStream", 0x01, 0, 12, Built::NotYet), // 10
-    Row(408, NotBuiltText, "TextGlyphStream", 0x04, 0, 12, Built::NotYet), // 11
-    Row(409, NotBuiltText, "TextGlyphStream", 0x40, 0, 12, Built::NotYet), // 12
+    Row(406, TextGlyphStream, "TextGlyphStream", 0x10, 0, 12, Built::Yes), // 9
+    Row(407, TextGlyphStream, "TextGlyphStream", 0x01, 0, 12, Built::Yes), // 10
+    Row(408, TextGlyphStream, "TextGlyphStream", 0x04, 0, 12, Built::Yes), // 11
+    Row(409, TextGlyphStream, "TextGlyphStream", 0x40, 0, 12, Built::Yes), // 12
     Row(404, NotBuiltText, "TextEffect13", 0x00, 0, 12, Built::NotYet), // 13
     Row(444, NotBuiltText, "TextEffect14", 0x00, 0, 12, Built::NotYet), // 14
-    Row(410, NotBuiltText, "TextGlyphScatter", 0x10, 1, 12, Built::NotYet), // 15
-    Row(411, NotBuiltText, "TextGlyphScatter", 0x01, 1, 12, Built::NotYet), // 16
-    Row(412, NotBuiltText, "TextGlyphScatter", 0x04, 1, 12, Built::NotYet), // 17
-    Row(413, NotBuiltText, "TextGlyphScatter", 0x40, 1, 12, Built::NotYet), // 18
-    Row(19, NotBuiltText, "TextFlyIn", 0x10, 0, 2, Built::NotYet), // 19
-    Row(20, NotBuiltText, "TextFlyIn", 0x01, 0, 1, Built::NotYet), // 20
-    Row(21, NotBuiltText, "TextFlyIn", 0x04, 0, 4, Built::NotYet), // 21
-    Row(22, NotBuiltText, "TextFlyIn", 0x40, 0, 3, Built::NotYet), // 22
+    Row(410, TextGlyphScatter, "TextGlyphScatter", 0x10, 1, 12, Built::Yes), // 15
+    Row(411, TextGlyphScatter, "TextGlyphScatter", 0x01, 1, 12, Built::Yes), // 16
+    Row(412, TextGlyphScatter, "TextGlyphScatter", 0x04, 1, 12, Built::Yes), // 17
+    Row(413, TextGlyphScatter, "TextGlyphScatter", 0x40, 1, 12, Built::Yes), // 18
+    Row(19, TextFlyIn, "TextFlyIn", 0x10, 0, 2, Built::Yes), // 19
+    Row(20, TextFlyIn, "TextFlyIn", 0x01, 0, 1, Built::Yes), // 20
+    Row(21, TextFlyIn, "TextFlyIn", 0x04, 0, 4, Built::Yes), // 21
+    Row(22, TextFlyIn, "TextFlyIn", 0x40, 0, 3, Built::Yes), // 22
     Row(401, NotBuiltText, "TextEffect23", 0x44, 0, 9, Built::NotYet), // 23
     Row(402, NotBuiltText, "TextEffect23", 0x11, 0, 10, Built::NotYet), // 24
     Row(405, NotBuiltText, "TextEffect25", 0x00, 0, 12, Built::NotYet), // 25
     Row(436, NotBuiltText, "TextEffect26", 0x00, 0, 12, Built::NotYet), // 26
     Row(437, NotBuiltText, "TextEffect26", 0x00, 1, 12, Built::NotYet), // 27
     Row(449, NotBuiltText, "TextEffect28", 0x00, 0, 11, Built::NotYet), // 28
-    Row(418, NotBuiltText, "TextGlyphGrow", 0x00, 0, 12, Built::NotYet), // 29
-    Row(421, NotBuiltText, "TextGlyphGrow", 0x00, 1, 12, Built::NotYet), // 30
-    Row(427, NotBuiltText, "TextGlyphGrow", 0x00, 2, 12, Built::NotYet), // 31
+    Row(418, TextGlyphGrow, "TextGlyphGrow", 0x00, 0, 12, Built::Yes), // 29
+    Row(421, TextGlyphGrow, "TextGlyphGrow", 0x00, 1, 12, Built::Yes), // 30
+    Row(427, TextGlyphGrow, "TextGlyphGrow", 0x00, 2, 12, Built::Yes), // 31
     Row(438, NotBuiltText, "TextEffect32", 0x00, 0, 12, Built::NotYet), // 32
-    Row(439, NotBuiltText, "TextGlyphGrow", 0x00, 3, 12, Built::NotYet), // 33
-    Row(440, NotBuiltText, "TextGlyphGrow", 0x00, 4, 12, Built::NotYet), // 34
+    Row(439, TextGlyphGrow, "TextGlyphGrow", 0x00, 3, 12, Built::Yes), // 33
+    Row(440, TextGlyphGrow, "TextGlyphGrow", 0x00, 4, 12, Built::Yes), // 34
     Row(426, NotBuiltText, "TextEffect35", 0x00, 0, 12, Built::NotYet), // 35
     Row(428, NotBuiltText, "TextEffect36", 0x00, 0, 12, Built::NotYet), // 36
     Row(434, NotBuiltText, "TextEffect36", 0x00, 1, 12, Built::NotYet), // 37

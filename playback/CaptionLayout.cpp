@@ -1,6 +1,7 @@
 #include "playback/CaptionLayout.h"
 
 #include "platform/CodePage.h"
+#include "playback/records/CaptionFont.h"
 
 #include <algorithm>
 #include <array>
@@ -27,25 +28,12 @@ std::int32_t WrapMul(std::int32_t a, std::int32_t b)
 
 } // namespace
 
-platform::FontRequest CaptionFontRequest(const records::LogFont& font, int heightFactor)
-{
-    platform::FontRequest request;
-    const std::size_t faceLength = strnlen(font.faceName, sizeof font.faceName);
-    request.faceUtf8 = platform::ToUtf8(std::string_view(font.faceName, faceLength), platform::ActiveCodePage());
-    // Heights beyond any screen are cut to a size fonts can still be made at.
-    request.height = static_cast<int>(std::clamp<std::int64_t>(static_cast<std::int64_t>(font.height) * heightFactor, -8192, 8192));
-    request.width = std::clamp(font.width, 0, 8192);
-    request.weight = font.weight;
-    request.italic = font.italic != 0;
-    return request;
-}
-
 int LayoutCaption(const records::TextRecord& record, const char* text, std::span<records::Glyph> glyphs,
                   std::int32_t* extent, CaptionLayoutInfo* info)
 {
     if (text == nullptr)
         return 0;
-    auto font = platform::Font::Create(CaptionFontRequest(record.font, 2));
+    auto font = platform::Font::Create(records::CaptionFontRequest(record.font, 2));
     if (!font.ok())
         return 0;
     platform::TextMetrics m = (*font)->Metrics();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Font.h"
+#include "playback/records/CaptionFont.h"
 #include "playback/records/Glyph.h"
 #include "playback/records/TextRecord.h"
 
@@ -27,8 +28,6 @@ struct CaptionLayoutInfo
 int LayoutCaption(const records::TextRecord& record, const char* text, std::span<records::Glyph> glyphs,
                   std::int32_t* extent, CaptionLayoutInfo* info = nullptr);
 
-/// The font request of a caption record, its height multiplied by `heightFactor` (2 for the double-size
-/// sheets and measuring).
-platform::FontRequest CaptionFontRequest(const records::LogFont& font, int heightFactor);
+using records::CaptionFontRequest;
 
 } // namespace lumenar::playback

@@ -1,7 +1,9 @@
 #include "playback/records/CaptionFont.h"
 
+#include "platform/CodePage.h"
 #include "platform/FontCatalog.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace lumenar::records {
@@ -28,6 +30,19 @@ int FindCaptionFont(LogFont* font)
     std::strncpy(out.faceName, face->family.c_str(), sizeof out.faceName - 1);
     std::memcpy(font, &out, sizeof out);
     return 1;
+}
+
+platform::FontRequest CaptionFontRequest(const records::LogFont& font, int heightFactor)
+{
+    platform::FontRequest request;
+    const std::size_t faceLength = strnlen(font.faceName, sizeof font.faceName);
+    request.faceUtf8 = platform::ToUtf8(std::string_view(font.faceName, faceLength), platform::ActiveCodePage());
+    // Heights beyond any screen are cut to a size fonts can still be made at.
+    request.height = static_cast<int>(std::clamp<std::int64_t>(static_cast<std::int64_t>(font.height) * heightFactor, -8192, 8192));
+    request.width = std::clamp(font.width, 0, 8192);
+    request.weight = font.weight;
+    request.italic = font.italic != 0;
+    return request;
 }
 
 } // namespace lumenar::records

@@ -1,0 +1,118 @@
+#pragma once
+
+#include "effects/EffectProtocol.h"
+#include "platform/Font.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace lumenar::effects {
+
+/// The per-caption state of a running text effect: the caption's metrics and its two glyph sheets.
+/// Made by BuildTextState at EffectInit and destroyed by FreeTextState at EffectRelease. The caption
+/// record's 32-bit `effectState` word holds a handle to it (a pointer does not fit in 32 bits), so the
+/// 96-byte record layout stays as the film stores it.
+///
+/// Both sheets hold one cell per glyph of the caption, stacked so that glyph i occupies memory rows
+/// i × cell height to (i + 1) × cell height − 1, each cell bottom row first, rows of exactly the cell
+/// width (a power of two, so a sample is (row << cell shift) + column). Everything in the sheets is at
+/// double the caption's size, so one picture pixel averages 2 × 2 samples.
+struct TextEffectState
+{
+    platform::TextMetrics metrics; ///< The font's metrics measured at double size, then halved.
+    DrawingSurface* targetDc = nullptr;
+    std::int32_t width = 0;  ///< The picture's size in pixels.
+    std::int32_t height = 0;
+    std::uint8_t* dcBits = nullptr; ///< The picture (32-bit BGRX, bottom row first), not owned.
+
+    /// Shadow sheet: 0 where there is no shadow, larger where it is denser. All 0 when the caption has
+    /// no shadow. Each cell holds the glyph's shape 6 samples in from its left and top edges.
+    std::int32_t shadowCellShift = 0;
+    std::int32_t shadowCellWidth = 0;
+    std::int32_t shadowSheetHeight = 0;
+    std::int32_t shadowCellHeight = 0;
+    std::vector<std::uint8_t> shadowBits;
+
+    /// Glyph sheet: 255 background, 0 ink; each glyph drawn at x 0 on the baseline `ascent` (double size).
+    std::int32_t glyphCellShift = 0;
+    std::int32_t glyphCellWidth = 0;
+    std::int32_t glyphSheetHeight = 0;
+    std::int32_t glyphCellHeight = 0;
+    std::vector<std::uint8_t> glyphBits;
+
+    /// The caption's font at double size (what the glyph sheet was drawn with).
+    std::unique_ptr<platform::Font> font;
+    /// Each glyph's advance in sheet samples, |A| + B + |C| of its character (read once here rather than
+    /// asking the font on every frame).
+    std::vector<std::int32_t> glyphAdvances;
+    /// The double-size ascent the sheets were drawn with.
+    std::int32_t sheetAscent = 0;
+};
+
+/// Sheets larger than this are refused (the init fails and the caption is not drawn).
+inline constexpr std::int64_t kMaxSheetBytes = 64LL * 1024 * 1024;
+
+/// Builds the caption's state from a text block (`text`, `glyphs`, `glyphCount`, `dc`, `dcBits`, `width`,
+/// `height`) and hangs it on the record. A record that already names a live state has that state
+/// replaced. Returns 1 when the font and both sheets were made, 0 otherwise (the state made so far stays
+/// hung on the record for FreeTextState). Thread: the caption's effect thread.
+int BuildTextState(const TextEffectParams& block);
+
+/// Destroys the state the block's record names and sets its `effectState` word to 0. Reads only
+/// `block.text`; a null record, a 0 word or a word that names no live state does nothing.
+void FreeTextState(const TextEffectParams& block);
+
+/// The live state a record's `effectState` word names, or null. The state stays valid until the record's
+/// FreeTextState; one caption's state is used by one thread at a time. Any thread.
+TextEffectState* FindTextState(std::uint32_t handle);
+
+/// Number of live states, for tests and leak checks. Any thread.
+std::size_t LiveTextStates();
+
+/// Draws one glyph onto the state's picture: shadow first (when `shadow` is non-zero), then the glyph's
+/// ink blended towards `colour` (0xBBGGRR) with `opacity` (0..255). (x, y) is where the unrotated glyph's
+/// origin (left end of its baseline) lands, in picture pixels counted from the top; scaleX and scaleY are
+/// 16.16 factors (65536: the caption's own size); `angle` is in tenths of a degree, any value; the glyph
+/// turns about its cell's centre. A glyph wholly outside the picture, or an index without a cell, draws
+/// nothing. Returns 1.
+std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint16_t character,
+                       std::uint32_t colour, std::int32_t opacity, std::int32_t shadow, std::int32_t glyphIndex,
+                       std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle);
+
+/// An angle in tenths of a degree brought into 0..3599.
+constexpr std::int32_t NormaliseAngle(std::int32_t angle)
+{
+    const std::int32_t rest = angle % 3600;
+    return rest < 0 ? rest + 3600 : rest;
+}
+
+/// Blends one colour byte towards `colour` with `inkCount` (0..4) of 2 × 2 samples covered and
+/// `alpha` = opacity / 4 (0..63): old + floor((colour − old) × inkCount × alpha / 256). Never reaches the
+/// colour outright: full coverage at full opacity moves 252/256 of the way.
+constexpr std::uint8_t BlendInk(std::uint8_t old, std::uint8_t colour, int inkCount, int alpha)
+{
+    const int product = (colour - old) * inkCount * alpha;
+    // Floor division by 256: negative products round down, as an arithmetic shift does.
+    const int step = product >= 0 ? product / 256 : -((-product + 255) / 256);
+    return static_cast<std::uint8_t>(old + step);
+}
+
+/// Sines and cosines of 0..3599 tenths of a degree as truncated 16.16 integers. Process-wide, built
+/// once on first use (thread-safe), never freed.
+struct SinCos
+{
+    std::array<std::int32_t, 3600> sine;
+    std::array<std::int32_t, 3600> cosine;
+};
+const SinCos& SinCosTable();
+
+/// 768 bytes: 0 × 256, 0..255, 255 × 256. The returned pointer is the middle part, so indices −256..511
+/// give the value clamped to 0..255. Process-wide, built once, never freed.
+const std::uint8_t* ClampTable();
+
+/// 50 steps from 0 to 255 (entry k = k × 255 / 49), for effects that fade in steps. Process-wide.
+const std::array<std::int32_t, 50>& FadeRamp();
+
+} // namespace lumenar::effects

@@ -1,0 +1,335 @@
+#include "effects/TextEffectFramework.h"
+
+#include "effects/EffectRegistry.h"
+#include "effects/TextEffects.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+namespace lumenar::effects {
+namespace {
+
+constexpr int kWidth = 320;
+constexpr int kHeight = 120;
+constexpr std::uint8_t kGrey = 100;
+
+// Where a caption's ink is: the box of pixels that differ from the grey background, and how many do.
+struct Ink
+{
+    int left = kWidth, top = kHeight, right = -1, bottom = -1;
+    int pixels = 0;
+    int darker = 0; // Pixels darker than the background in every channel (shadow).
+    int red = 0;    // Pixels that moved towards pure red.
+    int maxRed = 0; // The red byte of the reddest pixel, and that pixel's blue byte.
+    int blueOfMaxRed = 0;
+    bool operator==(const Ink&) const = default;
+};
+
+// Two glyphs laid out by hand as the layout would for "AB" at 48 pixels.
+struct Caption
+{
+    records::TextRecord record{};
+    std::vector<records::Glyph> glyphs = {{'A', 0, 0, 44, 32, 55}, {'B', 0, 32, 44, 32, 55}};
+    std::vector<std::uint8_t> picture = std::vector<std::uint8_t>(kWidth * kHeight * 4, kGrey);
+
+    explicit Caption(int shadow)
+    {
+        record.x = 120;
+        record.y = 30;
+        record.font.height = -48;
+        record.font.weight = 400;
+        std::strcpy(record.font.faceName, "Arial");
+        record.colour = 0x0000FF; // Red.
+        record.lineSpacing = 100;
+        record.shadow = shadow;
+        record.extentWidth = 64;
+        record.extentHeight = 55;
+    }
+
+    TextEffectParams Block(int num, int den)
+    {
+        TextEffectParams block{};
+        block.dcBits = picture.data();
+        block.text = &record;
+        block.glyphs = glyphs.data();
+        block.glyphCount = static_cast<int>(glyphs.size());
+        block.width = kWidth;
+        block.height = kHeight;
+        block.progressNum = num;
+        block.progressDen = den;
+        return block;
+    }
+
+    // One frame of text row `row` at num/den on a fresh grey picture, through the registry.
+    Ink Frame(int row, int num, int den)
+    {
+        std::fill(picture.begin(), picture.end(), kGrey);
+        EffectRegistry registry;
+        registry.RunText(row, EffectInit, Block(0, 100));
+        registry.RunText(row, EffectRender, Block(num, den));
+        registry.RunText(row, EffectRelease, Block(0, 1));
+        return Measure();
+    }
+
+    Ink Measure() const
+    {
+        Ink ink;
+        for (int y = 0; y < kHeight; ++y) {
+            for (int x = 0; x < kWidth; ++x) {
+                const std::uint8_t* p = &picture[((kHeight - 1 - y) * kWidth + x) * 4];
+                if (p[0] == kGrey && p[1] == kGrey && p[2] == kGrey)
+                    continue;
+                ++ink.pixels;
+                ink.darker += p[0] < kGrey && p[1] < kGrey && p[2] < kGrey;
+                ink.red += p[2] > kGrey && p[0] < kGrey && p[1] < kGrey;
+                if (p[2] > ink.maxRed) {
+                    ink.maxRed = p[2];
+                    ink.blueOfMaxRed = p[0];
+                }
+                ink.left = std::min(ink.left, x);
+                ink.right = std::max(ink.right, x);
+                ink.top = std::min(ink.top, y);
+                ink.bottom = std::max(ink.bottom, y);
+            }
+        }
+        return ink;
+    }
+};
+
+TEST(TextEffectTables, CornerValues)
+{
+    const SinCos& table = SinCosTable();
+    struct Row { int angle, sine, cosine; };
+    for (const Row& row : {Row{0, 0, 65536}, Row{450, 46340, 46340}, Row{900, 65535, 0}, Row{1800, 0, -65535},
+                           Row{2700, -65535, 0}}) {
+        SCOPED_TRACE(row.angle);
+        EXPECT_EQ(table.sine[row.angle], row.sine);
+        EXPECT_EQ(table.cosine[row.angle], row.cosine);
+    }
+    const std::uint8_t* clamp = ClampTable();
+    for (auto [in, out] : {std::pair{-256, 0}, {-1, 0}, {0, 0}, {128, 128}, {255, 255}, {256, 255}, {511, 255}})
+        EXPECT_EQ(clamp[in], out) << in;
+    EXPECT_EQ(FadeRamp()[0], 0);
+    EXPECT_EQ(FadeRamp()[1], 5);
+    EXPECT_EQ(FadeRamp()[25], 130);
+    EXPECT_EQ(FadeRamp()[49], 255);
+}
+
+TEST(TextEffectFramework, AnglesAreBroughtIntoOneTurn)
+{
+    for (auto [in, out] : {std::pair{-1, 3599}, {7200, 0}, {3600, 0}, {-3600, 0}, {3599, 3599}, {-7201, 3599},
+                           {INT32_MIN, 2752}, {INT32_MAX, 847}}) {
+        EXPECT_EQ(NormaliseAngle(in), out) << in;
+    }
+}
+
+TEST(TextEffectFramework, BlendArithmeticAtTheCorners)
+{
+    struct Row { const char* name; int old, colour, ink, alpha, expected; };
+    const Row rows[] = {
+        {"opacity 0 changes nothing", 255, 0, 4, 0, 255},
+        {"full white under black turns 3", 255, 0, 4, 63, 3},
+        {"full black under white moves 252/256", 0, 255, 4, 63, 251},
+        {"one sample of four", 255, 0, 1, 63, 192},
+        {"a negative product rounds down", 10, 9, 1, 1, 9},
+        {"a small positive product rounds down to no change", 9, 10, 1, 1, 9},
+        {"the colour itself changes nothing", 77, 77, 4, 63, 77},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(BlendInk(static_cast<std::uint8_t>(row.old), static_cast<std::uint8_t>(row.colour), row.ink, row.alpha),
+                  row.expected);
+    }
+}
+
+TEST(TextEffectFramework, SheetsAndShadowFollowTheRecord)
+{
+    for (int shadow : {0, 1}) {
+        SCOPED_TRACE(shadow);
+        Caption caption(shadow);
+        const std::size_t before = LiveTextStates();
+        ASSERT_EQ(BuildTextState(caption.Block(0, 100)), 1);
+        TextEffectState* state = FindTextState(caption.record.effectState);
+        ASSERT_NE(state, nullptr);
+        EXPECT_EQ(LiveTextStates(), before + 1);
+        for (int cell : {state->glyphCellWidth, state->shadowCellWidth}) {
+            EXPECT_EQ(cell & (cell - 1), 0) << cell;
+        }
+        EXPECT_GE(state->glyphCellWidth, 2 * state->metrics.maxCharWidth);
+        EXPECT_EQ(state->glyphSheetHeight, 2 * state->glyphCellHeight);
+        EXPECT_EQ(state->shadowCellHeight, state->glyphCellHeight + 6);
+        // Metrics are kept at the caption's size: about 48 pixels of em.
+        EXPECT_GT(state->metrics.height, 48);
+        EXPECT_LT(state->metrics.height, 64);
+        // Each glyph cell has ink; the shadow sheet is empty without a shadow.
+        const std::size_t cellBytes = static_cast<std::size_t>(state->glyphCellWidth) * state->glyphCellHeight;
+        for (std::size_t i = 0; i < 2; ++i) {
+            const auto cell = state->glyphBits.begin() + static_cast<std::ptrdiff_t>(i * cellBytes);
+            EXPECT_GT(std::count(cell, cell + static_cast<std::ptrdiff_t>(cellBytes), 0), 100) << i;
+        }
+        const auto shadowInk = std::count_if(state->shadowBits.begin(), state->shadowBits.end(), [](auto v) { return v != 0; });
+        EXPECT_EQ(shadowInk != 0, shadow != 0);
+
+        FreeTextState(caption.Block(0, 1));
+        EXPECT_EQ(caption.record.effectState, 0u);
+        EXPECT_EQ(LiveTextStates(), before);
+    }
+}
+
+TEST(TextEffectFramework, ReleasingWithoutAStateDoesNothing)
+{
+    Caption caption(1);
+    const std::size_t before = LiveTextStates();
+    TextEffectParams garbage{};
+    std::memset(&garbage, 0xA5, sizeof garbage); // Only `text` may be read.
+    garbage.text = &caption.record;
+    for (std::uint32_t word : {0u, 0x00403020u}) {
+        caption.record.effectState = word;
+        EXPECT_EQ(TextShowAtHalf(EffectRelease, &garbage), 0);
+        EXPECT_EQ(LiveTextStates(), before);
+    }
+    garbage.text = nullptr;
+    EXPECT_EQ(TextFlyIn(EffectRelease, &garbage), 0);
+    // A render before any init draws nothing.
+    caption.record.effectState = 0;
+    TextEffectParams block = caption.Block(1, 1);
+    EXPECT_EQ(TextShowAtHalf(EffectRender, &block), 0);
+    EXPECT_EQ(caption.Measure().pixels, 0);
+}
+
+TEST(TextEffectFramework, DrawGlyphInkShadowAndAngles)
+{
+    struct Row { const char* name; int shadow, opacity, angle; };
+    const Row rows[] = {{"opaque with shadow", 1, 255, 0}, {"opaque, no shadow", 0, 255, 0},
+                        {"invisible", 1, 0, 0},           {"turned a full turn", 1, 255, 3600},
+                        {"turned half a turn", 1, 255, 1800}, {"turned by minus one", 0, 255, -1}};
+    Ink upright;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Caption caption(row.shadow);
+        // An underscore: a bar below the baseline, so turning it shows.
+        caption.glyphs[0].code = '_';
+        ASSERT_EQ(BuildTextState(caption.Block(0, 100)), 1);
+        TextEffectState& state = *FindTextState(caption.record.effectState);
+        EXPECT_EQ(DrawGlyph(state, 100, 70, '_', caption.record.colour, row.opacity, row.shadow, 0, 65536, 65536, row.angle), 1);
+        const Ink ink = caption.Measure();
+        FreeTextState(caption.Block(0, 1));
+        if (row.opacity == 0) {
+            EXPECT_EQ(ink.pixels, 0);
+            continue;
+        }
+        EXPECT_GT(ink.red, 40);
+        EXPECT_EQ(ink.darker != 0, row.shadow != 0);
+        if (row.shadow == 0 && row.angle == 0) {
+            // The bar lies under the baseline at y 70, within the glyph's cell from x 100.
+            EXPECT_GE(ink.top, 71);
+            EXPECT_LE(ink.bottom, 80);
+            EXPECT_GE(ink.left, 99);
+            EXPECT_LE(ink.right, 100 + 32);
+            // Fully covered pixels move 252/256 of the way from grey 100: red 252, blue 1.
+            EXPECT_EQ(ink.maxRed, 252);
+            EXPECT_EQ(ink.blueOfMaxRed, 1);
+        }
+        if (row.angle % 3600 == 0 && row.shadow != 0) {
+            if (row.angle == 0)
+                upright = ink;
+            else
+                EXPECT_EQ(ink, upright);
+        }
+        if (row.angle == 1800) {
+            // Upside down about the cell's centre: the bar is now above the baseline.
+            EXPECT_LT(ink.bottom, 60);
+        }
+        if (row.angle == -1) {
+            // A tenth of a degree: still the bar under the baseline.
+            EXPECT_GE(ink.top, 70);
+        }
+    }
+}
+
+TEST(TextEffectFramework, GlyphsOutsideThePictureAndTinyScalesAreSafe)
+{
+    Caption caption(1);
+    ASSERT_EQ(BuildTextState(caption.Block(0, 100)), 1);
+    TextEffectState& state = *FindTextState(caption.record.effectState);
+    struct Row { int x, y, scaleX, scaleY, index; };
+    for (const Row& row : {Row{INT32_MAX, INT32_MIN, 65536, 65536, 0}, Row{-5000, 50, 65536, 65536, 1},
+                           Row{100, 70, 0, 0, 0}, Row{100, 70, -65536, 65536, 1}, Row{100, 70, INT32_MAX, 65536, 0},
+                           Row{100, 70, 65536, 65536, 2}, Row{100, 70, 65536, 65536, -1}}) {
+        EXPECT_EQ(DrawGlyph(state, row.x, row.y, 'A', 0xFFFFFF, 255, 1, row.index, row.scaleX, row.scaleY, 0), 1);
+    }
+    FreeTextState(caption.Block(0, 1));
+}
+
+// Every built row ends on the caption at its place; on the way its ink is where its motion says.
+TEST(TextEffects, MotionSeenThroughTheInk)
+{
+    Caption reference(1);
+    const Ink place = reference.Frame(4, 1, 1);
+    ASSERT_GT(place.red, 300);
+
+    enum class Where { Nothing, Place, LeftOf, RightOf, Above, Below, Fainter };
+    struct Row { const char* name; int row, num, den; Where where; };
+    const Row rows[] = {
+        {"show at half: nothing just before half", 4, 1499, 3000, Where::Nothing},
+        {"show at half: whole at half", 4, 1500, 3000, Where::Place},
+        {"fly-in from the left", 22, 1, 2, Where::LeftOf},
+        {"fly-in from the right", 21, 1, 2, Where::RightOf},
+        {"fly-in from the top", 20, 1, 2, Where::Above},
+        {"fly-in from the bottom", 19, 1, 2, Where::Below},
+        {"stream from the left", 12, 1, 4, Where::LeftOf},
+        {"stream from the right", 11, 1, 4, Where::RightOf},
+        {"stream from the top", 10, 1, 4, Where::Above},
+        {"stream from the bottom", 9, 1, 4, Where::Below},
+        {"scatter before the first start", 15, 0, 1, Where::Nothing},
+        {"scatter from the left", 18, 1, 10, Where::LeftOf},
+        {"grow at the start", 29, 0, 1, Where::Nothing},
+        {"fade sweep early is fainter", 0, 1, 5, Where::Fainter},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Caption caption(1);
+        const Ink ink = caption.Frame(row.row, row.num, row.den);
+        switch (row.where) {
+        case Where::Nothing: EXPECT_EQ(ink.pixels, 0); break;
+        case Where::Place: EXPECT_EQ(ink, place); break;
+        case Where::LeftOf: EXPECT_LT(ink.right, place.right); EXPECT_GT(ink.pixels, 0); break;
+        case Where::RightOf: EXPECT_GT(ink.left, place.left); EXPECT_GT(ink.pixels, 0); break;
+        case Where::Above: EXPECT_LT(ink.bottom, place.bottom); EXPECT_GT(ink.pixels, 0); break;
+        case Where::Below: EXPECT_GT(ink.top, place.top); EXPECT_GT(ink.pixels, 0); break;
+        case Where::Fainter: EXPECT_LT(ink.maxRed, place.maxRed - 50); EXPECT_GT(ink.pixels, 0); break;
+        }
+    }
+    // At full progress every built row shows exactly the caption at its place.
+    for (int row = 0; row < kTextEffectCount - 1; ++row) {
+        if (TextEffectTable()[row].built != Built::Yes)
+            continue;
+        SCOPED_TRACE(row);
+        Caption caption(1);
+        EXPECT_EQ(caption.Frame(row, 3000, 3000), place);
+    }
+}
+
+TEST(TextEffects, ReservedCodesAndFailedInits)
+{
+    Caption caption(1);
+    TextEffectParams block = caption.Block(1, 1);
+    for (EffectProc proc : {&TextShowAtHalf, &TextFadeSweep, &TextFlyIn, &TextGlyphStream, &TextGlyphScatter, &TextGlyphGrow}) {
+        EXPECT_EQ(proc(EffectReserved2, &block), 0);
+        EXPECT_EQ(proc(EffectReserved4, &block), 0);
+        EXPECT_EQ(caption.record.effectState, 0u);
+    }
+    // A font too large for any sheet fails the init, leaves no state, and later renders draw nothing.
+    caption.record.font.height = -8000;
+    caption.glyphs.assign(256, caption.glyphs[0]);
+    block = caption.Block(0, 100);
+    const std::size_t before = LiveTextStates();
+    EXPECT_EQ(TextFlyIn(EffectInit, &block), -1);
+    EXPECT_EQ(caption.record.effectState, 0u);
+    EXPECT_EQ(LiveTextStates(), before);
+}
+
+} // namespace
+} // namespace lumenar::effects
