@@ -12,6 +12,9 @@ using Args = std::span<const std::string>;
 /// Prints "lumenar: <input>: <message>" to stderr and returns the failure status.
 int Fail(std::string_view input, std::string_view message);
 
+/// Parses a whole decimal integer within low..high.
+bool ParseInt(const std::string& text, long long low, long long high, long long& out);
+
 /// `lumenar decode PHOTO -o OUT`: one photo through the player's decoder to a picture file.
 int DecodeCommand(Args args);
 
@@ -23,6 +26,10 @@ int EffectsCommand(Args args);
 
 /// `lumenar effect --picture N --from A --to B --progress n/d [--seed S] -o OUT`: one frame of a transition.
 int EffectCommand(Args args);
+
+/// `lumenar caption --on PICTURE --text T [options] -o OUT`: one frame of a caption's text effect, or
+/// its layout as JSON with `--glyphs`.
+int CaptionCommand(Args args);
 
 /// `lumenar narration IN.ca -o OUT.wav` and `lumenar narration --pack FRAMES -o OUT.ca`.
 int NarrationCommand(Args args);

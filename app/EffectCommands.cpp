@@ -1,14 +1,10 @@
 #include "app/Commands.h"
 
-#include "codec/Photo.h"
+#include "app/PictureFiles.h"
 #include "effects/EffectRegistry.h"
-#include "platform/CorruptPhotoPolicy.h"
 #include "platform/ImageFile.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 namespace lumenar::app {
@@ -33,35 +29,6 @@ constexpr const char* kEffectHelp =
     "options:\n"
     "  --seed S   seed the effects' random generator with S instead of the time, so the random row\n"
     "             and the tile dissolves render the same way every time\n";
-
-// Reads a PNG or BMP file, or a JPEG photo through the player's own decoder.
-base::Result<platform::BgrxPicture> ReadPicture(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return platform::ReadImageFile(path); // Says why the file cannot be read.
-    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    if (bytes.size() < 2 || bytes[0] != 0xFF || bytes[1] != 0xD8)
-        return platform::ReadImageFile(path);
-    // A damaged photo fails this command instead of ending the process.
-    platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
-    codec::Photo photo;
-    if (codec::DecodePhoto(photo, bytes) != 1 || photo.Bitmap() == nullptr || photo.Bitmap()->BitCount() == 0)
-        return base::Error{base::ErrorCode::BadData, path + ": not a photo the player can decode"};
-    const auto pixels = photo.Bitmap()->Pixels();
-    return platform::BgrxPicture{photo.Width(), photo.Height(), std::vector<std::uint8_t>(pixels.begin(), pixels.end())};
-}
-
-bool ParseInt(const std::string& text, long long low, long long high, long long& out)
-{
-    char* end = nullptr;
-    errno = 0;
-    const long long value = std::strtoll(text.c_str(), &end, 10);
-    if (end == text.c_str() || *end != '\0' || errno != 0 || value < low || value > high)
-        return false;
-    out = value;
-    return true;
-}
 
 } // namespace
 
@@ -132,10 +99,10 @@ int EffectCommand(Args args)
     if (!haveRow || !haveProgress || from.empty() || to.empty() || out.empty())
         return Fail("effect", "--picture, --from, --to, --progress and -o are all needed");
 
-    auto source = ReadPicture(from);
+    auto source = ReadPictureFile(from);
     if (!source.ok())
         return Fail(from, source.error().message);
-    auto target = ReadPicture(to);
+    auto target = ReadPictureFile(to);
     if (!target.ok())
         return Fail(to, target.error().message);
     if (source->width != target->width || source->height != target->height)

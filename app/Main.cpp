@@ -1,6 +1,8 @@
 #include "app/Commands.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <string>
 #include <vector>
@@ -12,6 +14,17 @@ int Fail(std::string_view input, std::string_view message)
     std::fprintf(stderr, "lumenar: %.*s: %.*s\n", static_cast<int>(input.size()), input.data(),
                  static_cast<int>(message.size()), message.data());
     return 2;
+}
+
+bool ParseInt(const std::string& text, long long low, long long high, long long& out)
+{
+    char* end = nullptr;
+    errno = 0;
+    const long long value = std::strtoll(text.c_str(), &end, 10);
+    if (end == text.c_str() || *end != '\0' || errno != 0 || value < low || value > high)
+        return false;
+    out = value;
+    return true;
 }
 
 namespace {
@@ -28,6 +41,7 @@ constexpr Command kCommands[] = {
     {"info", InfoCommand, "print a film file's settings, items and captions as JSON"},
     {"effects", EffectsCommand, "list the rows of both effect tables"},
     {"effect", EffectCommand, "render one frame of a picture transition between two pictures"},
+    {"caption", CaptionCommand, "draw a caption on a picture with a text effect, or print its layout"},
     {"narration", NarrationCommand, "decode narration (.ca) to a wave file, or pack G.723.1 frames into .ca"},
 };
 

@@ -1,7 +1,11 @@
 #pragma once
 
+#include "base/Result.h"
+#include "platform/ImageFile.h"
+
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace lumenar::app {
@@ -19,5 +23,9 @@ std::vector<std::uint8_t> EncodePpm(const BottomUpBgrx& picture);
 
 /// PNG, 8-bit RGB, top row first; stored (uncompressed) deflate blocks.
 std::vector<std::uint8_t> EncodePng(const BottomUpBgrx& picture);
+
+/// Reads a PNG or BMP file, or a JPEG photo through the player's own decoder (a damaged photo fails the
+/// read instead of ending the process).
+base::Result<platform::BgrxPicture> ReadPictureFile(const std::string& path);
 
 } // namespace lumenar::app

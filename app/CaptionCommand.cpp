@@ -1,0 +1,260 @@
+#include "app/Commands.h"
+
+#include "app/CaptionJson.h"
+#include "app/PictureFiles.h"
+#include "effects/EffectRegistry.h"
+#include "platform/ImageFile.h"
+#include "playback/CaptionLayout.h"
+#include "playback/records/CaptionFont.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace lumenar::app {
+
+namespace {
+
+constexpr const char* kCaptionHelp =
+    "usage: lumenar caption --on PICTURE --text TEXT [--effect N] [--progress n/d] [--x X --y Y\n"
+    "         --height H --face NAME --weight W --italic --colour 0xBBGGRR --align 0|1|2 --spacing P\n"
+    "         --shadow 0|1] [--frame WxH] -o OUT.png\n"
+    "       lumenar caption --glyphs --text TEXT [same caption options] [--on PICTURE | --frame WxH]\n"
+    "\n"
+    "Draws one caption on PICTURE (PNG, BMP or JPEG) the way the player does: the caption is scaled\n"
+    "for the frame (positions and height are in pixels of an 800-pixel-wide frame), laid out, and\n"
+    "text-effect row N (default 4, shown whole from half time) is initialised, rendered once at\n"
+    "progress n/d (default 1/1) and released. Writes OUT (.png, .bmp or .ppm).\n"
+    "\n"
+    "options (defaults are the film's default caption style):\n"
+    "  --text TEXT     the caption, taken as bytes of code page 1252; \\r\\n breaks a line, \\\\ is a\n"
+    "                  backslash; at most 255 bytes\n"
+    "  --x X --y Y     top-left corner (default 40 40)\n"
+    "  --height H      font height, negative for the character height (default -48)\n"
+    "  --face NAME     font family (default: the first TrueType face of Arial, else any)\n"
+    "  --weight W      400 regular, 700 bold (default: the face's own)\n"
+    "  --colour C      text colour as 0xBBGGRR (default 0xFFFFFF)\n"
+    "  --align A       0 left, 1 centre, 2 right (default 0)\n"
+    "  --spacing P     baseline distance in percent of the font height (default 100)\n"
+    "  --shadow S      1 draws a drop shadow (default 1)\n"
+    "  --frame WxH     frame size: PICTURE is stretched to it (default: PICTURE's size, or 800x600)\n"
+    "  --glyphs        print the layout as JSON instead of drawing:\n"
+    "                  {\"extent\":[w,h],\"ascent\":N,\"descent\":N,\"height\":N,\"glyphs\":[{\"code\":N,\n"
+    "                  \"line\":N,\"gx\":N,\"gy\":N,\"cw\":N,\"ch\":N},...]}\n";
+
+// Film captions are at most 256 bytes with their terminating zero.
+constexpr std::size_t kMaxCaptionBytes = 255;
+
+std::string Unescape(const std::string& text)
+{
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 1 < text.size()) {
+            const char next = text[i + 1];
+            if (next == 'r' || next == 'n' || next == '\\') {
+                out += next == 'r' ? '\r' : next == 'n' ? '\n' : '\\';
+                ++i;
+                continue;
+            }
+        }
+        out += text[i];
+    }
+    return out;
+}
+
+bool ParseSize(const std::string& text, long long& width, long long& height)
+{
+    const auto x = text.find('x');
+    return x != std::string::npos && ParseInt(text.substr(0, x), 1, 16384, width) &&
+           ParseInt(text.substr(x + 1), 1, 16384, height);
+}
+
+// Nearest-neighbour stretch of a bottom-up picture to a new size.
+platform::BgrxPicture Stretch(const platform::BgrxPicture& in, int width, int height)
+{
+    platform::BgrxPicture out{width, height, std::vector<std::uint8_t>(static_cast<std::size_t>(width) * height * 4)};
+    for (int y = 0; y < height; ++y) {
+        const int fromY = static_cast<int>(static_cast<std::int64_t>(y) * in.height / height);
+        for (int x = 0; x < width; ++x) {
+            const int fromX = static_cast<int>(static_cast<std::int64_t>(x) * in.width / width);
+            std::memcpy(&out.pixels[(static_cast<std::size_t>(y) * width + x) * 4],
+                        &in.pixels[(static_cast<std::size_t>(fromY) * in.width + fromX) * 4], 4);
+        }
+    }
+    return out;
+}
+
+// The sequencer's caption scale: a 32-bit float, the product truncated toward zero.
+std::int32_t Scaled(std::int32_t value, float scale)
+{
+    return static_cast<std::int32_t>(static_cast<float>(value) * scale);
+}
+
+} // namespace
+
+int CaptionCommand(Args args)
+{
+    records::TextRecord record{};
+    // The film's default caption style.
+    if (records::FindCaptionFont(&record.font) == 0)
+        std::strcpy(record.font.faceName, "Arial");
+    record.font.height = -48;
+    record.font.width = 0;
+    record.colour = 0xFFFFFF;
+    record.lineSpacing = 100;
+    record.alignment = 0;
+    record.shadow = 1;
+    record.x = 40;
+    record.y = 40;
+
+    long long effect = 4, n = 1, d = 1, frameWidth = 0, frameHeight = 0;
+    bool haveText = false, glyphsOnly = false;
+    std::string on, out, text;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(kCaptionHelp, stdout);
+            return 0;
+        }
+        if (arg == "--italic") {
+            record.font.italic = 1;
+            continue;
+        }
+        if (arg == "--glyphs") {
+            glyphsOnly = true;
+            continue;
+        }
+        if (i + 1 >= args.size())
+            return Fail(arg, "needs a value (try 'lumenar caption --help')");
+        const std::string& value = args[++i];
+        long long number = 0;
+        auto integer = [&](long long low, long long high) { return ParseInt(value, low, high, number); };
+        if (arg == "--on") {
+            on = value;
+        } else if (arg == "-o" || arg == "--output") {
+            out = value;
+        } else if (arg == "--text") {
+            text = Unescape(value);
+            haveText = true;
+            if (text.size() > kMaxCaptionBytes)
+                return Fail(arg, "a caption holds at most 255 bytes");
+        } else if (arg == "--effect") {
+            if (!integer(INT32_MIN, INT32_MAX))
+                return Fail(value, "not a text-effect row");
+            effect = number;
+        } else if (arg == "--progress") {
+            const auto slash = value.find('/');
+            if (slash == std::string::npos || !ParseInt(value.substr(0, slash), 0, INT32_MAX, n) ||
+                !ParseInt(value.substr(slash + 1), 1, INT32_MAX, d) || n > d)
+                return Fail(value, "progress must be n/d with 0 <= n <= d and d > 0");
+        } else if (arg == "--x" || arg == "--y") {
+            if (!integer(-100000, 100000))
+                return Fail(value, "not a position (-100000 to 100000)");
+            (arg == "--x" ? record.x : record.y) = static_cast<std::int32_t>(number);
+        } else if (arg == "--height") {
+            if (!integer(-2000, 2000))
+                return Fail(value, "not a font height (-2000 to 2000)");
+            record.font.height = static_cast<std::int32_t>(number);
+        } else if (arg == "--face") {
+            if (value.empty() || value.size() >= sizeof record.font.faceName)
+                return Fail(value, "a face name has 1 to 31 bytes");
+            std::memset(record.font.faceName, 0, sizeof record.font.faceName);
+            std::memcpy(record.font.faceName, value.data(), value.size());
+        } else if (arg == "--weight") {
+            if (!integer(0, 1000))
+                return Fail(value, "not a weight (0 to 1000)");
+            record.font.weight = static_cast<std::int32_t>(number);
+        } else if (arg == "--colour") {
+            char* end = nullptr;
+            const unsigned long colour = std::strtoul(value.c_str(), &end, 16);
+            if (value.empty() || *end != '\0' || colour > 0xFFFFFF)
+                return Fail(value, "not a colour (0xBBGGRR)");
+            record.colour = static_cast<std::uint32_t>(colour);
+        } else if (arg == "--align") {
+            if (!integer(0, 2))
+                return Fail(value, "alignment is 0, 1 or 2");
+            record.alignment = static_cast<std::int32_t>(number);
+        } else if (arg == "--spacing") {
+            if (!integer(-10000, 10000))
+                return Fail(value, "not a line spacing (-10000 to 10000 percent)");
+            record.lineSpacing = static_cast<std::int32_t>(number);
+        } else if (arg == "--shadow") {
+            if (!integer(0, 1))
+                return Fail(value, "shadow is 0 or 1");
+            record.shadow = static_cast<std::int32_t>(number);
+        } else if (arg == "--frame") {
+            if (!ParseSize(value, frameWidth, frameHeight))
+                return Fail(value, "frame must be WxH, each 1 to 16384");
+        } else {
+            return Fail(arg, "unknown option for caption (try 'lumenar caption --help')");
+        }
+    }
+    if (!haveText)
+        return Fail("caption", "--text is needed");
+    if (!glyphsOnly && (on.empty() || out.empty()))
+        return Fail("caption", "--on and -o are needed (or --glyphs to print the layout)");
+
+    platform::BgrxPicture frame;
+    if (!on.empty()) {
+        auto picture = ReadPictureFile(on);
+        if (!picture.ok())
+            return Fail(on, picture.error().message);
+        frame = std::move(*picture);
+        if (frameWidth != 0 && (frameWidth != frame.width || frameHeight != frame.height))
+            frame = Stretch(frame, static_cast<int>(frameWidth), static_cast<int>(frameHeight));
+    } else {
+        frame.width = frameWidth != 0 ? static_cast<int>(frameWidth) : 800;
+        frame.height = frameHeight != 0 ? static_cast<int>(frameHeight) : 600;
+    }
+
+    // Captions are authored for an 800-pixel-wide frame.
+    const auto scale = static_cast<float>(frame.width * 0.00125);
+    record.x = Scaled(record.x, scale);
+    record.y = Scaled(record.y, scale);
+    record.font.height = Scaled(record.font.height, scale);
+
+    std::array<records::Glyph, records::kGlyphBufferGlyphs> glyphs{};
+    std::int32_t extent[2] = {0, 0};
+    playback::CaptionLayoutInfo info;
+    const int count = playback::LayoutCaption(record, text.c_str(), glyphs, extent, &info);
+    if (count == 0 && !text.empty())
+        return Fail(record.font.faceName, "no font could be made for the caption");
+    record.extentWidth = extent[0];
+    record.extentHeight = extent[1];
+    if (glyphsOnly) {
+        const std::string json = CaptionLayoutJson(extent[0], extent[1], info.metrics,
+                                                   std::span<const records::Glyph>(glyphs.data(), static_cast<std::size_t>(count)));
+        std::printf("%s\n", json.c_str());
+        return 0;
+    }
+
+    effects::EffectRegistry registry;
+    effects::TextEffectParams block{};
+    block.size = 40;
+    block.dcBits = frame.pixels.data();
+    block.text = &record;
+    block.glyphs = glyphs.data();
+    block.glyphCount = count;
+    block.width = frame.width;
+    block.height = frame.height;
+    block.progressNum = 0;
+    block.progressDen = 100;
+    const int row = static_cast<int>(effect);
+    if (count > 0) {
+        if (registry.RunText(row, effects::EffectInit, block) != 0) {
+            registry.RunText(row, effects::EffectRelease, block);
+            return Fail(record.font.faceName, "the text effect could not prepare the caption's glyphs");
+        }
+        block.progressNum = static_cast<std::int32_t>(n);
+        block.progressDen = static_cast<std::int32_t>(d);
+        registry.RunText(row, effects::EffectRender, block);
+        registry.RunText(row, effects::EffectRelease, block);
+    }
+    if (auto written = platform::WriteImageFile(out, frame); !written.ok())
+        return Fail(out, written.error().message);
+    return 0;
+}
+
+} // namespace lumenar::app
