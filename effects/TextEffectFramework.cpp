@@ -137,13 +137,14 @@ std::int64_t SheetScale(std::int32_t scale)
     return std::llabs(half) < 4 ? 4 : half;
 }
 
-// Maps a cell whose turning centre is (centreU, centreV) samples and which reaches `reachU` and `reachV`
-// samples from it at most, turned about that centre and placed with the centre at (centreX, centreY).
-// Returns false when the box misses the picture.
-bool MapCell(CellMapping& map, std::int64_t centreU, std::int64_t centreV, std::int64_t reachU, std::int64_t reachV,
-             std::int64_t centreX, std::int64_t centreY, std::int64_t sx, std::int64_t sy, std::int32_t angle,
-             std::int32_t width, std::int32_t height)
+// Maps the part `box` of a cell (the samples that can give ink), turned about (centreU, centreV) and placed
+// with that point at (centreX, centreY). Returns false when the box is empty or misses the picture.
+bool MapCell(CellMapping& map, std::int64_t centreU, std::int64_t centreV, const InkBox& box, std::int64_t centreX,
+             std::int64_t centreY, std::int64_t sx, std::int64_t sy, std::int32_t angle, std::int32_t width,
+             std::int32_t height)
 {
+    if (box.right <= box.left || box.bottom <= box.top)
+        return false;
     const SinCos& table = SinCosTable();
     map.cosine = table.cosine[static_cast<std::size_t>(angle)];
     map.sine = table.sine[static_cast<std::size_t>(angle)];
@@ -154,16 +155,24 @@ bool MapCell(CellMapping& map, std::int64_t centreU, std::int64_t centreV, std::
     // The reciprocals are taken once per glyph: no division inside the pixel loops.
     map.samplesPerPixelX = (std::int64_t{1} << 32) / sx;
     map.samplesPerPixelY = (std::int64_t{1} << 32) / sy;
-    const std::int64_t halfWidth = reachU * std::llabs(sx);  // 16.16 pixels.
-    const std::int64_t halfHeight = reachV * std::llabs(sy); // 16.16 pixels.
-    const std::int64_t absCos = std::llabs(map.cosine);
-    const std::int64_t absSin = std::llabs(map.sine);
-    const std::int64_t extentX = ((halfWidth * absCos + halfHeight * absSin) >> 16) + 0x10000;
-    const std::int64_t extentY = ((halfWidth * absSin + halfHeight * absCos) >> 16) + 0x10000;
-    const std::int64_t left = std::max<std::int64_t>(0, (centreX - extentX) >> 16);
-    const std::int64_t top = std::max<std::int64_t>(0, (centreY - extentY) >> 16);
-    const std::int64_t right = std::min<std::int64_t>(width, ((centreX + extentX) >> 16) + 1);
-    const std::int64_t bottom = std::min<std::int64_t>(height, ((centreY + extentY) >> 16) + 1);
+    // The box's corners, scaled and turned forwards, give the destination box.
+    std::int64_t minX = INT64_MAX, maxX = INT64_MIN, minY = INT64_MAX, maxY = INT64_MIN;
+    for (const std::int64_t u : {std::int64_t{box.left}, std::int64_t{box.right}}) {
+        for (const std::int64_t v : {std::int64_t{box.top}, std::int64_t{box.bottom}}) {
+            const std::int64_t ox = (((u << 16) - centreU) * sx) >> 16; // 16.16 pixels before turning.
+            const std::int64_t oy = (((v << 16) - centreV) * sy) >> 16;
+            const std::int64_t dx = (ox * map.cosine - oy * map.sine) >> 16;
+            const std::int64_t dy = (ox * map.sine + oy * map.cosine) >> 16;
+            minX = std::min(minX, dx);
+            maxX = std::max(maxX, dx);
+            minY = std::min(minY, dy);
+            maxY = std::max(maxY, dy);
+        }
+    }
+    const std::int64_t left = std::max<std::int64_t>(0, ((centreX + minX) >> 16) - 1);
+    const std::int64_t top = std::max<std::int64_t>(0, ((centreY + minY) >> 16) - 1);
+    const std::int64_t right = std::min<std::int64_t>(width, ((centreX + maxX) >> 16) + 2);
+    const std::int64_t bottom = std::min<std::int64_t>(height, ((centreY + maxY) >> 16) + 2);
     if (left >= right || top >= bottom)
         return false;
     map.left = static_cast<int>(left);
@@ -178,70 +187,101 @@ std::uint8_t* PixelAt(std::uint8_t* bits, std::int32_t width, std::int32_t heigh
     return bits + (static_cast<std::size_t>(height - 1 - y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) * 4;
 }
 
-void DrawShadow(TextEffectState& s, const CellMapping& map, const std::uint8_t* cell, int opacity)
+// Visits every destination pixel of the mapping whose source sample lies in `box`, calling
+// pixel(out, column, row-from-top). Upright glyphs (no turn) test the row once.
+template <typename Pixel>
+void ForEachSample(TextEffectState& s, const CellMapping& map, const InkBox& box, Pixel pixel)
 {
-    const std::uint8_t* clamp = ClampTable();
+    const std::int64_t stepU = map.StepUX();
+    const std::int64_t stepV = map.StepVX();
     for (int y = map.top; y < map.bottom; ++y) {
         std::int64_t u = 0, v = 0;
         map.Source(map.left, y, u, v);
-        const std::int64_t stepU = map.StepUX();
-        const std::int64_t stepV = map.StepVX();
         std::uint8_t* out = PixelAt(s.dcBits, s.width, s.height, map.left, y);
+        if (stepV == 0) {
+            const std::int64_t sv = v >> 16;
+            if (sv < box.top || sv >= box.bottom)
+                continue;
+            for (int x = map.left; x < map.right; ++x, u += stepU, out += 4) {
+                const std::int64_t su = u >> 16;
+                if (su >= box.left && su < box.right)
+                    pixel(out, su, sv);
+            }
+            continue;
+        }
         for (int x = map.left; x < map.right; ++x, u += stepU, v += stepV, out += 4) {
             const std::int64_t su = u >> 16;
             const std::int64_t sv = v >> 16;
-            if (su < 0 || su >= s.shadowCellWidth || sv < 0 || sv >= s.shadowCellHeight)
-                continue;
-            const int sample = cell[((s.shadowCellHeight - 1 - sv) << s.shadowCellShift) + su];
-            const int amount = sample - (255 - opacity);
-            if (amount <= 0)
-                continue;
-            out[0] = clamp[out[0] - amount];
-            out[1] = clamp[out[1] - amount];
-            out[2] = clamp[out[2] - amount];
+            if (su >= box.left && su < box.right && sv >= box.top && sv < box.bottom)
+                pixel(out, su, sv);
         }
     }
 }
 
-void BlitGlyph(TextEffectState& s, const CellMapping& map, const std::uint8_t* cell, std::int64_t usableWidth,
+void DrawShadow(TextEffectState& s, const CellMapping& map, const std::uint8_t* cell, const InkBox& box, int opacity)
+{
+    const std::uint8_t* clamp = ClampTable();
+    const std::int64_t cellHeight = s.shadowCellHeight;
+    const int shift = s.shadowCellShift;
+    const int threshold = 255 - opacity;
+    ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
+        const int amount = cell[((cellHeight - 1 - sv) << shift) + su] - threshold;
+        if (amount <= 0)
+            return;
+        out[0] = clamp[out[0] - amount];
+        out[1] = clamp[out[1] - amount];
+        out[2] = clamp[out[2] - amount];
+    });
+}
+
+void BlitGlyph(TextEffectState& s, const CellMapping& map, const std::uint8_t* cell, const InkBox& box,
                std::uint8_t blue, std::uint8_t green, std::uint8_t red, int alpha)
 {
     const std::int64_t cellHeight = s.glyphCellHeight;
     const std::int64_t cellWidth = s.glyphCellWidth;
     const int shift = s.glyphCellShift;
-    for (int y = map.top; y < map.bottom; ++y) {
-        std::int64_t u = 0, v = 0;
-        map.Source(map.left, y, u, v);
-        const std::int64_t stepU = map.StepUX();
-        const std::int64_t stepV = map.StepVX();
-        std::uint8_t* out = PixelAt(s.dcBits, s.width, s.height, map.left, y);
-        for (int x = map.left; x < map.right; ++x, u += stepU, v += stepV, out += 4) {
-            const std::int64_t su = u >> 16;
-            const std::int64_t sv = v >> 16;
-            if (su < 0 || su >= usableWidth || sv < 0 || sv >= cellHeight)
-                continue;
-            // The sample, its right neighbour, the one above and the one above right (bottom-up cell).
-            const std::int64_t row = cellHeight - 1 - sv;
-            const std::uint8_t* here = cell + (row << shift) + su;
-            const bool hasRight = su + 1 < cellWidth;
-            const bool hasUpper = row + 1 < cellHeight;
-            int ink = here[0] == 0 ? 1 : 0;
-            if (hasRight && here[1] == 0)
+    ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
+        // The sample, its right neighbour, the one above and the one above right (bottom-up cell).
+        const std::int64_t row = cellHeight - 1 - sv;
+        const std::uint8_t* here = cell + (row << shift) + su;
+        const bool hasRight = su + 1 < cellWidth;
+        const bool hasUpper = row + 1 < cellHeight;
+        int ink = here[0] == 0 ? 1 : 0;
+        if (hasRight && here[1] == 0)
+            ++ink;
+        if (hasUpper) {
+            const std::uint8_t* upper = here + cellWidth;
+            if (upper[0] == 0)
                 ++ink;
-            if (hasUpper) {
-                const std::uint8_t* upper = here + cellWidth;
-                if (upper[0] == 0)
-                    ++ink;
-                if (hasRight && upper[1] == 0)
-                    ++ink;
-            }
-            if (ink == 0)
+            if (hasRight && upper[1] == 0)
+                ++ink;
+        }
+        if (ink == 0)
+            return;
+        out[0] = BlendInk(out[0], blue, ink, alpha);
+        out[1] = BlendInk(out[1], green, ink, alpha);
+        out[2] = BlendInk(out[2], red, ink, alpha);
+    });
+}
+
+// The samples of a bottom-up cell for which `isInk` holds, as a box counted from the cell's top.
+template <typename IsInk>
+InkBox FindInk(const std::uint8_t* cell, int cellWidth, int cellHeight, IsInk isInk)
+{
+    InkBox box{cellWidth, cellHeight, 0, 0};
+    for (int row = 0; row < cellHeight; ++row) {
+        const std::uint8_t* in = cell + static_cast<std::size_t>(row) * cellWidth;
+        const int top = cellHeight - 1 - row;
+        for (int x = 0; x < cellWidth; ++x) {
+            if (!isInk(in[x]))
                 continue;
-            out[0] = BlendInk(out[0], blue, ink, alpha);
-            out[1] = BlendInk(out[1], green, ink, alpha);
-            out[2] = BlendInk(out[2], red, ink, alpha);
+            box.left = std::min(box.left, x);
+            box.right = std::max(box.right, x + 1);
+            box.top = std::min(box.top, top);
+            box.bottom = std::max(box.bottom, top + 1);
         }
     }
+    return box;
 }
 
 int Half(int value)
@@ -358,6 +398,12 @@ int BuildTextState(const TextEffectParams& block)
                 SpreadShadow(scratch, scratchWidth, scratchHeight, cell, s.shadowCellWidth, s.shadowCellHeight);
             }
         }
+        s.shadowInk.resize(static_cast<std::size_t>(count));
+        for (int i = 0; i < count; ++i) {
+            const std::uint8_t* cell = s.shadowBits.data() + static_cast<std::size_t>(i) * s.shadowCellHeight * s.shadowCellWidth;
+            s.shadowInk[static_cast<std::size_t>(i)] =
+                FindInk(cell, s.shadowCellWidth, s.shadowCellHeight, [](std::uint8_t v) { return v != 0; });
+        }
 
         // The glyph sheet: ink 0 on 255, each glyph on the baseline of its own cell.
         PowerOfTwoCell(m.maxCharWidth + m.overhang, s.glyphCellWidth, s.glyphCellShift);
@@ -367,11 +413,20 @@ int BuildTextState(const TextEffectParams& block)
         s.glyphSheetHeight = s.glyphCellHeight * count;
         s.glyphBits.assign(static_cast<std::size_t>(s.glyphCellWidth) * static_cast<std::size_t>(s.glyphSheetHeight), 255);
         s.glyphAdvances.resize(static_cast<std::size_t>(count));
+        s.glyphInk.reserve(static_cast<std::size_t>(count));
         for (int i = 0; i < count; ++i) {
             const char32_t character = platform::CharacterToUnicode(block.glyphs[i].code, codePage);
             std::uint8_t* cell = s.glyphBits.data() + static_cast<std::size_t>(i) * s.glyphCellHeight * s.glyphCellWidth;
             s.font->Draw(platform::GraySheet{cell, s.glyphCellWidth, s.glyphCellHeight, s.glyphCellWidth, true}, 0,
                          m.ascent, character);
+            // A pixel reads the samples right of and above its own, so the box grows by one to the
+            // left and downwards.
+            InkBox ink = FindInk(cell, s.glyphCellWidth, s.glyphCellHeight, [](std::uint8_t v) { return v == 0; });
+            if (ink.right > ink.left) {
+                ink.left = std::max(0, ink.left - 1);
+                ink.bottom = std::min(s.glyphCellHeight, ink.bottom + 1);
+            }
+            s.glyphInk.push_back(ink);
             const auto abc = s.font->Abc(character);
             s.glyphAdvances[static_cast<std::size_t>(i)] =
                 abc ? std::abs(abc->a) + abc->b + std::abs(abc->c) : m.maxCharWidth + m.overhang;
@@ -398,7 +453,8 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     (void)character; // The sheets already hold each glyph's character.
     TextEffectState& s = state;
     if (s.dcBits == nullptr || s.width <= 0 || s.height <= 0 || glyphIndex < 0 ||
-        static_cast<std::size_t>(glyphIndex) >= s.glyphAdvances.size())
+        static_cast<std::size_t>(glyphIndex) >= s.glyphAdvances.size() ||
+        static_cast<std::size_t>(glyphIndex) >= s.glyphInk.size())
         return 1;
     angle = NormaliseAngle(angle);
     opacity = std::clamp(opacity, 0, 255);
@@ -412,31 +468,29 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     const std::int64_t centreY =
         (static_cast<std::int64_t>(y) << 16) + (((centreV - (static_cast<std::int64_t>(s.sheetAscent) << 16)) * sy) >> 16);
 
-    if (shadow != 0 && s.shadowCellHeight > 0) {
+    if (shadow != 0 && static_cast<std::size_t>(glyphIndex) < s.shadowInk.size()) {
         const std::int64_t offset = (std::abs(s.metrics.height) / 36 + 3) * std::int64_t{65536};
         // The shadow cell holds the glyph 6 samples in from its left and top edges.
         const std::int64_t shadowU = centreU + (6 << 16);
         const std::int64_t shadowV = centreV + (6 << 16);
-        const std::int64_t reachU = std::max<std::int64_t>(shadowU >> 16, s.shadowCellWidth - (shadowU >> 16)) + 1;
-        const std::int64_t reachV = std::max<std::int64_t>(shadowV >> 16, s.shadowCellHeight - (shadowV >> 16)) + 1;
+        const InkBox& box = s.shadowInk[static_cast<std::size_t>(glyphIndex)];
         CellMapping map;
-        if (MapCell(map, shadowU, shadowV, reachU, reachV, centreX + offset, centreY + offset, sx, sy, angle, s.width,
-                    s.height)) {
+        if (MapCell(map, shadowU, shadowV, box, centreX + offset, centreY + offset, sx, sy, angle, s.width, s.height)) {
             const std::uint8_t* cell =
                 s.shadowBits.data() + static_cast<std::size_t>(glyphIndex) * s.shadowCellHeight * s.shadowCellWidth;
-            DrawShadow(s, map, cell, opacity);
+            DrawShadow(s, map, cell, box, opacity);
         }
     }
 
-    const std::int64_t usableWidth = std::min<std::int64_t>(advance, s.glyphCellWidth);
-    const std::int64_t reachU = (advance >> 1) + 1;
-    const std::int64_t reachV = (s.glyphCellHeight >> 1) + 1;
+    // Only the glyph's own advance of its cell is drawn.
+    InkBox box = s.glyphInk[static_cast<std::size_t>(glyphIndex)];
+    box.right = static_cast<std::int32_t>(std::min<std::int64_t>(box.right, advance));
     CellMapping map;
-    if (!MapCell(map, centreU, centreV, reachU, reachV, centreX, centreY, sx, sy, angle, s.width, s.height))
+    if (!MapCell(map, centreU, centreV, box, centreX, centreY, sx, sy, angle, s.width, s.height))
         return 1;
     const std::uint8_t* cell =
         s.glyphBits.data() + static_cast<std::size_t>(glyphIndex) * s.glyphCellHeight * s.glyphCellWidth;
-    BlitGlyph(s, map, cell, usableWidth, static_cast<std::uint8_t>(colour >> 16), static_cast<std::uint8_t>(colour >> 8),
+    BlitGlyph(s, map, cell, box, static_cast<std::uint8_t>(colour >> 16), static_cast<std::uint8_t>(colour >> 8),
               static_cast<std::uint8_t>(colour), opacity / 4);
     return 1;
 }

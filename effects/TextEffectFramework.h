@@ -10,6 +10,16 @@
 
 namespace lumenar::effects {
 
+/// The samples of one cell that can give ink, counted from the cell's left and top edges; right and
+/// bottom exclusive. Empty (right <= left) for a glyph without ink.
+struct InkBox
+{
+    std::int32_t left = 0;
+    std::int32_t top = 0;
+    std::int32_t right = 0;
+    std::int32_t bottom = 0;
+};
+
 /// The per-caption state of a running text effect: the caption's metrics and its two glyph sheets.
 /// Made by BuildTextState at EffectInit and destroyed by FreeTextState at EffectRelease. The caption
 /// record's 32-bit `effectState` word holds a handle to it (a pointer does not fit in 32 bits), so the
@@ -47,6 +57,9 @@ struct TextEffectState
     /// Each glyph's advance in sheet samples, |A| + B + |C| of its character (read once here rather than
     /// asking the font on every frame).
     std::vector<std::int32_t> glyphAdvances;
+    /// Where each glyph's ink and shadow lie in their cells, so a frame visits only those pixels.
+    std::vector<InkBox> glyphInk;
+    std::vector<InkBox> shadowInk;
     /// The double-size ascent the sheets were drawn with.
     std::int32_t sheetAscent = 0;
 };
