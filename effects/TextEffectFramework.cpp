@@ -71,36 +71,60 @@ bool SheetFits(std::int32_t cellWidth, std::int32_t cellHeight, std::int32_t cou
 }
 
 // The shadow of one glyph: its ink (drawn black on white in `scratch`) spread over a 5 × 5 box, so the
-// edge is soft, and scaled to at most 192 so the picture still shows through the densest part.
-void SpreadShadow(const std::vector<std::uint8_t>& scratch, int scratchWidth, int scratchHeight,
-                  std::uint8_t* cell, int cellWidth, int cellHeight)
+// edge is soft, and scaled to at most 192 so the picture still shows through the densest part. Only the
+// ink's box grown by the spread is worked on (the cell is already 0). Returns that box within the cell.
+InkBox SpreadShadow(const std::vector<std::uint8_t>& scratch, int scratchWidth, int scratchHeight, std::uint8_t* cell,
+                    int cellWidth, int cellHeight)
 {
     constexpr int kRadius = 2;
     constexpr int kBox = (2 * kRadius + 1) * (2 * kRadius + 1);
     constexpr int kStrongest = 192;
-    std::vector<int> rowSums(static_cast<std::size_t>(scratchWidth) * scratchHeight, 0);
-    for (int y = 0; y < scratchHeight; ++y) {
+    const int rows = std::min(cellHeight, scratchHeight);
+    const int columns = std::min(cellWidth, scratchWidth);
+    InkBox ink{columns, rows, 0, 0};
+    for (int y = 0; y < rows + kRadius && y < scratchHeight; ++y) {
         const std::uint8_t* in = scratch.data() + static_cast<std::size_t>(y) * scratchWidth;
-        int* out = rowSums.data() + static_cast<std::size_t>(y) * scratchWidth;
-        for (int x = 0; x < scratchWidth; ++x) {
+        for (int x = 0; x < columns + kRadius && x < scratchWidth; ++x) {
+            if (in[x] != 0)
+                continue;
+            ink.left = std::min(ink.left, x);
+            ink.right = std::max(ink.right, x + 1);
+            ink.top = std::min(ink.top, y);
+            ink.bottom = std::max(ink.bottom, y + 1);
+        }
+    }
+    if (ink.right <= ink.left)
+        return InkBox{};
+    const InkBox spread{std::max(0, ink.left - kRadius), std::max(0, ink.top - kRadius),
+                        std::min(columns, ink.right + kRadius), std::min(rows, ink.bottom + kRadius)};
+    if (spread.right <= spread.left || spread.bottom <= spread.top)
+        return InkBox{};
+    // Horizontal sums of the spread box's rows (and the rows the vertical pass reaches), then vertical.
+    const int sumTop = std::max(0, spread.top - kRadius);
+    const int sumBottom = std::min(scratchHeight, spread.bottom + kRadius);
+    const int span = spread.right - spread.left;
+    std::vector<int> rowSums(static_cast<std::size_t>(span) * static_cast<std::size_t>(sumBottom - sumTop), 0);
+    for (int y = sumTop; y < sumBottom; ++y) {
+        const std::uint8_t* in = scratch.data() + static_cast<std::size_t>(y) * scratchWidth;
+        int* out = rowSums.data() + static_cast<std::size_t>(y - sumTop) * span;
+        for (int x = spread.left; x < spread.right; ++x) {
             int sum = 0;
             for (int k = std::max(0, x - kRadius); k <= std::min(scratchWidth - 1, x + kRadius); ++k)
                 sum += in[k] == 0 ? 1 : 0;
-            out[x] = sum;
+            out[x - spread.left] = sum;
         }
     }
-    const int rows = std::min(cellHeight, scratchHeight);
-    const int columns = std::min(cellWidth, scratchWidth);
-    for (int y = 0; y < rows; ++y) {
+    for (int y = spread.top; y < spread.bottom; ++y) {
         // Cells are stored bottom row first.
         std::uint8_t* out = cell + static_cast<std::size_t>(cellHeight - 1 - y) * cellWidth;
-        for (int x = 0; x < columns; ++x) {
+        for (int x = spread.left; x < spread.right; ++x) {
             int sum = 0;
-            for (int k = std::max(0, y - kRadius); k <= std::min(scratchHeight - 1, y + kRadius); ++k)
-                sum += rowSums[static_cast<std::size_t>(k) * scratchWidth + x];
+            for (int k = std::max(sumTop, y - kRadius); k <= std::min(sumBottom - 1, y + kRadius); ++k)
+                sum += rowSums[static_cast<std::size_t>(k - sumTop) * span + static_cast<std::size_t>(x - spread.left)];
             out[x] = static_cast<std::uint8_t>(sum * kStrongest / kBox);
         }
     }
+    return spread;
 }
 
 // Where the pixels of a turned and scaled cell come from. Source positions are 16.16 sheet samples
@@ -386,6 +410,7 @@ int BuildTextState(const TextEffectParams& block)
             return false;
         s.shadowSheetHeight = s.shadowCellHeight * count;
         s.shadowBits.assign(static_cast<std::size_t>(s.shadowCellWidth) * static_cast<std::size_t>(s.shadowSheetHeight), 0);
+        s.shadowInk.assign(static_cast<std::size_t>(count), InkBox{});
         if (record.shadow != 0) {
             const int scratchWidth = (s.shadowCellWidth + 9) / 4 * 4;
             const int scratchHeight = s.shadowCellHeight + 6;
@@ -395,14 +420,9 @@ int BuildTextState(const TextEffectParams& block)
                 const platform::GraySheet sheet{scratch.data(), scratchWidth, scratchHeight, scratchWidth, false};
                 s.font->Draw(sheet, 6, m.ascent + 6, platform::CharacterToUnicode(block.glyphs[i].code, codePage));
                 std::uint8_t* cell = s.shadowBits.data() + static_cast<std::size_t>(i) * s.shadowCellHeight * s.shadowCellWidth;
-                SpreadShadow(scratch, scratchWidth, scratchHeight, cell, s.shadowCellWidth, s.shadowCellHeight);
+                s.shadowInk[static_cast<std::size_t>(i)] =
+                    SpreadShadow(scratch, scratchWidth, scratchHeight, cell, s.shadowCellWidth, s.shadowCellHeight);
             }
-        }
-        s.shadowInk.resize(static_cast<std::size_t>(count));
-        for (int i = 0; i < count; ++i) {
-            const std::uint8_t* cell = s.shadowBits.data() + static_cast<std::size_t>(i) * s.shadowCellHeight * s.shadowCellWidth;
-            s.shadowInk[static_cast<std::size_t>(i)] =
-                FindInk(cell, s.shadowCellWidth, s.shadowCellHeight, [](std::uint8_t v) { return v != 0; });
         }
 
         // The glyph sheet: ink 0 on 255, each glyph on the baseline of its own cell.
