@@ -470,7 +470,7 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
                        std::uint32_t colour, std::int32_t opacity, std::int32_t shadow, std::int32_t glyphIndex,
                        std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle)
 {
-    (void)character; // The sheets already hold each glyph's character.
+    (void)character;
     TextEffectState& s = state;
     if (s.dcBits == nullptr || s.width <= 0 || s.height <= 0 || glyphIndex < 0 ||
         static_cast<std::size_t>(glyphIndex) >= s.glyphAdvances.size() ||

@@ -88,8 +88,9 @@ std::size_t LiveTextStates();
 /// ink blended towards `colour` (0xBBGGRR) with `opacity` (0..255). (x, y) is where the unrotated glyph's
 /// origin (left end of its baseline) lands, in picture pixels counted from the top; scaleX and scaleY are
 /// 16.16 factors (65536: the caption's own size); `angle` is in tenths of a degree, any value; the glyph
-/// turns about its cell's centre. A glyph wholly outside the picture, or an index without a cell, draws
-/// nothing. Returns 1.
+/// turns about its cell's centre. What is drawn is the cell of `glyphIndex` (made from that glyph's
+/// character at init); `character` is the same character and is not read again. A glyph wholly outside
+/// the picture, or an index without a cell, draws nothing. Returns 1.
 std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint16_t character,
                        std::uint32_t colour, std::int32_t opacity, std::int32_t shadow, std::int32_t glyphIndex,
                        std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle);
