@@ -22,6 +22,8 @@ struct Ink
     int pixels = 0;
     int darker = 0; // Pixels darker than the background in every channel (shadow).
     int red = 0;    // Pixels that moved towards pure red.
+    int redRight = -1, redBottom = -1;   // Right and bottom ends of the text-coloured pixels,
+    int darkRight = -1, darkBottom = -1; // and of the shadow.
     int maxRed = 0; // The red byte of the reddest pixel, and that pixel's blue byte.
     int blueOfMaxRed = 0;
     bool operator==(const Ink&) const = default;
@@ -82,8 +84,16 @@ struct Caption
                 if (p[0] == kGrey && p[1] == kGrey && p[2] == kGrey)
                     continue;
                 ++ink.pixels;
-                ink.darker += p[0] < kGrey && p[1] < kGrey && p[2] < kGrey;
-                ink.red += p[2] > kGrey && p[0] < kGrey && p[1] < kGrey;
+                if (p[0] < kGrey && p[1] < kGrey && p[2] < kGrey) {
+                    ++ink.darker;
+                    ink.darkRight = std::max(ink.darkRight, x);
+                    ink.darkBottom = std::max(ink.darkBottom, y);
+                }
+                if (p[2] > kGrey && p[0] < kGrey && p[1] < kGrey) {
+                    ++ink.red;
+                    ink.redRight = std::max(ink.redRight, x);
+                    ink.redBottom = std::max(ink.redBottom, y);
+                }
                 if (p[2] > ink.maxRed) {
                     ink.maxRed = p[2];
                     ink.blueOfMaxRed = p[0];
@@ -233,6 +243,9 @@ TEST(TextEffectFramework, DrawGlyphInkShadowAndAngles)
             EXPECT_EQ(ink.blueOfMaxRed, 1);
         }
         if (row.angle % 3600 == 0 && row.shadow != 0) {
+            // The shadow falls below and right of the glyph (by 48 / 36 + 3 = 4 pixels, softened).
+            EXPECT_GE(ink.darkBottom, ink.redBottom + 3);
+            EXPECT_GE(ink.darkRight, ink.redRight + 3);
             if (row.angle == 0)
                 upright = ink;
             else
