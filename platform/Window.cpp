@@ -1,0 +1,360 @@
+#include "platform/Window.h"
+
+#include "platform/Clock.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+namespace lumenar::platform {
+
+class WindowHost::WindowPresenter final : public FramePresenter
+{
+public:
+    WindowPresenter(WindowHost& host, WindowId window) : host_(host), window_(window) {}
+    void Present(const std::uint8_t* bits, int width, int height, int x, int y) override
+    {
+        host_.PresentAt(window_, bits, width, height, x, y);
+    }
+
+private:
+    WindowHost& host_;
+    WindowId window_;
+};
+
+WindowHost::WindowHost(int width, int height, bool headless)
+    : width_(std::max(width, 1)), height_(std::max(height, 1)), headless_(headless),
+      backBuffer_(std::size_t(width_) * height_ * 4, 0), startMs_(SystemClock().NowMs())
+{
+    Node top;
+    top.rect = {0, 0, width_, height_};
+    top.presenter = std::make_unique<WindowPresenter>(*this, 0);
+    windows_.emplace(0, std::move(top));
+}
+
+WindowHost::~WindowHost() = default;
+
+WindowHost::Node* WindowHost::Find(WindowId window)
+{
+    auto it = windows_.find(window);
+    return it == windows_.end() ? nullptr : &it->second;
+}
+
+WindowId WindowHost::CreateChild(WindowId parent, WindowRect rect, WindowProc proc)
+{
+    std::lock_guard guard(treeLock_);
+    if (Find(parent) == nullptr)
+        return 0;
+    WindowId id = nextId_++;
+    Node node;
+    node.parent = parent;
+    node.rect = rect;
+    node.proc = std::move(proc);
+    node.presenter = std::make_unique<WindowPresenter>(*this, id);
+    windows_.emplace(id, std::move(node));
+    return id;
+}
+
+void WindowHost::Destroy(WindowId window)
+{
+    if (window == 0)
+        return;
+    std::lock_guard guard(treeLock_);
+    // Children go with their parent.
+    std::vector<WindowId> doomed{window};
+    for (std::size_t i = 0; i < doomed.size(); ++i)
+        for (auto& [id, node] : windows_)
+            if (node.parent == doomed[i] && id != 0)
+                doomed.push_back(id);
+    for (WindowId id : doomed)
+        windows_.erase(id);
+}
+
+void WindowHost::Show(WindowId window, bool shown)
+{
+    std::lock_guard guard(treeLock_);
+    if (Node* node = Find(window))
+        node->shown = shown;
+}
+
+bool WindowHost::IsShown(WindowId window)
+{
+    std::lock_guard guard(treeLock_);
+    Node* node = Find(window);
+    return node != nullptr && node->shown;
+}
+
+WindowRect WindowHost::ScreenRect(WindowId window)
+{
+    std::lock_guard guard(treeLock_);
+    Node* node = Find(window);
+    if (node == nullptr)
+        return {};
+    WindowRect rect = node->rect;
+    for (WindowId parentId = window == 0 ? 0 : node->parent; parentId != 0;) {
+        Node* parent = Find(parentId);
+        if (parent == nullptr)
+            break;
+        rect.left += parent->rect.left;
+        rect.right += parent->rect.left;
+        rect.top += parent->rect.top;
+        rect.bottom += parent->rect.top;
+        parentId = parent->parent;
+    }
+    return rect;
+}
+
+void WindowHost::Invalidate(WindowId window)
+{
+    std::lock_guard guard(queueLock_);
+    for (const Message& m : queue_)
+        if (m.window == window && m.code == kMsgPaint)
+            return;
+    queue_.push_back({window, kMsgPaint, 0, 0, 0, 0});
+    queueChanged_.notify_one();
+}
+
+void WindowHost::Enqueue(Message message)
+{
+    {
+        std::lock_guard guard(queueLock_);
+        queue_.push_back(message);
+    }
+    queueChanged_.notify_one();
+    Wake();
+}
+
+void WindowHost::Post(WindowId window, std::uint32_t code, std::uint64_t wParam, std::int64_t lParam)
+{
+    Enqueue({window, code, wParam, lParam, pointerX_.load(), pointerY_.load()});
+}
+
+void WindowHost::SetHook(WindowProc hook)
+{
+    std::lock_guard guard(hookLock_);
+    hook_ = std::move(hook);
+}
+
+bool WindowHost::AsyncKeyPressed(int key)
+{
+    std::lock_guard guard(keyLock_);
+    bool pressed = pressed_[key];
+    pressed_[key] = false;
+    return pressed;
+}
+
+FramePresenter& WindowHost::Presenter(WindowId window)
+{
+    std::lock_guard guard(treeLock_);
+    Node* node = Find(window);
+    return node != nullptr ? *node->presenter : *windows_.at(0).presenter;
+}
+
+void WindowHost::PointerPosition(int& x, int& y)
+{
+    x = pointerX_.load();
+    y = pointerY_.load();
+}
+
+void WindowHost::PresentAt(WindowId window, const std::uint8_t* bits, int width, int height, int x, int y)
+{
+    if (bits == nullptr || width <= 0 || height <= 0)
+        return;
+    WindowRect area = ScreenRect(window);
+    if (area.right <= area.left)
+        return;
+    // Shown children keep their pixels: a parent's picture never covers them.
+    std::vector<WindowRect> children;
+    {
+        std::vector<WindowId> ids;
+        {
+            std::lock_guard guard(treeLock_);
+            for (auto& [id, node] : windows_)
+                if (id != window && node.parent == window && node.shown)
+                    ids.push_back(id);
+        }
+        for (WindowId id : ids)
+            children.push_back(ScreenRect(id));
+    }
+    std::vector<std::uint8_t> copy;
+    FrameSink sink;
+    {
+        std::lock_guard guard(bufferLock_);
+        for (int row = 0; row < height; ++row) {
+            int sy = area.top + y + row; // Screen row of picture row `row` from the top.
+            if (sy < area.top || sy >= area.bottom || sy < 0 || sy >= height_)
+                continue;
+            const std::uint8_t* in = bits + std::size_t(height - 1 - row) * width * 4;
+            int x0 = std::max({area.left + x, area.left, 0});
+            int x1 = std::min({area.left + x + width, area.right, width_});
+            if (x1 <= x0)
+                continue;
+            std::uint8_t* out = backBuffer_.data() + std::size_t(sy) * width_ * 4;
+            const std::uint8_t* from = in - std::ptrdiff_t(area.left + x) * 4;
+            bool covered = false;
+            for (const WindowRect& child : children)
+                covered = covered || (sy >= child.top && sy < child.bottom);
+            if (!covered) {
+                std::memcpy(out + x0 * 4, from + x0 * 4, std::size_t(x1 - x0) * 4);
+                continue;
+            }
+            for (int sx = x0; sx < x1; ++sx) {
+                bool hidden = false;
+                for (const WindowRect& child : children)
+                    hidden = hidden || child.Contains(sx, sy);
+                if (!hidden)
+                    std::memcpy(out + sx * 4, from + sx * 4, 4);
+            }
+        }
+        dirty_ = true;
+        ++presents_;
+        sink = sink_;
+        if (sink)
+            copy = backBuffer_;
+    }
+    if (sink)
+        sink(SystemClock().NowMs() - startMs_, copy, width_, height_);
+    Wake();
+}
+
+std::vector<std::uint8_t> WindowHost::BackBuffer()
+{
+    std::lock_guard guard(bufferLock_);
+    return backBuffer_;
+}
+
+void WindowHost::SetFrameSink(FrameSink sink)
+{
+    std::lock_guard guard(bufferLock_);
+    sink_ = std::move(sink);
+}
+
+void WindowHost::InjectKey(int key)
+{
+    {
+        std::lock_guard guard(keyLock_);
+        pressed_[key] = true;
+    }
+    Enqueue({focus_.load(), kMsgKeyDown, static_cast<std::uint64_t>(key), 0, pointerX_.load(), pointerY_.load()});
+}
+
+void WindowHost::InjectMouseMove(int x, int y)
+{
+    pointerX_ = x;
+    pointerY_ = y;
+    Enqueue({0, kMsgMouseMove, 0, 0, x, y});
+}
+
+void WindowHost::InjectDoubleClick(int x, int y)
+{
+    pointerX_ = x;
+    pointerY_ = y;
+    Enqueue({0, kMsgLButtonDblClk, 0, 0, x, y});
+}
+
+void WindowHost::InjectButtonUp(int x, int y)
+{
+    pointerX_ = x;
+    pointerY_ = y;
+    Enqueue({0, kMsgLButtonUp, 0, 0, x, y});
+}
+
+bool WindowHost::Pump(std::uint32_t timeoutMs)
+{
+    if (quit_)
+        return false;
+    if (!PollInput(timeoutMs))
+        quit_ = true;
+    std::deque<Message> batch;
+    {
+        std::unique_lock guard(queueLock_);
+        if (queue_.empty() && headless_)
+            queueChanged_.wait_for(guard, std::chrono::milliseconds(timeoutMs), [this] { return !queue_.empty(); });
+        batch.swap(queue_);
+    }
+    for (Message& message : batch) {
+        WindowProc hook;
+        {
+            std::lock_guard guard(hookLock_);
+            hook = hook_;
+        }
+        if (hook)
+            hook(message);
+        if (message.code == kMsgClose && message.window == 0)
+            quit_ = true;
+        if (message.window == 0 && (message.code == kMsgLButtonDblClk || message.code == kMsgLButtonUp)) {
+            std::map<WindowId, WindowRect> rects;
+            {
+                std::lock_guard guard(treeLock_);
+                for (auto& [id, node] : windows_)
+                    (void)node, rects[id] = {};
+            }
+            for (auto& [id, rect] : rects)
+                rect = ScreenRect(id);
+            WindowId target = 0;
+            {
+                std::lock_guard guard(treeLock_);
+                for (auto& [id, rect] : rects) {
+                    Node* node = Find(id);
+                    if (id != 0 && node != nullptr && node->shown && rect.Contains(message.screenX, message.screenY))
+                        target = id;
+                }
+            }
+            message.window = target;
+        }
+        WindowProc proc;
+        {
+            std::lock_guard guard(treeLock_);
+            if (Node* node = Find(message.window))
+                proc = node->proc;
+        }
+        if (proc)
+            proc(message);
+    }
+    bool show = false;
+    std::vector<std::uint8_t> frame;
+    {
+        std::lock_guard guard(bufferLock_);
+        if (dirty_ && !headless_) {
+            frame = backBuffer_;
+            show = true;
+        }
+        dirty_ = false;
+    }
+    if (show)
+        ShowBackBuffer(frame);
+    return !quit_;
+}
+
+void WindowHost::Quit()
+{
+    quit_ = true;
+    Wake();
+}
+
+namespace {
+
+class HeadlessHost final : public WindowHost
+{
+public:
+    HeadlessHost(int width, int height) : WindowHost(width, height, true) {}
+
+protected:
+    bool PollInput(std::uint32_t) override { return true; }
+    void ShowBackBuffer(const std::vector<std::uint8_t>&) override {}
+    void Wake() override { queueChanged_.notify_all(); }
+};
+
+} // namespace
+
+std::unique_ptr<WindowHost> MakeSdlWindowHost(int width, int height, const char* title);
+
+std::unique_ptr<WindowHost> WindowHost::Create(int width, int height, const char* title, bool headless)
+{
+    if (!headless)
+        if (auto host = MakeSdlWindowHost(width, height, title))
+            return host;
+    return std::make_unique<HeadlessHost>(width, height);
+}
+
+} // namespace lumenar::platform

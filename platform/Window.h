@@ -1,0 +1,174 @@
+#pragma once
+
+#include "platform/Presenter.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace lumenar::platform {
+
+using WindowId = std::uint32_t;
+
+/// Message codes, as the player's windows see them.
+enum MessageCode : std::uint32_t {
+    kMsgPaint = 0x000F,
+    kMsgClose = 0x0010,
+    kMsgKeyDown = 0x0100,
+    kMsgCommand = 0x0111,
+    kMsgTimer = 0x0113,
+    kMsgMouseMove = 0x0200,
+    kMsgLButtonUp = 0x0202,
+    kMsgLButtonDblClk = 0x0203,
+    kMsgUser = 0x0400,
+};
+
+/// Key codes of the keys the player reacts to.
+enum KeyCode : int {
+    kKeyEscape = 0x1B,
+    kKeyPageUp = 0x21,
+    kKeyPageDown = 0x22,
+    kKeyLeft = 0x25,
+    kKeyUp = 0x26,
+    kKeyRight = 0x27,
+    kKeyDown = 0x28,
+    kKeyAdd = 0x6B,
+    kKeySubtract = 0x6D,
+};
+
+struct WindowRect
+{
+    int left = 0;
+    int top = 0;
+    int right = 0;
+    int bottom = 0;
+    bool Contains(int x, int y) const { return x >= left && x < right && y >= top && y < bottom; }
+};
+
+struct Message
+{
+    WindowId window = 0;
+    std::uint32_t code = 0;
+    std::uint64_t wParam = 0;
+    std::int64_t lParam = 0;
+    int screenX = 0; ///< Pointer position for mouse messages, in the top-level window's coordinates.
+    int screenY = 0;
+};
+
+using WindowProc = std::function<void(const Message&)>;
+
+/// One top-level window with a small tree of child windows, a message queue and a back buffer. The
+/// thread that created it owns it and runs Pump; Post, Present, AsyncKeyPressed and Invalidate may
+/// be called from any thread. Two back-ends: SDL (a real window) and headless (the back buffer only).
+class WindowHost
+{
+public:
+    /// An SDL window when a display is available and `headless` is false; the headless host otherwise.
+    static std::unique_ptr<WindowHost> Create(int width, int height, const char* title, bool headless);
+    virtual ~WindowHost();
+
+    bool IsHeadless() const { return headless_; }
+    int Width() const { return width_; }
+    int Height() const { return height_; }
+
+    /// A child of `parent` (0 for the top level) over `rect`, in the parent's coordinates. Window thread.
+    WindowId CreateChild(WindowId parent, WindowRect rect, WindowProc proc);
+    void Destroy(WindowId window);
+    void Show(WindowId window, bool shown);
+    bool IsShown(WindowId window);
+    /// The window's rectangle in the top-level window's coordinates.
+    WindowRect ScreenRect(WindowId window);
+    /// Queues a paint message for the window (at most one pending).
+    void Invalidate(WindowId window);
+    /// The window that key messages go to.
+    void SetFocus(WindowId window) { focus_ = window; }
+
+    void Post(WindowId window, std::uint32_t code, std::uint64_t wParam = 0, std::int64_t lParam = 0);
+    /// Sees every message taken from the queue before its window does.
+    void SetHook(WindowProc hook);
+    /// Whether `key` was pressed since the last query of that key; the query clears it. Any thread.
+    bool AsyncKeyPressed(int key);
+
+    /// Presents into `window`'s client area. Any thread.
+    FramePresenter& Presenter(WindowId window);
+    /// Where the pointer is, in top-level coordinates.
+    void PointerPosition(int& x, int& y);
+
+    /// Takes and dispatches every queued message, waiting up to `timeoutMs` for the first; shows the
+    /// back buffer when it changed. False once the window has been closed or Quit called. Window thread.
+    bool Pump(std::uint32_t timeoutMs);
+    void Quit();
+
+    /// Input as a user would give it (headless tests; also how the SDL back-end feeds its events in).
+    void InjectKey(int key);
+    void InjectMouseMove(int x, int y);
+    void InjectDoubleClick(int x, int y);
+    void InjectButtonUp(int x, int y);
+
+    /// A copy of the back buffer: the whole client area, 32-bit BGRX, top row first.
+    std::vector<std::uint8_t> BackBuffer();
+    /// Called with every presented picture (after it reached the back buffer) and the milliseconds
+    /// since the host was made. Any thread calls it: the one that presented.
+    using FrameSink = std::function<void(std::uint64_t ms, const std::vector<std::uint8_t>& topDown, int width,
+                                         int height)>;
+    void SetFrameSink(FrameSink sink);
+    /// Number of Present calls so far.
+    std::uint64_t PresentCount() const { return presents_.load(); }
+
+protected:
+    WindowHost(int width, int height, bool headless);
+    /// Back-end: wait for input up to `timeoutMs` and feed it in through the Inject calls; return false
+    /// when the user closed the window.
+    virtual bool PollInput(std::uint32_t timeoutMs) = 0;
+    /// Back-end: show the back buffer (window thread).
+    virtual void ShowBackBuffer(const std::vector<std::uint8_t>& topDown) = 0;
+    /// Back-end: make Pump's wait return early (any thread).
+    virtual void Wake() = 0;
+    /// The condition Pump's headless wait uses.
+    std::mutex queueLock_;
+    std::condition_variable queueChanged_;
+    std::deque<Message> queue_;
+
+private:
+    class WindowPresenter;
+    struct Node
+    {
+        WindowId parent = 0;
+        WindowRect rect; // In the parent's coordinates.
+        WindowProc proc;
+        bool shown = true;
+        std::unique_ptr<WindowPresenter> presenter;
+    };
+    void PresentAt(WindowId window, const std::uint8_t* bits, int width, int height, int x, int y);
+    void Enqueue(Message message);
+    Node* Find(WindowId window);
+
+    const int width_;
+    const int height_;
+    const bool headless_;
+    std::mutex treeLock_; // Guards windows_ (read by presenting threads for the rectangles).
+    std::map<WindowId, Node> windows_;
+    WindowId nextId_ = 1;
+    std::atomic<WindowId> focus_{0};
+    std::mutex hookLock_;
+    WindowProc hook_;
+    std::mutex keyLock_;
+    std::map<int, bool> pressed_;
+    std::mutex bufferLock_;
+    std::vector<std::uint8_t> backBuffer_;
+    bool dirty_ = true;
+    FrameSink sink_;
+    std::atomic<std::uint64_t> presents_{0};
+    std::atomic<int> pointerX_{-1};
+    std::atomic<int> pointerY_{-1};
+    std::atomic<bool> quit_{false};
+    std::uint64_t startMs_;
+};
+
+} // namespace lumenar::platform

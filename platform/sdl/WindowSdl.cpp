@@ -1,0 +1,126 @@
+#include "platform/Window.h"
+
+#include <SDL.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace lumenar::platform {
+
+namespace {
+
+int KeyFromSdl(SDL_Keycode key)
+{
+    switch (key) {
+    case SDLK_ESCAPE: return kKeyEscape;
+    case SDLK_PAGEUP: return kKeyPageUp;
+    case SDLK_PAGEDOWN: return kKeyPageDown;
+    case SDLK_LEFT: return kKeyLeft;
+    case SDLK_UP: return kKeyUp;
+    case SDLK_RIGHT: return kKeyRight;
+    case SDLK_DOWN: return kKeyDown;
+    case SDLK_KP_PLUS: return kKeyAdd;
+    case SDLK_KP_MINUS: return kKeySubtract;
+    default: return static_cast<int>(key & 0xFFFF);
+    }
+}
+
+/// A real window. SDL's video calls stay on the thread that made it; other threads only copy into the
+/// back buffer and push a wake-up event.
+class SdlHost final : public WindowHost
+{
+public:
+    SdlHost(int width, int height, SDL_Window* window, SDL_Renderer* renderer, SDL_Texture* texture)
+        : WindowHost(width, height, false), window_(window), renderer_(renderer), texture_(texture),
+          wakeEvent_(SDL_RegisterEvents(1))
+    {
+    }
+    ~SdlHost() override
+    {
+        SDL_DestroyTexture(texture_);
+        SDL_DestroyRenderer(renderer_);
+        SDL_DestroyWindow(window_);
+        SDL_QuitSubSystem(SDL_INIT_VIDEO);
+    }
+
+protected:
+    bool PollInput(std::uint32_t timeoutMs) override
+    {
+        {
+            std::lock_guard guard(queueLock_);
+            if (!queue_.empty())
+                timeoutMs = 0;
+        }
+        SDL_Event event;
+        bool open = true;
+        int got = SDL_WaitEventTimeout(&event, static_cast<int>(timeoutMs));
+        while (got) {
+            switch (event.type) {
+            case SDL_QUIT: open = false; break;
+            case SDL_KEYDOWN: InjectKey(KeyFromSdl(event.key.keysym.sym)); break;
+            case SDL_MOUSEMOTION: InjectMouseMove(event.motion.x, event.motion.y); break;
+            case SDL_MOUSEBUTTONUP:
+                if (event.button.button == SDL_BUTTON_LEFT)
+                    InjectButtonUp(event.button.x, event.button.y);
+                break;
+            case SDL_MOUSEBUTTONDOWN:
+                if (event.button.button == SDL_BUTTON_LEFT && event.button.clicks == 2)
+                    InjectDoubleClick(event.button.x, event.button.y);
+                break;
+            default: break;
+            }
+            got = SDL_PollEvent(&event);
+        }
+        return open;
+    }
+
+    void ShowBackBuffer(const std::vector<std::uint8_t>& topDown) override
+    {
+        SDL_UpdateTexture(texture_, nullptr, topDown.data(), Width() * 4);
+        SDL_RenderClear(renderer_);
+        SDL_RenderCopy(renderer_, texture_, nullptr, nullptr);
+        SDL_RenderPresent(renderer_);
+    }
+
+    void Wake() override
+    {
+        queueChanged_.notify_all();
+        SDL_Event event{};
+        event.type = wakeEvent_;
+        SDL_PushEvent(&event);
+    }
+
+private:
+    SDL_Window* window_;
+    SDL_Renderer* renderer_;
+    SDL_Texture* texture_;
+    std::uint32_t wakeEvent_;
+};
+
+} // namespace
+
+std::unique_ptr<WindowHost> MakeSdlWindowHost(int width, int height, const char* title)
+{
+    const char* driver = std::getenv("SDL_VIDEODRIVER");
+    if ((driver == nullptr || *driver == '\0') && std::getenv("DISPLAY") == nullptr &&
+        std::getenv("WAYLAND_DISPLAY") == nullptr)
+        return nullptr;
+    if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0)
+        return nullptr;
+    SDL_Window* window = SDL_CreateWindow(title, SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width, height, 0);
+    SDL_Renderer* renderer = window ? SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE) : nullptr;
+    SDL_Texture* texture = renderer ? SDL_CreateTexture(renderer, SDL_PIXELFORMAT_ARGB8888,
+                                                        SDL_TEXTUREACCESS_STREAMING, width, height)
+                                    : nullptr;
+    if (texture == nullptr) {
+        if (renderer)
+            SDL_DestroyRenderer(renderer);
+        if (window)
+            SDL_DestroyWindow(window);
+        SDL_QuitSubSystem(SDL_INIT_VIDEO);
+        return nullptr;
+    }
+    return std::make_unique<SdlHost>(width, height, window, renderer, texture);
+}
+
+} // namespace lumenar::platform

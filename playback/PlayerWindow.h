@@ -1,0 +1,118 @@
+#pragma once
+
+#include "film/Film.h"
+#include "platform/Timer.h"
+#include "platform/Window.h"
+#include "playback/ClipPlayer.h"
+#include "playback/FrameCompositor.h"
+#include "playback/PhotoCache.h"
+#include "playback/PhotoLoader.h"
+#include "playback/PlaybackState.h"
+#include "playback/SlidePlayer.h"
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace lumenar::playback {
+
+/// Commands the player posts to its parent window (as kMsgCommand with the id in wParam).
+inline constexpr std::uint32_t kCommandPlay = 0x8008;
+inline constexpr std::uint32_t kCommandStop = 0x8009;
+inline constexpr std::uint32_t kControlButtonId = 0x800a;
+/// The id the step timer is set with.
+inline constexpr std::uint32_t kStepTimerId = 11;
+
+/// A periodic timer at a fixed resolution: Set starts (or restarts) it, Kill stops it and waits for a
+/// tick in progress. Any thread.
+class MmTimer
+{
+public:
+    MmTimer(platform::TimerService& service, std::uint32_t wantedResolution);
+    ~MmTimer();
+    std::uint32_t Set(std::uint32_t id, std::uint32_t delay, std::function<void()> callback);
+    int Kill();
+    std::uint32_t Resolution() const { return resolution_; }
+
+private:
+    platform::TimerService& service_;
+    std::uint32_t resolution_;
+    std::mutex lock_;
+    std::unique_ptr<platform::PeriodicTimer> timer_;
+    std::uint32_t id_ = 0;
+};
+
+/// The player window and its sequencer: shows a film item after item on the playback thread, with the
+/// photo loader one item ahead, in a child window over its parent's client area.
+class PlayerWindow
+{
+public:
+    PlayerWindow();
+    ~PlayerWindow();
+    PlayerWindow(const PlayerWindow&) = delete;
+    PlayerWindow& operator=(const PlayerWindow&) = delete;
+
+    /// Makes the window and its parts over `parent`'s client area and starts playback. Returns 1, or
+    /// 0 when the window cannot be made. Window thread.
+    int Create(platform::WindowHost& host, platform::WindowId parent, film::Film* film, int startNumber, bool large);
+    void Start();
+    /// Ends both threads and the timer. Window thread.
+    void Stop();
+    void Destroy();
+
+    /// One item forward. Playback thread.
+    void Step();
+    int PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask, Rect fromRect, codec::Photo* toPhoto,
+                       codec::Photo* toMask, Rect toRect, int effect, std::uint32_t duration, int outgoingKind);
+    int PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rect, const film::FilmItem& item);
+
+    PlaybackState& State() { return state_; }
+    FrameCompositor* Compositor() { return compositor_.get(); }
+    platform::WindowId Window() const { return window_; }
+    platform::WindowId Button() const { return button_; }
+    Rect Frame() const { return frame_; }
+    /// The number of the item on screen.
+    std::int32_t CurrentNumber() const { return state_.currentNumber.load(); }
+    /// Number of steps that reached their end.
+    std::int32_t StepsDone() const { return stepsDone_.load(); }
+    /// Whether the last caption pass or transition was cut short by Escape.
+    bool LastCaptionsSkipped() const { return captionsSkipped_.load(); }
+
+private:
+    void OnMessage(const platform::Message& message);
+    void OnButtonMessage(const platform::Message& message);
+    void OnHook(const platform::Message& message);
+    void OnTimerTick(bool fromTimerThread);
+    void PageUp();
+    void PaintButton();
+    void PostToParent(std::uint32_t code, std::uint64_t wParam);
+    void RunPlaybackThread();
+    film::FilmItem CurrentItem();
+    void SetCurrentItem(const film::FilmItem& item);
+
+    platform::WindowHost* host_ = nullptr;
+    platform::WindowId parent_ = 0;
+    platform::WindowId window_ = 0;
+    platform::WindowId button_ = 0;
+    Rect frame_;
+    PlaybackState state_;
+    std::mutex itemLock_; // currentItem is read by the window thread (Page Up, painting) too.
+    film::FilmItem currentItem_;
+    std::unique_ptr<PhotoCache> photoCache_;
+    std::unique_ptr<ClipPlayer> clipPlayer_;
+    std::unique_ptr<SlidePlayer> slidePlayer_;
+    std::unique_ptr<FrameCompositor> compositor_;
+    std::unique_ptr<MmTimer> timer_;
+    std::unique_ptr<PhotoLoaderThread> loader_;
+    std::thread playbackThread_;
+    float captionScale_ = 1.0f;
+    std::int32_t playMode_ = film::kAdvanceAutomatic;
+    std::atomic<bool> timerBusy_{false};
+    std::atomic<bool> buttonShown_{false};
+    std::atomic<std::int32_t> stepsDone_{0};
+    std::atomic<bool> captionsSkipped_{false};
+    bool started_ = false;
+};
+
+} // namespace lumenar::playback
