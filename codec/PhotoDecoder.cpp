@@ -522,6 +522,26 @@ void PhotoDecoder::BuildFastTable(const HuffmanLookup& lookup, FastTable& table)
     }
 }
 
+// A coefficient entry: valid flag, the zigzag step (run + 1) in bits 21-26, the bits the code and its
+// value take in bits 16-20, the value (EXTEND applied) in the low 16 bits.
+void PhotoDecoder::BuildCoefficientTable(const FastTable& ac, FastTable& table)
+{
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        table[i] = 0;
+        const std::uint32_t e = ac[i];
+        const int length = static_cast<int>((e >> 16) & 0xFF);
+        const std::uint32_t rs = e & 0xFF;
+        const int size = static_cast<int>(rs & 0x0F);
+        if ((e & kFastValid) == 0 || size == 0 || length + size > kFastBits)
+            continue;
+        const std::uint32_t mask = (1u << size) - 1;
+        const std::uint32_t raw = (static_cast<std::uint32_t>(i) >> (kFastBits - length - size)) & mask;
+        const std::uint32_t value = (raw >> (size - 1)) != 0 ? raw : raw - mask;
+        table[i] = kFastValid | ((rs >> 4) + 1) << 21 | static_cast<std::uint32_t>(length + size) << 16 |
+                   (value & 0xFFFF);
+    }
+}
+
 bool PhotoDecoder::EnterFastReader(FastReader& reader) const
 {
     // After an oversized read the register may hold stray bits below the valid ones: only the
@@ -661,8 +681,30 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
         static_cast<std::uint16_t>(quant[0] * static_cast<std::uint32_t>(component.dcPredictor)));
 
     const HuffmanLookup& ac = acTables_[static_cast<std::size_t>(component.acTable)];
+    const FastTable& coefficients = acCoefficients_[static_cast<std::size_t>(component.acTable)];
     int k = 0;
     for (;;) {
+        if (count < 32) {
+            reader.bits = bits;
+            reader.count = count;
+            FastRefill(reader);
+            bits = reader.bits;
+            count = reader.count;
+        }
+        const std::uint32_t f = coefficients[bits >> (64 - kFastBits)];
+        if ((f & kFastValid) != 0 && k + static_cast<int>((f >> 21) & 0x3F) <= 63) {
+            k += static_cast<int>((f >> 21) & 0x3F);
+            const int taken = static_cast<int>((f >> 16) & 0x1F);
+            bits <<= taken;
+            count -= taken;
+            block[kZigzag[k]] = static_cast<std::int16_t>(static_cast<std::uint16_t>(
+                quant[static_cast<std::size_t>(k)] * static_cast<std::uint32_t>(static_cast<std::int16_t>(f & 0xFFFF))));
+            if (k == 63) {
+                save();
+                return -2;
+            }
+            continue;
+        }
         e = lookup(acFast, ac);
         length = static_cast<int>((e >> 16) & 0xFF);
         const std::uint32_t rs = e & 0xFF;
@@ -705,6 +747,7 @@ Status PhotoDecoder::DecodeScan()
     for (std::size_t t = 0; t < 2; ++t) {
         BuildFastTable(dcTables_[t], dcFast_[t]);
         BuildFastTable(acTables_[t], acFast_[t]);
+        BuildCoefficientTable(acFast_[t], acCoefficients_[t]);
     }
     FastReader reader;
     bool fast = false;

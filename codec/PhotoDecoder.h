@@ -156,6 +156,8 @@ private:
     };
     using FastTable = std::array<std::uint32_t, 1024>;
     static void BuildFastTable(const HuffmanLookup& lookup, FastTable& table);
+    /// For AC codes whose value bits also fit in the first bits: the whole coefficient at once.
+    static void BuildCoefficientTable(const FastTable& ac, FastTable& table);
     bool EnterFastReader(FastReader& reader) const;
     void LeaveFastReader(FastReader& reader);
     void FastRefill(FastReader& reader) const;
@@ -190,6 +192,7 @@ private:
     HuffmanLookup* selectedTable_ = nullptr;
     std::array<FastTable, 2> dcFast_{};
     std::array<FastTable, 2> acFast_{};
+    std::array<FastTable, 2> acCoefficients_{};
     int restartEnabled_ = 0;
     int restartInterval_ = 0;
     int rstField_ = 0;
