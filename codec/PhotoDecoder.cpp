@@ -647,14 +647,28 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
     const FastTable& acFast = acFast_[static_cast<std::size_t>(component.acTable)];
     std::uint64_t bits = reader.bits;
     int count = reader.count;
-    auto lookup = [&](const FastTable& fast, const HuffmanLookup& slow) {
-        if (count < 32) {
-            reader.bits = bits;
-            reader.count = count;
-            FastRefill(reader);
-            bits = reader.bits;
-            count = reader.count;
+    const std::uint8_t* data = data_.get();
+    // Tops the register up to at least 57 bits: whole words where no 0xFF can be among them.
+    auto refill = [&] {
+        if (reader.pos + 8 <= reader.bulkEnd) {
+            const std::uint64_t word = LoadBigEndian64(data + reader.pos);
+            if (!HasByteFF(word)) {
+                const int n = (64 - count) >> 3;
+                bits |= (word >> (64 - 8 * n)) << (64 - 8 * n - count);
+                reader.pos += static_cast<std::uint64_t>(n);
+                count += 8 * n;
+                return;
+            }
         }
+        reader.bits = bits;
+        reader.count = count;
+        FastRefill(reader);
+        bits = reader.bits;
+        count = reader.count;
+    };
+    auto lookup = [&](const FastTable& fast, const HuffmanLookup& slow) {
+        if (count < 32)
+            refill();
         const std::uint32_t e = fast[bits >> (64 - kFastBits)];
         return (e & kFastValid) != 0 ? e : slow.Find(static_cast<std::uint32_t>(bits >> 32));
     };
@@ -684,13 +698,8 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
     const FastTable& coefficients = acCoefficients_[static_cast<std::size_t>(component.acTable)];
     int k = 0;
     for (;;) {
-        if (count < 32) {
-            reader.bits = bits;
-            reader.count = count;
-            FastRefill(reader);
-            bits = reader.bits;
-            count = reader.count;
-        }
+        if (count < 32)
+            refill();
         const std::uint32_t f = coefficients[bits >> (64 - kFastBits)];
         if ((f & kFastValid) != 0 && k + static_cast<int>((f >> 21) & 0x3F) <= 63) {
             k += static_cast<int>((f >> 21) & 0x3F);
