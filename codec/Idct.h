@@ -18,6 +18,10 @@ void FastIdct(std::int16_t* block);
 /// written to `destination + row * stride`.
 void FastStoreBlock(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride);
 
+/// The sample every lane of FastIdct gives for a block whose only non-zero value is the first (`dc`,
+/// level shift included): a flat block needs no transform.
+std::int16_t FastIdctDcOnly(std::int16_t dc);
+
 /// The fast transform computed one lane at a time in plain C++. The reference the SSE2 form is
 /// tested against, and the fast path on processors without SSE2.
 void FastIdctScalar(std::int16_t* block);

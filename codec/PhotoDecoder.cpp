@@ -468,6 +468,9 @@ Status PhotoDecoder::DecodeBlock(ComponentInfo& component, std::int16_t* block, 
 namespace {
 
 constexpr std::uint32_t kFastValid = 0x80000000u;
+// DecodeBlockFast's results besides a coefficient index to go on from.
+constexpr int kBlockDone = -2;
+constexpr int kBlockFlat = -3; // Done, and only the first coefficient can be non-zero.
 constexpr int kFastBits = 10;
 
 inline bool HasByteFF(std::uint64_t word)
@@ -710,7 +713,7 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
                 quant[static_cast<std::size_t>(k)] * static_cast<std::uint32_t>(static_cast<std::int16_t>(f & 0xFFFF))));
             if (k == 63) {
                 save();
-                return -2;
+                return kBlockDone;
             }
             continue;
         }
@@ -742,11 +745,13 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
             static_cast<std::uint16_t>(quant[static_cast<std::size_t>(k)] * static_cast<std::uint32_t>(v)));
         if (k == 63) {
             save();
-            return -2;
+            return kBlockDone;
         }
     }
     save();
-    return (e & 0xFF) == 0 ? -2 : k;
+    if ((e & 0xFF) != 0)
+        return k;
+    return k == 0 ? kBlockFlat : kBlockDone;
 }
 
 Status PhotoDecoder::DecodeScan()
@@ -778,15 +783,18 @@ Status PhotoDecoder::DecodeScan()
                         int resume = -1;
                         if (fast) {
                             resume = DecodeBlockFast(reader, c, block);
-                            if (resume != -2) {
+                            if (resume >= -1) {
                                 LeaveFastReader(reader);
                                 fast = false;
                             }
                         }
-                        if (resume != -2)
+                        if (resume >= -1)
                             LUM_TRY(DecodeBlock(c, block, resume));
                         block[0] = static_cast<std::int16_t>(static_cast<std::uint16_t>(block[0] + 1024));
-                        idct(block);
+                        if (resume == kBlockFlat && useMmx_)
+                            std::fill_n(block, 64, FastIdctDcOnly(block[0]));
+                        else
+                            idct(block);
                         const std::size_t row = (static_cast<std::size_t>(mcuRow) << (c.log2v + 3)) + 8u * by;
                         const std::size_t column = (static_cast<std::size_t>(mcuCol) << (c.log2h + 3)) + 8u * bx;
                         const std::size_t offset = row * stride + column;

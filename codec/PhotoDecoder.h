@@ -162,8 +162,9 @@ private:
     void LeaveFastReader(FastReader& reader);
     void FastRefill(FastReader& reader) const;
     std::uint32_t FastTakeByte(FastReader& reader) const;
-    /// Decodes a block through the fast reader. Returns -2 when it is done, or the coefficient index
-    /// (-1: DC) at which the block must go on through the 32-bit register because of a rare case.
+    /// Decodes a block through the fast reader. Returns the coefficient index (-1: DC) at which the
+    /// block must go on through the 32-bit register because of a rare case, or, when it is done, -2
+    /// (-3 when no coefficient after the first was decoded).
     int DecodeBlockFast(FastReader& reader, ComponentInfo& component, std::int16_t* block);
 
     // The bit register; the next unread bit is bit 31.
