@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 namespace lumenar::codec {
@@ -119,7 +120,9 @@ constexpr double kMinPsnrSameLayout = 34.0;
 
 TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
 {
-    const fs::path dir = fs::temp_directory_path() / ("lumenar-photo-test-" + std::to_string(std::rand()));
+    // A fresh folder per run: other checkouts may run this test at the same time.
+    const fs::path dir =
+        fs::temp_directory_path() / ("lumenar-photo-test-" + std::to_string(std::random_device{}()));
     fs::create_directories(dir);
     const Source sources[] = {
         {"plasma-800x600", "-size 800x600 -seed 7 plasma:fractal", true},
