@@ -10,6 +10,7 @@
 #include "base/StrCat.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -482,8 +483,9 @@ inline bool HasByteFF(std::uint64_t word)
 inline std::uint64_t LoadBigEndian64(const std::uint8_t* p)
 {
     std::uint64_t word = 0;
-    for (int i = 0; i < 8; ++i)
-        word = (word << 8) | p[i];
+    std::memcpy(&word, p, 8);
+    if constexpr (std::endian::native == std::endian::little)
+        word = __builtin_bswap64(word);
     return word;
 }
 
