@@ -472,7 +472,6 @@ constexpr std::uint32_t kFastValid = 0x80000000u;
 // DecodeBlockFast's results besides a coefficient index to go on from.
 constexpr int kBlockDone = -2;
 constexpr int kBlockFlat = -3; // Done, and only the first coefficient can be non-zero.
-constexpr int kFastBits = 10;
 
 inline bool HasByteFF(std::uint64_t word)
 {

@@ -154,7 +154,8 @@ private:
         std::uint64_t start = 0; // pos when the reader took over; never stepped back past.
         std::uint64_t bulkEnd = 0; // Whole words may be read below this (the chunk's or the data's end).
     };
-    using FastTable = std::array<std::uint32_t, 1024>;
+    static constexpr int kFastBits = 11; // The bits the fast tables are indexed by.
+    using FastTable = std::array<std::uint32_t, std::size_t{1} << kFastBits>;
     static void BuildFastTable(const HuffmanLookup& lookup, FastTable& table);
     /// For AC codes whose value bits also fit in the first bits: the whole coefficient at once.
     static void BuildCoefficientTable(const FastTable& ac, FastTable& table);
