@@ -32,6 +32,9 @@ void FastIdctSse2(std::int16_t* block);
 /// FastStoreBlock in SSE2.
 void FastStoreBlockSse2(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride);
 
+/// FastIdctSse2 and FastStoreBlockSse2 in one step, leaving `block` as it was.
+void FastIdctStoreSse2(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride);
+
 /// True when this build carries the SSE2 forms.
 bool Sse2Built();
 

@@ -759,6 +759,7 @@ Status PhotoDecoder::DecodeScan()
 {
     auto* idct = useMmx_ ? &FastIdct : &PortableIdct;
     auto* store = useMmx_ ? &FastStoreBlock : &PortableStoreBlock;
+    const bool fusedIdct = useMmx_ && Sse2Built() && platform::HasSse2();
     for (std::size_t t = 0; t < 2; ++t) {
         BuildFastTable(dcTables_[t], dcFast_[t]);
         BuildFastTable(acTables_[t], acFast_[t]);
@@ -792,14 +793,19 @@ Status PhotoDecoder::DecodeScan()
                         if (resume >= -1)
                             LUM_TRY(DecodeBlock(c, block, resume));
                         block[0] = static_cast<std::int16_t>(static_cast<std::uint16_t>(block[0] + 1024));
-                        if (resume == kBlockFlat && useMmx_)
-                            std::fill_n(block, 64, FastIdctDcOnly(block[0]));
-                        else
-                            idct(block);
                         const std::size_t row = (static_cast<std::size_t>(mcuRow) << (c.log2v + 3)) + 8u * by;
                         const std::size_t column = (static_cast<std::size_t>(mcuCol) << (c.log2h + 3)) + 8u * bx;
                         const std::size_t offset = row * stride + column;
-                        if (offset + 7 * stride + 8 <= planeSize) {
+                        const bool inside = offset + 7 * stride + 8 <= planeSize;
+                        if (resume == kBlockFlat && useMmx_) {
+                            std::fill_n(block, 64, FastIdctDcOnly(block[0]));
+                        } else if (fusedIdct && inside) {
+                            FastIdctStoreSse2(block, c.plane.get() + offset, static_cast<std::ptrdiff_t>(stride));
+                            continue;
+                        } else {
+                            idct(block);
+                        }
+                        if (inside) {
                             store(block, c.plane.get() + offset, static_cast<std::ptrdiff_t>(stride));
                         } else {
                             // Sampling factors of 3 place blocks past their MCU: rows that would land

@@ -48,7 +48,7 @@ TEST(FastIdct, Sse2MatchesScalarLaneModelBitForBit)
     constexpr int kBlocks = 400'000; // Unoptimised and sanitizer builds; the optimised build runs them all.
 #endif
     alignas(16) std::int16_t input[64], scalar[64], simd[64];
-    std::uint8_t storedScalar[64], storedSimd[64];
+    std::uint8_t storedScalar[64], storedSimd[64], storedFused[64];
     int mismatches = 0;
     for (int n = 0; n < kBlocks && mismatches < 5; ++n) {
         FillBlock(rng, n % 4, input);
@@ -58,7 +58,9 @@ TEST(FastIdct, Sse2MatchesScalarLaneModelBitForBit)
         FastIdctSse2(simd);
         PortableStoreBlock(scalar, storedScalar, 8);
         FastStoreBlockSse2(simd, storedSimd, 8);
-        if (std::memcmp(scalar, simd, sizeof scalar) != 0 || std::memcmp(storedScalar, storedSimd, 64) != 0) {
+        FastIdctStoreSse2(input, storedFused, 8);
+        if (std::memcmp(scalar, simd, sizeof scalar) != 0 || std::memcmp(storedScalar, storedSimd, 64) != 0 ||
+            std::memcmp(storedScalar, storedFused, 64) != 0) {
             ++mismatches;
             ADD_FAILURE() << "block " << n << " (shape " << n % 4 << ") differs";
         }
