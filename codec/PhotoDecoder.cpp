@@ -546,6 +546,27 @@ void PhotoDecoder::BuildCoefficientTable(const FastTable& ac, FastTable& table)
     }
 }
 
+// A DC entry: valid flag, the bits the code and its value take in bits 16-20, the difference (EXTEND
+// applied; 0 for size 0) in the low 16 bits.
+void PhotoDecoder::BuildDifferenceTable(const FastTable& dc, FastTable& table)
+{
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        table[i] = 0;
+        const std::uint32_t e = dc[i];
+        const int length = static_cast<int>((e >> 16) & 0xFF);
+        const int size = static_cast<int>(e & 0xFFFF);
+        if ((e & kFastValid) == 0 || size > 16 || length + size > kFastBits)
+            continue;
+        std::uint32_t value = 0;
+        if (size != 0) {
+            const std::uint32_t mask = (1u << size) - 1;
+            const std::uint32_t raw = (static_cast<std::uint32_t>(i) >> (kFastBits - length - size)) & mask;
+            value = (raw >> (size - 1)) != 0 ? raw : raw - mask;
+        }
+        table[i] = kFastValid | static_cast<std::uint32_t>(length + size) << 16 | (value & 0xFFFF);
+    }
+}
+
 bool PhotoDecoder::EnterFastReader(FastReader& reader) const
 {
     // After an oversized read the register may hold stray bits below the valid ones: only the
@@ -681,20 +702,32 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
         reader.count = count;
     };
 
-    std::uint32_t e = lookup(dcFast, dcTables_[static_cast<std::size_t>(component.dcTable)]);
-    const int s = static_cast<int>(e & 0xFFFF);
-    if (s > 16) {
-        save();
-        return -1;
+    std::int32_t diff = 0;
+    if (count < 32)
+        refill();
+    const std::uint32_t d = dcDifferences_[static_cast<std::size_t>(component.dcTable)][bits >> (64 - kFastBits)];
+    std::uint32_t e = 0;
+    if ((d & kFastValid) != 0) {
+        const int taken = static_cast<int>((d >> 16) & 0x1F);
+        bits <<= taken;
+        count -= taken;
+        diff = static_cast<std::int16_t>(d & 0xFFFF);
+    } else {
+        e = lookup(dcFast, dcTables_[static_cast<std::size_t>(component.dcTable)]);
+        const int s = static_cast<int>(e & 0xFFFF);
+        if (s > 16) {
+            save();
+            return -1;
+        }
+        const int length = static_cast<int>((e >> 16) & 0xFF);
+        bits <<= length;
+        count -= length;
+        if (s != 0)
+            diff = FastValue(bits, count, s);
     }
-    int length = static_cast<int>((e >> 16) & 0xFF);
-    bits <<= length;
-    count -= length;
-    if (s != 0) {
-        const std::int32_t diff = FastValue(bits, count, s);
-        component.dcPredictor = static_cast<std::int16_t>(static_cast<std::uint16_t>(
-            static_cast<std::uint32_t>(component.dcPredictor) + static_cast<std::uint32_t>(diff)));
-    }
+    // A difference of 0 leaves the (already 16-bit) predictor as it is.
+    component.dcPredictor = static_cast<std::int16_t>(static_cast<std::uint16_t>(
+        static_cast<std::uint32_t>(component.dcPredictor) + static_cast<std::uint32_t>(diff)));
     block[0] = static_cast<std::int16_t>(
         static_cast<std::uint16_t>(quant[0] * static_cast<std::uint32_t>(component.dcPredictor)));
 
@@ -719,7 +752,7 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
             continue;
         }
         e = lookup(acFast, ac);
-        length = static_cast<int>((e >> 16) & 0xFF);
+        const int length = static_cast<int>((e >> 16) & 0xFF);
         const std::uint32_t rs = e & 0xFF;
         if (rs == 0) {
             bits <<= length;
@@ -764,6 +797,7 @@ Status PhotoDecoder::DecodeScan()
         BuildFastTable(dcTables_[t], dcFast_[t]);
         BuildFastTable(acTables_[t], acFast_[t]);
         BuildCoefficientTable(acFast_[t], acCoefficients_[t]);
+        BuildDifferenceTable(dcFast_[t], dcDifferences_[t]);
     }
     FastReader reader;
     bool fast = false;

@@ -159,6 +159,8 @@ private:
     static void BuildFastTable(const HuffmanLookup& lookup, FastTable& table);
     /// For AC codes whose value bits also fit in the first bits: the whole coefficient at once.
     static void BuildCoefficientTable(const FastTable& ac, FastTable& table);
+    /// For DC codes whose value bits also fit in the first bits: the whole difference at once.
+    static void BuildDifferenceTable(const FastTable& dc, FastTable& table);
     bool EnterFastReader(FastReader& reader) const;
     void LeaveFastReader(FastReader& reader);
     void FastRefill(FastReader& reader) const;
@@ -195,6 +197,7 @@ private:
     std::array<FastTable, 2> dcFast_{};
     std::array<FastTable, 2> acFast_{};
     std::array<FastTable, 2> acCoefficients_{};
+    std::array<FastTable, 2> dcDifferences_{};
     int restartEnabled_ = 0;
     int restartInterval_ = 0;
     int rstField_ = 0;
