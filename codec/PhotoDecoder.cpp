@@ -832,7 +832,15 @@ Status PhotoDecoder::DecodeScan()
                         const std::size_t offset = row * stride + column;
                         const bool inside = offset + 7 * stride + 8 <= planeSize;
                         if (resume == kBlockFlat && useMmx_) {
-                            std::fill_n(block, 64, FastIdctDcOnly(block[0]));
+                            const std::int16_t sample = FastIdctDcOnly(block[0]);
+                            if (inside) {
+                                // The store's unsigned saturation of one sample, on every row.
+                                const auto value = static_cast<std::uint8_t>(std::clamp<int>(sample, 0, 255));
+                                for (std::size_t r = 0; r < 8; ++r)
+                                    std::memset(c.plane.get() + offset + r * stride, value, 8);
+                                continue;
+                            }
+                            std::fill_n(block, 64, sample);
                         } else if (fusedIdct && inside) {
                             FastIdctStoreSse2(block, c.plane.get() + offset, static_cast<std::ptrdiff_t>(stride));
                             continue;
