@@ -94,7 +94,8 @@ int DecodeCommand(Args args)
     }
     // The picture block is a complete .bmp file as it stands.
     std::ofstream out(output, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bitmap->Block().data()), static_cast<std::streamsize>(bitmap->Block().size()));
+    out.write(reinterpret_cast<const char*>(bitmap->Block().data()),
+              static_cast<std::streamsize>(bitmap->Block().size()));
     if (!out)
         return Fail(output, std::strerror(errno));
     return 0;

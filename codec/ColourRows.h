@@ -9,14 +9,16 @@
 namespace lumenar::codec {
 
 /// How ConvertToDib computes its rows. Both give the same bytes.
-enum class ColourPath {
+enum class ColourPath
+{
     Auto,     ///< SSE2 where the processor has it and the bitmap holds the standard tables.
     Portable, ///< The table look-ups, one pixel at a time.
 };
 
 /// ConvertToDib with the path chosen by the caller (tests compare the two).
-int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, std::span<const std::uint8_t> cbPlane,
-                     std::span<const std::uint8_t> crPlane, int h, int v, ColourPath path);
+int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
+                     std::span<const std::uint8_t> cbPlane, std::span<const std::uint8_t> crPlane, int h,
+                     int v, ColourPath path);
 
 /// Converts the leading pixels of one row, sixteen at a time, computing the colour terms
 /// trunc((c - 128) * factor) with exact fixed-point products instead of the tables. Pixel x takes

@@ -16,15 +16,15 @@ struct Factor
     int shift;
     std::int16_t multiplier;
 };
-constexpr Factor kBlueFromCb{5, 3629};   // 1.772
-constexpr Factor kGreenFromCb{5, 705};   // 0.34414
-constexpr Factor kGreenFromCr{6, 731};   // 0.71414
-constexpr Factor kRedFromCr{3, 11485};   // 1.402
+constexpr Factor kBlueFromCb{5, 3629}; // 1.772
+constexpr Factor kGreenFromCb{5, 705}; // 0.34414
+constexpr Factor kGreenFromCr{6, 731}; // 0.71414
+constexpr Factor kRedFromCr{3, 11485}; // 1.402
 
 inline __m128i Term(__m128i sign, __m128i magnitude, Factor f)
 {
-    const __m128i t = _mm_mulhi_epu16(_mm_sll_epi16(magnitude, _mm_cvtsi32_si128(f.shift)),
-                                      _mm_set1_epi16(f.multiplier));
+    const __m128i t =
+        _mm_mulhi_epu16(_mm_sll_epi16(magnitude, _mm_cvtsi32_si128(f.shift)), _mm_set1_epi16(f.multiplier));
     return _mm_sub_epi16(_mm_xor_si128(t, sign), sign);
 }
 
@@ -44,7 +44,8 @@ inline Terms TermsOf(__m128i cb, __m128i cr)
     const __m128i mcb = _mm_sub_epi16(_mm_xor_si128(dcb, scb), scb);
     const __m128i mcr = _mm_sub_epi16(_mm_xor_si128(dcr, scr), scr);
     return {Term(scb, mcb, kBlueFromCb),
-            _mm_sub_epi16(_mm_setzero_si128(), _mm_add_epi16(Term(scb, mcb, kGreenFromCb), Term(scr, mcr, kGreenFromCr))),
+            _mm_sub_epi16(_mm_setzero_si128(),
+                          _mm_add_epi16(Term(scb, mcb, kGreenFromCb), Term(scr, mcr, kGreenFromCr))),
             Term(scr, mcr, kRedFromCr)};
 }
 
@@ -89,7 +90,8 @@ std::size_t ConvertRowSse2(const std::uint8_t* yRow, const std::uint8_t* cbRow, 
     if (h == 1) {
         for (; x + 16 <= width; x += 16) {
             const __m128i cb = Load16(cbRow + x), cr = Load16(crRow + x);
-            Store16(out + 4 * x, Load16(yRow + x), TermsOf(_mm_unpacklo_epi8(cb, zero), _mm_unpacklo_epi8(cr, zero)),
+            Store16(out + 4 * x, Load16(yRow + x),
+                    TermsOf(_mm_unpacklo_epi8(cb, zero), _mm_unpacklo_epi8(cr, zero)),
                     TermsOf(_mm_unpackhi_epi8(cb, zero), _mm_unpackhi_epi8(cr, zero)));
         }
     } else if (h == 2 && width >= 16) {
@@ -98,7 +100,8 @@ std::size_t ConvertRowSse2(const std::uint8_t* yRow, const std::uint8_t* cbRow, 
         // the ones from x/2 + 1 are the same lanes moved down by one, the ninth borrowed from the next
         // sixteen pixels while those exist (then every sample read is one a later pixel takes).
         auto load = [&](std::size_t c) {
-            return TermsOf(_mm_unpacklo_epi8(Load8(cbRow + c), zero), _mm_unpacklo_epi8(Load8(crRow + c), zero));
+            return TermsOf(_mm_unpacklo_epi8(Load8(cbRow + c), zero),
+                           _mm_unpacklo_epi8(Load8(crRow + c), zero));
         };
         auto moveDown = [](__m128i current, __m128i next) {
             return _mm_or_si128(_mm_srli_si128(current, 2), _mm_slli_si128(next, 14));
@@ -136,8 +139,8 @@ bool ColourRowsSse2Built()
 
 namespace lumenar::codec {
 
-std::size_t ConvertRowSse2(const std::uint8_t*, const std::uint8_t*, const std::uint8_t*, std::uint8_t*, std::size_t,
-                           int)
+std::size_t ConvertRowSse2(const std::uint8_t*, const std::uint8_t*, const std::uint8_t*, std::uint8_t*,
+                           std::size_t, int)
 {
     return 0;
 }

@@ -138,7 +138,8 @@ void FastIdctStoreSse2(const std::int16_t* block, std::uint8_t* destination, std
     for (int r = 0; r < 8; r += 2) {
         const __m128i bytes = _mm_packus_epi16(p[r], p[r + 1]);
         _mm_storel_epi64(reinterpret_cast<__m128i*>(destination + r * stride), bytes);
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(destination + (r + 1) * stride), _mm_srli_si128(bytes, 8));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(destination + (r + 1) * stride),
+                         _mm_srli_si128(bytes, 8));
     }
 }
 

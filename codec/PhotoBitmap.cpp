@@ -83,8 +83,9 @@ int ConvertToDib(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, std:
     return ConvertToDibWith(bitmap, yPlane, cbPlane, crPlane, h, v, ColourPath::Auto);
 }
 
-int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, std::span<const std::uint8_t> cbPlane,
-                     std::span<const std::uint8_t> crPlane, int h, int v, ColourPath path)
+int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
+                     std::span<const std::uint8_t> cbPlane, std::span<const std::uint8_t> crPlane, int h,
+                     int v, ColourPath path)
 {
     bitmap.block_.reset();
     bitmap.size_ = 0;
@@ -128,8 +129,8 @@ int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, 
     const PhotoBitmap standard(0, 0);
     const bool simd = path == ColourPath::Auto && (hh == 1 || hh == 2) && ColourRowsSse2Built() &&
                       platform::HasSse2() && bitmap.blueFromCb == standard.blueFromCb &&
-                      bitmap.greenFromCb == standard.greenFromCb && bitmap.greenFromCr == standard.greenFromCr &&
-                      bitmap.redFromCr == standard.redFromCr;
+                      bitmap.greenFromCb == standard.greenFromCb &&
+                      bitmap.greenFromCr == standard.greenFromCr && bitmap.redFromCr == standard.redFromCr;
 
     for (std::size_t y = 0; y < height && width != 0; ++y) {
         const std::size_t yBase = y * rowStride;

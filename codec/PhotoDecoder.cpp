@@ -617,8 +617,8 @@ void PhotoDecoder::FastRefill(FastReader& reader) const
                 return;
             }
         } else if (reader.pos >= reader.bulkEnd && reader.pos < dataSize_) {
-            reader.bulkEnd =
-                std::min<std::uint64_t>(dataSize_, (reader.pos / chunkCapacity_ + 1) * std::uint64_t{chunkCapacity_});
+            reader.bulkEnd = std::min<std::uint64_t>(dataSize_, (reader.pos / chunkCapacity_ + 1) *
+                                                                    std::uint64_t{chunkCapacity_});
             continue;
         }
         reader.bits |= static_cast<std::uint64_t>(FastTakeByte(reader)) << (56 - reader.count);
@@ -705,7 +705,8 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
     std::int32_t diff = 0;
     if (count < 32)
         refill();
-    const std::uint32_t d = dcDifferences_[static_cast<std::size_t>(component.dcTable)][bits >> (64 - kFastBits)];
+    const std::uint32_t d =
+        dcDifferences_[static_cast<std::size_t>(component.dcTable)][bits >> (64 - kFastBits)];
     std::uint32_t e = 0;
     if ((d & kFastValid) != 0) {
         const int taken = static_cast<int>((d >> 16) & 0x1F);
@@ -744,7 +745,8 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
             bits <<= taken;
             count -= taken;
             block[kZigzag[k]] = static_cast<std::int16_t>(static_cast<std::uint16_t>(
-                quant[static_cast<std::size_t>(k)] * static_cast<std::uint32_t>(static_cast<std::int16_t>(f & 0xFFFF))));
+                quant[static_cast<std::size_t>(k)] *
+                static_cast<std::uint32_t>(static_cast<std::int16_t>(f & 0xFFFF))));
             if (k == 63) {
                 save();
                 return kBlockDone;
@@ -842,7 +844,8 @@ Status PhotoDecoder::DecodeScan()
                             }
                             std::fill_n(block, 64, sample);
                         } else if (fusedIdct && inside) {
-                            FastIdctStoreSse2(block, c.plane.get() + offset, static_cast<std::ptrdiff_t>(stride));
+                            FastIdctStoreSse2(block, c.plane.get() + offset,
+                                              static_cast<std::ptrdiff_t>(stride));
                             continue;
                         } else {
                             idct(block);

@@ -21,7 +21,8 @@ enum class IdctPath {
 
 /// How a scan's bits are read. Both give the same samples; the register alone is kept as the
 /// reference the fast reader is checked against.
-enum class BitReader {
+enum class BitReader
+{
     Fast,     ///< A 64-bit reader that hands the rare cases to the 32-bit register.
     Register, ///< The 32-bit register throughout.
 };
@@ -148,10 +149,10 @@ private:
     // register state can be rebuilt from it at any symbol boundary (LeaveFastReader).
     struct FastReader
     {
-        std::uint64_t bits = 0; // The next unread bit is bit 63; zeros below the valid ones.
-        int count = 0;          // Valid bits.
-        std::uint64_t pos = 0;  // The next byte's offset in the photo; past the end: zero bytes.
-        std::uint64_t start = 0; // pos when the reader took over; never stepped back past.
+        std::uint64_t bits = 0;    // The next unread bit is bit 63; zeros below the valid ones.
+        int count = 0;             // Valid bits.
+        std::uint64_t pos = 0;     // The next byte's offset in the photo; past the end: zero bytes.
+        std::uint64_t start = 0;   // pos when the reader took over; never stepped back past.
         std::uint64_t bulkEnd = 0; // Whole words may be read below this (the chunk's or the data's end).
     };
     static constexpr int kFastBits = 11; // The bits the fast tables are indexed by.

@@ -108,7 +108,8 @@ TEST(FastIdct, DcOnlyShortcutMatchesTheTransformForEveryValue)
         const std::int16_t expected = FastIdctDcOnly(static_cast<std::int16_t>(dc));
         for (int i = 0; i < 64; ++i) {
             if (scalar[i] != expected || fast[i] != expected)
-                FAIL() << "dc " << dc << ", sample " << i << ": " << scalar[i] << "/" << fast[i] << " vs " << expected;
+                FAIL() << "dc " << dc << ", sample " << i << ": " << scalar[i] << "/" << fast[i] << " vs "
+                       << expected;
         }
     }
 }

@@ -502,9 +502,10 @@ TEST(PhotoDecoder, FastReaderMatchesTheRegister)
             std::unique_ptr<PhotoDecoder> decoders[2];
             for (int r = 0; r < 2; ++r) {
                 CaptureSink sink;
-                auto created = PhotoDecoder::Create(corpus[n], {.bitReader = r == 0 ? BitReader::Fast : BitReader::Register,
-                                                                .chunkCapacity = chunk,
-                                                                .maxPlaneBytes = 1u << 20});
+                auto created = PhotoDecoder::Create(
+                    corpus[n], {.bitReader = r == 0 ? BitReader::Fast : BitReader::Register,
+                                .chunkCapacity = chunk,
+                                .maxPlaneBytes = 1u << 20});
                 ASSERT_TRUE(created.ok());
                 decoders[r] = std::move(created).value();
                 statuses[r] = decoders[r]->ParseMarkers();

@@ -184,11 +184,12 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
                             platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
                             for (std::uint32_t registerChunk : {chunk, 333u}) {
                                 Photo viaRegister, viaFast;
-                                const int registerResult =
-                                    DecodePhoto(viaRegister, bytes,
-                                                {.idct = path, .bitReader = BitReader::Register,
-                                                 .chunkCapacity = registerChunk});
-                                ASSERT_EQ(DecodePhoto(viaFast, bytes, {.idct = path, .chunkCapacity = registerChunk}),
+                                const int registerResult = DecodePhoto(viaRegister, bytes,
+                                                                       {.idct = path,
+                                                                        .bitReader = BitReader::Register,
+                                                                        .chunkCapacity = registerChunk});
+                                ASSERT_EQ(DecodePhoto(viaFast, bytes,
+                                                      {.idct = path, .chunkCapacity = registerChunk}),
                                           registerResult);
                                 if (registerResult == 0)
                                     continue;
