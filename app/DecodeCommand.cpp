@@ -1,8 +1,8 @@
 #include "app/Commands.h"
 
-#include "app/PictureFiles.h"
 #include "codec/Photo.h"
 #include "platform/CorruptPhotoPolicy.h"
+#include "platform/ImageFile.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -84,15 +84,18 @@ int DecodeCommand(Args args)
     if (bitmap->BitCount() == 0)
         return Fail(input, "no memory for the picture");
 
-    std::vector<std::uint8_t> file;
-    if (EndsWith(output, ".bmp")) {
-        file.assign(bitmap->Block().begin(), bitmap->Block().end());
-    } else {
-        const BottomUpBgrx picture{photo.Width(), photo.Height(), bitmap->Pixels()};
-        file = EndsWith(output, ".png") ? EncodePng(picture) : EncodePpm(picture);
+    if (!EndsWith(output, ".bmp")) {
+        // The decoder's rows are exactly 4 × width bytes, bottom row first: the picture writer's layout.
+        const auto pixels = bitmap->Pixels();
+        const platform::BgrxPicture picture{photo.Width(), photo.Height(), {pixels.begin(), pixels.end()}};
+        if (auto written = platform::WriteImageFile(output, picture); !written.ok())
+            return Fail(output, written.error().message);
+        return 0;
     }
+    // The picture block is a complete .bmp file as it stands.
     std::ofstream out(output, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
+    out.write(reinterpret_cast<const char*>(bitmap->Block().data()),
+              static_cast<std::streamsize>(bitmap->Block().size()));
     if (!out)
         return Fail(output, std::strerror(errno));
     return 0;

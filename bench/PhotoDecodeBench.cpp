@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <random>
 #include <string>
 
 namespace {
@@ -27,9 +28,11 @@ const std::vector<std::uint8_t>& PhotoBytes(int width, int height, const char* s
     auto found = cache.find(key);
     if (found != cache.end())
         return found->second;
+    // Other checkouts may run this at the same time: the files carry a random tag.
     const auto dir = std::filesystem::temp_directory_path();
-    const std::string ppm = (dir / ("lumenar-bench-" + key + ".ppm")).string();
-    const std::string jpg = (dir / ("lumenar-bench-" + key + ".jpg")).string();
+    static const std::string tag = std::to_string(std::random_device{}());
+    const std::string ppm = (dir / ("lumenar-bench-" + tag + "-" + key + ".ppm")).string();
+    const std::string jpg = (dir / ("lumenar-bench-" + tag + "-" + key + ".jpg")).string();
     const std::string draw = "convert -size " + std::to_string(width) + "x" + std::to_string(height) +
                              " -seed 7 plasma:fractal -depth 8 ppm:" + ppm;
     const std::string encode = std::string("cjpeg -quality 85 -sample ") + sampling + " -outfile " + jpg + " " + ppm;

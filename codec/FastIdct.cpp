@@ -112,6 +112,14 @@ void FastIdctScalar(std::int16_t* block)
     }
 }
 
+std::int16_t FastIdctDcOnly(std::int16_t dc)
+{
+    // With one non-zero input every butterfly output is that input: what is left is the prescale of
+    // the first coefficient (shift by 3, times 16384, high half) and pass 2's rounding and shift.
+    const std::int16_t prescaled = MulHigh(dc, kFastPrescaleShift[0], kFastPrescale[0]);
+    return static_cast<std::int16_t>(Add(prescaled, 8) >> 4);
+}
+
 void FastIdct(std::int16_t* block)
 {
     static const bool sse2 = Sse2Built() && platform::HasSse2();

@@ -1,6 +1,8 @@
 // The fast transform in SSE2: the same 16-bit lane arithmetic as FastIdctScalar, eight lanes at a time.
 #include "codec/Idct.h"
 
+#include <algorithm>
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 
@@ -88,11 +90,13 @@ bool Sse2Built()
     return true;
 }
 
-void FastIdctSse2(std::int16_t* block)
+namespace {
+
+// The whole transform; the samples are left in p, row by row.
+inline void Transform(const std::int16_t* block, __m128i p[8])
 {
     // Pass 1: lanes are columns. Rows 0..4 shift by 3, row 6 by 2, row 7 by 1; row 5 mixes 3 and 2, so
     // its shift is a multiplication by 8 or 4 (the low half wraps exactly like the shift).
-    __m128i p[8];
     for (int r = 0; r < 8; ++r) {
         const __m128i x = Load(block + r * 8);
         __m128i shifted;
@@ -114,8 +118,29 @@ void FastIdctSse2(std::int16_t* block)
     for (int i = 0; i < 8; ++i)
         p[i] = _mm_srai_epi16(_mm_adds_epi16(p[i], eight), 4);
     Transpose(p);
+}
+
+} // namespace
+
+void FastIdctSse2(std::int16_t* block)
+{
+    __m128i p[8];
+    Transform(block, p);
     for (int r = 0; r < 8; ++r)
         _mm_storeu_si128(reinterpret_cast<__m128i*>(block + r * 8), p[r]);
+}
+
+void FastIdctStoreSse2(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride)
+{
+    // FastIdctSse2 then FastStoreBlockSse2, without the samples' round trip through memory.
+    __m128i p[8];
+    Transform(block, p);
+    for (int r = 0; r < 8; r += 2) {
+        const __m128i bytes = _mm_packus_epi16(p[r], p[r + 1]);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(destination + r * stride), bytes);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(destination + (r + 1) * stride),
+                         _mm_srli_si128(bytes, 8));
+    }
 }
 
 void FastStoreBlockSse2(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride)
@@ -144,6 +169,13 @@ void FastIdctSse2(std::int16_t* block)
 void FastStoreBlockSse2(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride)
 {
     PortableStoreBlock(block, destination, stride);
+}
+void FastIdctStoreSse2(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride)
+{
+    std::int16_t samples[64];
+    std::copy(block, block + 64, samples);
+    FastIdctScalar(samples);
+    PortableStoreBlock(samples, destination, stride);
 }
 
 } // namespace lumenar::codec

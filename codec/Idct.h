@@ -18,6 +18,10 @@ void FastIdct(std::int16_t* block);
 /// written to `destination + row * stride`.
 void FastStoreBlock(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride);
 
+/// The sample every lane of FastIdct gives for a block whose only non-zero value is the first (`dc`,
+/// level shift included): a flat block needs no transform.
+std::int16_t FastIdctDcOnly(std::int16_t dc);
+
 /// The fast transform computed one lane at a time in plain C++. The reference the SSE2 form is
 /// tested against, and the fast path on processors without SSE2.
 void FastIdctScalar(std::int16_t* block);
@@ -27,6 +31,9 @@ void FastIdctSse2(std::int16_t* block);
 
 /// FastStoreBlock in SSE2.
 void FastStoreBlockSse2(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride);
+
+/// FastIdctSse2 and FastStoreBlockSse2 in one step, leaving `block` as it was.
+void FastIdctStoreSse2(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride);
 
 /// True when this build carries the SSE2 forms.
 bool Sse2Built();

@@ -1,7 +1,10 @@
 #include "codec/PhotoBitmap.h"
 
+#include "codec/ColourRows.h"
+
 #include "base/Checked.h"
 #include "platform/Memory.h"
+#include "platform/Cpu.h"
 #include "platform/MessageBox.h"
 
 #include <algorithm>
@@ -77,6 +80,13 @@ std::span<const std::uint8_t> PhotoBitmap::Pixels() const
 int ConvertToDib(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, std::span<const std::uint8_t> cbPlane,
                  std::span<const std::uint8_t> crPlane, int h, int v)
 {
+    return ConvertToDibWith(bitmap, yPlane, cbPlane, crPlane, h, v, ColourPath::Auto);
+}
+
+int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
+                     std::span<const std::uint8_t> cbPlane, std::span<const std::uint8_t> crPlane, int h,
+                     int v, ColourPath path)
+{
     bitmap.block_.reset();
     bitmap.size_ = 0;
     bitmap.bitCount_ = 0;
@@ -115,6 +125,12 @@ int ConvertToDib(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, std:
     const std::int32_t* greenCr = bitmap.greenFromCr.data();
     const std::int32_t* redCr = bitmap.redFromCr.data();
     const std::size_t lastChroma = width == 0 ? 0 : ChromaColumn(width - 1, hh);
+    // The whole-row path computes the standard colour terms rather than reading the tables.
+    const PhotoBitmap standard(0, 0);
+    const bool simd = path == ColourPath::Auto && (hh == 1 || hh == 2) && ColourRowsSse2Built() &&
+                      platform::HasSse2() && bitmap.blueFromCb == standard.blueFromCb &&
+                      bitmap.greenFromCb == standard.greenFromCb &&
+                      bitmap.greenFromCr == standard.greenFromCr && bitmap.redFromCr == standard.redFromCr;
 
     for (std::size_t y = 0; y < height && width != 0; ++y) {
         const std::size_t yBase = y * rowStride;
@@ -134,23 +150,20 @@ int ConvertToDib(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, std:
                                             static_cast<std::uint32_t>(kClamp[luma + red + 256]) << 16;
                 std::memcpy(out + 4 * x, &pixel, 4);
             };
+            std::size_t x = simd ? ConvertRowSse2(yRow, cbRow, crRow, out, width, static_cast<int>(hh)) : 0;
             if (hh == 2) {
                 // Pixel 0 takes sample 0; pixels 2i - 1 and 2i share sample i.
-                put(0, blueCb[cbRow[0]], greenCb[cbRow[0]] + greenCr[crRow[0]], redCr[crRow[0]]);
-                for (std::size_t i = 1; 2 * i - 1 < width; ++i) {
-                    const int cb = cbRow[i], cr = crRow[i];
-                    const int blue = blueCb[cb], green = greenCb[cb] + greenCr[cr], red = redCr[cr];
-                    put(2 * i - 1, blue, green, red);
-                    if (2 * i < width)
-                        put(2 * i, blue, green, red);
+                for (; x < width; ++x) {
+                    const int cb = cbRow[(x + 1) / 2], cr = crRow[(x + 1) / 2];
+                    put(x, blueCb[cb], greenCb[cb] + greenCr[cr], redCr[cr]);
                 }
             } else if (hh == 1) {
-                for (std::size_t x = 0; x < width; ++x) {
+                for (; x < width; ++x) {
                     const int cb = cbRow[x], cr = crRow[x];
                     put(x, blueCb[cb], greenCb[cb] + greenCr[cr], redCr[cr]);
                 }
             } else {
-                for (std::size_t x = 0; x < width; ++x) {
+                for (; x < width; ++x) {
                     const std::size_t cx = ChromaColumn(x, hh);
                     const int cb = cbRow[cx], cr = crRow[cx];
                     put(x, blueCb[cb], greenCb[cb] + greenCr[cr], redCr[cr]);

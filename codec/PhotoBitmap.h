@@ -8,6 +8,8 @@
 
 namespace lumenar::codec {
 
+enum class ColourPath;
+
 /// A picture block larger than this is treated like memory that cannot be had.
 inline constexpr std::size_t kMaxPictureBytes = std::size_t{1} << 30;
 
@@ -43,6 +45,8 @@ public:
 private:
     friend int ConvertToDib(PhotoBitmap&, std::span<const std::uint8_t>, std::span<const std::uint8_t>,
                             std::span<const std::uint8_t>, int, int);
+    friend int ConvertToDibWith(PhotoBitmap&, std::span<const std::uint8_t>, std::span<const std::uint8_t>,
+                                std::span<const std::uint8_t>, int, int, ColourPath);
 
     std::unique_ptr<std::uint8_t[]> block_;
     std::size_t size_ = 0;

@@ -10,6 +10,7 @@
 #include "base/StrCat.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -74,6 +75,7 @@ base::Result<std::unique_ptr<PhotoDecoder>> PhotoDecoder::Create(std::span<const
     decoder->dataSize_ = static_cast<std::uint32_t>(bytes.size());
     decoder->chunkCapacity_ = options.chunkCapacity;
     decoder->maxPlaneBytes_ = options.maxPlaneBytes;
+    decoder->useFastReader_ = options.bitReader == BitReader::Fast;
     switch (options.idct) {
     case IdctPath::Fast:
         decoder->useMmx_ = true;
@@ -407,26 +409,29 @@ std::int32_t PhotoDecoder::ReadValue(int size)
     return static_cast<std::int32_t>(v);
 }
 
-Status PhotoDecoder::DecodeBlock(ComponentInfo& component, std::int16_t* block)
+Status PhotoDecoder::DecodeBlock(ComponentInfo& component, std::int16_t* block, int k)
 {
     const auto& quant = quantTables_[static_cast<std::size_t>(component.quantTable)];
     const HuffmanLookup& dc = dcTables_[static_cast<std::size_t>(component.dcTable)];
     const HuffmanLookup& ac = acTables_[static_cast<std::size_t>(component.acTable)];
 
-    std::uint32_t e = dc.Find(bits_);
-    DropBits(static_cast<int>(e >> 16));
-    const int s = static_cast<int>(e & 0xFFFF);
-    if (s != 0) {
-        const std::int32_t diff = ReadValue(s);
-        const auto p = static_cast<std::int16_t>(static_cast<std::uint16_t>(
-            static_cast<std::uint32_t>(component.dcPredictor) + static_cast<std::uint32_t>(diff)));
-        component.dcPredictor = p;
+    std::uint32_t e = 0;
+    if (k < 0) {
+        e = dc.Find(bits_);
+        DropBits(static_cast<int>(e >> 16));
+        const int s = static_cast<int>(e & 0xFFFF);
+        if (s != 0) {
+            const std::int32_t diff = ReadValue(s);
+            const auto p = static_cast<std::int16_t>(static_cast<std::uint16_t>(
+                static_cast<std::uint32_t>(component.dcPredictor) + static_cast<std::uint32_t>(diff)));
+            component.dcPredictor = p;
+        }
+        // All products are 16-bit: the high half is discarded.
+        block[0] = static_cast<std::int16_t>(
+            static_cast<std::uint16_t>(quant[0] * static_cast<std::uint32_t>(component.dcPredictor)));
+        k = 0;
     }
-    // All products are 16-bit: the high half is discarded.
-    block[0] = static_cast<std::int16_t>(
-        static_cast<std::uint16_t>(quant[0] * static_cast<std::uint32_t>(component.dcPredictor)));
 
-    int k = 0;
     for (;;) {
         e = ac.Find(bits_);
         DropBits(static_cast<int>(e >> 16));
@@ -458,10 +463,346 @@ Status PhotoDecoder::DecodeBlock(ComponentInfo& component, std::int16_t* block)
     }
 }
 
+// ---------------------------------------------------------------------------------------------------------
+// The fast bit reader.
+
+namespace {
+
+constexpr std::uint32_t kFastValid = 0x80000000u;
+// DecodeBlockFast's results besides a coefficient index to go on from.
+constexpr int kBlockDone = -2;
+constexpr int kBlockFlat = -3; // Done, and only the first coefficient can be non-zero.
+
+inline bool HasByteFF(std::uint64_t word)
+{
+    const std::uint64_t x = ~word;
+    return ((x - 0x0101010101010101u) & ~x & 0x8080808080808080u) != 0;
+}
+
+inline std::uint64_t LoadBigEndian64(const std::uint8_t* p)
+{
+    std::uint64_t word = 0;
+    std::memcpy(&word, p, 8);
+    if constexpr (std::endian::native == std::endian::little)
+        word = __builtin_bswap64(word);
+    return word;
+}
+
+// EXTEND for sizes 1-16 on the top bits of the fast register.
+inline std::int32_t FastValue(std::uint64_t& bits, int& count, int size)
+{
+    const auto sign = static_cast<std::uint32_t>(bits >> 63);
+    auto v = static_cast<std::uint32_t>(bits >> (64 - size));
+    bits <<= size;
+    count -= size;
+    if (sign == 0)
+        v = 0u - ((~v) & (0xFFFFFFFFu >> (32 - size)));
+    return static_cast<std::int32_t>(v);
+}
+
+} // namespace
+
+void PhotoDecoder::BuildFastTable(const HuffmanLookup& lookup, FastTable& table)
+{
+    // An entry is usable when the first kFastBits bits decide the code; otherwise the reader asks
+    // the two-level table.
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        const std::uint32_t first = lookup.entries[i >> (kFastBits - 8)];
+        if ((first & HuffmanLookup::kReferenceMask) == 0) {
+            table[i] = first | kFastValid;
+            continue;
+        }
+        table[i] = 0;
+        const std::size_t index = first & 0xFF;
+        if (index >= lookup.subTables.size())
+            continue;
+        const auto& sub = *lookup.subTables[index];
+        const std::size_t span = std::size_t{1} << (16 - kFastBits);
+        const std::size_t base = (i & ((std::size_t{1} << (kFastBits - 8)) - 1)) * span;
+        if (std::all_of(sub.begin() + static_cast<std::ptrdiff_t>(base),
+                        sub.begin() + static_cast<std::ptrdiff_t>(base + span),
+                        [&](std::uint32_t e) { return e == sub[base]; }))
+            table[i] = sub[base] | kFastValid;
+    }
+}
+
+// A coefficient entry: valid flag, the zigzag step (run + 1) in bits 21-26, the bits the code and its
+// value take in bits 16-20, the value (EXTEND applied) in the low 16 bits.
+void PhotoDecoder::BuildCoefficientTable(const FastTable& ac, FastTable& table)
+{
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        table[i] = 0;
+        const std::uint32_t e = ac[i];
+        const int length = static_cast<int>((e >> 16) & 0xFF);
+        const std::uint32_t rs = e & 0xFF;
+        const int size = static_cast<int>(rs & 0x0F);
+        if ((e & kFastValid) == 0 || size == 0 || length + size > kFastBits)
+            continue;
+        const std::uint32_t mask = (1u << size) - 1;
+        const std::uint32_t raw = (static_cast<std::uint32_t>(i) >> (kFastBits - length - size)) & mask;
+        const std::uint32_t value = (raw >> (size - 1)) != 0 ? raw : raw - mask;
+        table[i] = kFastValid | ((rs >> 4) + 1) << 21 | static_cast<std::uint32_t>(length + size) << 16 |
+                   (value & 0xFFFF);
+    }
+}
+
+// A DC entry: valid flag, the bits the code and its value take in bits 16-20, the difference (EXTEND
+// applied; 0 for size 0) in the low 16 bits.
+void PhotoDecoder::BuildDifferenceTable(const FastTable& dc, FastTable& table)
+{
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        table[i] = 0;
+        const std::uint32_t e = dc[i];
+        const int length = static_cast<int>((e >> 16) & 0xFF);
+        const int size = static_cast<int>(e & 0xFFFF);
+        if ((e & kFastValid) == 0 || size > 16 || length + size > kFastBits)
+            continue;
+        std::uint32_t value = 0;
+        if (size != 0) {
+            const std::uint32_t mask = (1u << size) - 1;
+            const std::uint32_t raw = (static_cast<std::uint32_t>(i) >> (kFastBits - length - size)) & mask;
+            value = (raw >> (size - 1)) != 0 ? raw : raw - mask;
+        }
+        table[i] = kFastValid | static_cast<std::uint32_t>(length + size) << 16 | (value & 0xFFFF);
+    }
+}
+
+bool PhotoDecoder::EnterFastReader(FastReader& reader) const
+{
+    // After an oversized read the register may hold stray bits below the valid ones: only the
+    // 32-bit register knows what to do with them.
+    if (bitCount_ < 25 || bitCount_ > 32)
+        return false;
+    if (bitCount_ < 32 && (bits_ << bitCount_) != 0)
+        return false;
+    reader.bits = static_cast<std::uint64_t>(bits_) << 32;
+    reader.count = bitCount_;
+    if (sourceExhausted_)
+        reader.pos = std::uint64_t{dataSize_} + 1;
+    else if (chunkPos_ >= chunkFill_)
+        reader.pos = dataPos_; // The next byte starts the next chunk.
+    else
+        reader.pos = std::uint64_t{dataPos_} - chunkFill_ + chunkPos_;
+    reader.start = reader.pos;
+    reader.bulkEnd = 0;
+    return true;
+}
+
+std::uint32_t PhotoDecoder::FastTakeByte(FastReader& reader) const
+{
+    const std::uint64_t pos = reader.pos;
+    if (pos >= dataSize_) {
+        ++reader.pos;
+        return 0;
+    }
+    const std::uint8_t b = data_[pos];
+    // The same stuffing rule as TakeByte: the pair counts only inside one chunk.
+    if (b == 0xFF && pos + 1 < dataSize_ && (pos + 1) % chunkCapacity_ != 0 && data_[pos + 1] == 0x00)
+        reader.pos += 2;
+    else
+        reader.pos += 1;
+    return b;
+}
+
+void PhotoDecoder::FastRefill(FastReader& reader) const
+{
+    while (reader.count <= 56) {
+        if (reader.pos + 8 <= reader.bulkEnd) {
+            const std::uint64_t word = LoadBigEndian64(data_.get() + reader.pos);
+            if (!HasByteFF(word)) {
+                const int n = (64 - reader.count) >> 3;
+                reader.bits |= (word >> (64 - 8 * n)) << (64 - 8 * n - reader.count);
+                reader.pos += static_cast<std::uint64_t>(n);
+                reader.count += 8 * n;
+                return;
+            }
+        } else if (reader.pos >= reader.bulkEnd && reader.pos < dataSize_) {
+            reader.bulkEnd = std::min<std::uint64_t>(dataSize_, (reader.pos / chunkCapacity_ + 1) *
+                                                                    std::uint64_t{chunkCapacity_});
+            continue;
+        }
+        reader.bits |= static_cast<std::uint64_t>(FastTakeByte(reader)) << (56 - reader.count);
+        reader.count += 8;
+    }
+}
+
+void PhotoDecoder::LeaveFastReader(FastReader& reader)
+{
+    if (reader.count < 25)
+        FastRefill(reader);
+    // The 32-bit register holds 25-32 bits; the bytes the fast reader took beyond them are given back.
+    const int extra = (reader.count - 25) >> 3;
+    const int count = reader.count - 8 * extra;
+    const auto high = static_cast<std::uint32_t>(reader.bits >> 32);
+    bits_ = count == 32 ? high : high & ~(0xFFFFFFFFu >> count);
+    bitCount_ = count;
+    std::uint64_t pos = reader.pos;
+    for (int i = 0; i < extra; ++i) {
+        // A byte taken after `start` began either one byte back or, for a stuffed pair, two (a 0xFF can
+        // only be a byte's start, and one inside a chunk always took its 0x00 along).
+        if (pos <= dataSize_ && pos >= reader.start + 2 && data_[pos - 2] == 0xFF && data_[pos - 1] == 0x00 &&
+            (pos - 1) % chunkCapacity_ != 0)
+            pos -= 2;
+        else
+            pos -= 1;
+    }
+    if (pos == reader.start)
+        return; // The chunk state is still the one the reader started from.
+    if (pos > dataSize_) {
+        if (!sourceExhausted_) {
+            dataPos_ = dataSize_;
+            LoadChunk();
+        }
+        chunkPos_ = chunkFill_;
+        return;
+    }
+    const std::uint64_t last = pos - 1;
+    const auto chunkStart = static_cast<std::uint32_t>(last - last % chunkCapacity_);
+    if (sourceExhausted_ || dataPos_ - chunkFill_ != chunkStart) {
+        dataPos_ = chunkStart;
+        LoadChunk();
+    }
+    chunkPos_ = static_cast<std::uint32_t>(pos - chunkStart);
+}
+
+int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, std::int16_t* block)
+{
+    const auto& quant = quantTables_[static_cast<std::size_t>(component.quantTable)];
+    const FastTable& dcFast = dcFast_[static_cast<std::size_t>(component.dcTable)];
+    const FastTable& acFast = acFast_[static_cast<std::size_t>(component.acTable)];
+    std::uint64_t bits = reader.bits;
+    int count = reader.count;
+    const std::uint8_t* data = data_.get();
+    // Tops the register up to at least 57 bits: whole words where no 0xFF can be among them.
+    auto refill = [&] {
+        if (reader.pos + 8 <= reader.bulkEnd) {
+            const std::uint64_t word = LoadBigEndian64(data + reader.pos);
+            if (!HasByteFF(word)) {
+                const int n = (64 - count) >> 3;
+                bits |= (word >> (64 - 8 * n)) << (64 - 8 * n - count);
+                reader.pos += static_cast<std::uint64_t>(n);
+                count += 8 * n;
+                return;
+            }
+        }
+        reader.bits = bits;
+        reader.count = count;
+        FastRefill(reader);
+        bits = reader.bits;
+        count = reader.count;
+    };
+    auto lookup = [&](const FastTable& fast, const HuffmanLookup& slow) {
+        if (count < 32)
+            refill();
+        const std::uint32_t e = fast[bits >> (64 - kFastBits)];
+        return (e & kFastValid) != 0 ? e : slow.Find(static_cast<std::uint32_t>(bits >> 32));
+    };
+    auto save = [&] {
+        reader.bits = bits;
+        reader.count = count;
+    };
+
+    std::int32_t diff = 0;
+    if (count < 32)
+        refill();
+    const std::uint32_t d =
+        dcDifferences_[static_cast<std::size_t>(component.dcTable)][bits >> (64 - kFastBits)];
+    std::uint32_t e = 0;
+    if ((d & kFastValid) != 0) {
+        const int taken = static_cast<int>((d >> 16) & 0x1F);
+        bits <<= taken;
+        count -= taken;
+        diff = static_cast<std::int16_t>(d & 0xFFFF);
+    } else {
+        e = lookup(dcFast, dcTables_[static_cast<std::size_t>(component.dcTable)]);
+        const int s = static_cast<int>(e & 0xFFFF);
+        if (s > 16) {
+            save();
+            return -1;
+        }
+        const int length = static_cast<int>((e >> 16) & 0xFF);
+        bits <<= length;
+        count -= length;
+        if (s != 0)
+            diff = FastValue(bits, count, s);
+    }
+    // A difference of 0 leaves the (already 16-bit) predictor as it is.
+    component.dcPredictor = static_cast<std::int16_t>(static_cast<std::uint16_t>(
+        static_cast<std::uint32_t>(component.dcPredictor) + static_cast<std::uint32_t>(diff)));
+    block[0] = static_cast<std::int16_t>(
+        static_cast<std::uint16_t>(quant[0] * static_cast<std::uint32_t>(component.dcPredictor)));
+
+    const HuffmanLookup& ac = acTables_[static_cast<std::size_t>(component.acTable)];
+    const FastTable& coefficients = acCoefficients_[static_cast<std::size_t>(component.acTable)];
+    int k = 0;
+    for (;;) {
+        if (count < 32)
+            refill();
+        const std::uint32_t f = coefficients[bits >> (64 - kFastBits)];
+        if ((f & kFastValid) != 0 && k + static_cast<int>((f >> 21) & 0x3F) <= 63) {
+            k += static_cast<int>((f >> 21) & 0x3F);
+            const int taken = static_cast<int>((f >> 16) & 0x1F);
+            bits <<= taken;
+            count -= taken;
+            block[kZigzag[k]] = static_cast<std::int16_t>(static_cast<std::uint16_t>(
+                quant[static_cast<std::size_t>(k)] *
+                static_cast<std::uint32_t>(static_cast<std::int16_t>(f & 0xFFFF))));
+            if (k == 63) {
+                save();
+                return kBlockDone;
+            }
+            continue;
+        }
+        e = lookup(acFast, ac);
+        const int length = static_cast<int>((e >> 16) & 0xFF);
+        const std::uint32_t rs = e & 0xFF;
+        if (rs == 0) {
+            bits <<= length;
+            count -= length;
+            break;
+        }
+        if (rs == 0xF0) {
+            if (k > 63)
+                break; // Rare: the 32-bit register takes it from here.
+            bits <<= length;
+            count -= length;
+            k += 16;
+            continue;
+        }
+        const int size = static_cast<int>(rs & 0x0F);
+        const int next = k + static_cast<int>(rs >> 4) + 1;
+        if (size == 0 || next > 63)
+            break; // Rare: the size-0 read and the fatal index need the 32-bit register.
+        bits <<= length;
+        count -= length;
+        const std::int32_t v = FastValue(bits, count, size);
+        k = next;
+        block[kZigzag[k]] = static_cast<std::int16_t>(
+            static_cast<std::uint16_t>(quant[static_cast<std::size_t>(k)] * static_cast<std::uint32_t>(v)));
+        if (k == 63) {
+            save();
+            return kBlockDone;
+        }
+    }
+    save();
+    if ((e & 0xFF) != 0)
+        return k;
+    return k == 0 ? kBlockFlat : kBlockDone;
+}
+
 Status PhotoDecoder::DecodeScan()
 {
     auto* idct = useMmx_ ? &FastIdct : &PortableIdct;
     auto* store = useMmx_ ? &FastStoreBlock : &PortableStoreBlock;
+    const bool fusedIdct = useMmx_ && Sse2Built() && platform::HasSse2();
+    for (std::size_t t = 0; t < 2; ++t) {
+        BuildFastTable(dcTables_[t], dcFast_[t]);
+        BuildFastTable(acTables_[t], acFast_[t]);
+        BuildCoefficientTable(acFast_[t], acCoefficients_[t]);
+        BuildDifferenceTable(dcFast_[t], dcDifferences_[t]);
+    }
+    FastReader reader;
+    bool fast = false;
     int mcuCounter = 0;
     for (ComponentInfo& c : components_)
         c.dcPredictor = 0;
@@ -475,13 +816,41 @@ Status PhotoDecoder::DecodeScan()
                 for (int by = 0; by < c.v; ++by) {
                     for (int bx = 0; bx < c.h; ++bx) {
                         std::memset(block, 0, sizeof block);
-                        LUM_TRY(DecodeBlock(c, block));
+                        if (!fast && useFastReader_)
+                            fast = EnterFastReader(reader);
+                        int resume = -1;
+                        if (fast) {
+                            resume = DecodeBlockFast(reader, c, block);
+                            if (resume >= -1) {
+                                LeaveFastReader(reader);
+                                fast = false;
+                            }
+                        }
+                        if (resume >= -1)
+                            LUM_TRY(DecodeBlock(c, block, resume));
                         block[0] = static_cast<std::int16_t>(static_cast<std::uint16_t>(block[0] + 1024));
-                        idct(block);
                         const std::size_t row = (static_cast<std::size_t>(mcuRow) << (c.log2v + 3)) + 8u * by;
                         const std::size_t column = (static_cast<std::size_t>(mcuCol) << (c.log2h + 3)) + 8u * bx;
                         const std::size_t offset = row * stride + column;
-                        if (offset + 7 * stride + 8 <= planeSize) {
+                        const bool inside = offset + 7 * stride + 8 <= planeSize;
+                        if (resume == kBlockFlat && useMmx_) {
+                            const std::int16_t sample = FastIdctDcOnly(block[0]);
+                            if (inside) {
+                                // The store's unsigned saturation of one sample, on every row.
+                                const auto value = static_cast<std::uint8_t>(std::clamp<int>(sample, 0, 255));
+                                for (std::size_t r = 0; r < 8; ++r)
+                                    std::memset(c.plane.get() + offset + r * stride, value, 8);
+                                continue;
+                            }
+                            std::fill_n(block, 64, sample);
+                        } else if (fusedIdct && inside) {
+                            FastIdctStoreSse2(block, c.plane.get() + offset,
+                                              static_cast<std::ptrdiff_t>(stride));
+                            continue;
+                        } else {
+                            idct(block);
+                        }
+                        if (inside) {
                             store(block, c.plane.get() + offset, static_cast<std::ptrdiff_t>(stride));
                         } else {
                             // Sampling factors of 3 place blocks past their MCU: rows that would land
@@ -498,6 +867,10 @@ Status PhotoDecoder::DecodeScan()
             }
             ++mcuCounter;
             if (mcuCounter == restartInterval_) {
+                if (fast) {
+                    LeaveFastReader(reader);
+                    fast = false;
+                }
                 AlignToByte();
                 const bool last = mcuRow == mcusDown_ - 1 && mcuCol == mcusAcross_ - 1;
                 if (!last) {
@@ -514,6 +887,8 @@ Status PhotoDecoder::DecodeScan()
             }
         }
     }
+    if (fast)
+        LeaveFastReader(reader);
     return {};
 }
 

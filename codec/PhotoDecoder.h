@@ -19,6 +19,14 @@ enum class IdctPath {
     Portable, ///< The portable path.
 };
 
+/// How a scan's bits are read. Both give the same samples; the register alone is kept as the
+/// reference the fast reader is checked against.
+enum class BitReader
+{
+    Fast,     ///< A 64-bit reader that hands the rare cases to the 32-bit register.
+    Register, ///< The 32-bit register throughout.
+};
+
 /// A plane larger than this is refused (the frame fails to decode).
 inline constexpr std::size_t kMaxPlaneBytes = 256u << 20;
 /// The chunk size the player feeds the bit register with.
@@ -28,6 +36,7 @@ inline constexpr std::uint32_t kPhotoChunkCapacity = 0x10000;
 struct DecodeOptions
 {
     IdctPath idct = IdctPath::Auto;
+    BitReader bitReader = BitReader::Fast;
     std::uint32_t chunkCapacity = kPhotoChunkCapacity;
     std::size_t maxPlaneBytes = kMaxPlaneBytes; ///< Hosts with less memory (fuzzers) set it lower.
     std::size_t maxPictureBytes = std::size_t{1} << 30; ///< A larger picture counts as memory not had.
@@ -130,8 +139,37 @@ private:
     base::Status ReadScanHeader();
     base::Status SkipSegment();
     base::Status DecodeScan();
-    base::Status DecodeBlock(ComponentInfo& component, std::int16_t* block);
+    /// Decodes one block through the register, starting at coefficient `k` (-1: the DC difference first).
+    base::Status DecodeBlock(ComponentInfo& component, std::int16_t* block, int k);
     std::int32_t ReadValue(int size);
+
+    // The scan's fast bit reader: a 64-bit register fed straight from the photo's bytes, several at a
+    // time, taking exactly the byte sequence the 32-bit register takes (same stuffing rule, same chunk
+    // boundaries, zeros past the end). It only ever runs ahead of the 32-bit register, so the exact
+    // register state can be rebuilt from it at any symbol boundary (LeaveFastReader).
+    struct FastReader
+    {
+        std::uint64_t bits = 0;    // The next unread bit is bit 63; zeros below the valid ones.
+        int count = 0;             // Valid bits.
+        std::uint64_t pos = 0;     // The next byte's offset in the photo; past the end: zero bytes.
+        std::uint64_t start = 0;   // pos when the reader took over; never stepped back past.
+        std::uint64_t bulkEnd = 0; // Whole words may be read below this (the chunk's or the data's end).
+    };
+    static constexpr int kFastBits = 11; // The bits the fast tables are indexed by.
+    using FastTable = std::array<std::uint32_t, std::size_t{1} << kFastBits>;
+    static void BuildFastTable(const HuffmanLookup& lookup, FastTable& table);
+    /// For AC codes whose value bits also fit in the first bits: the whole coefficient at once.
+    static void BuildCoefficientTable(const FastTable& ac, FastTable& table);
+    /// For DC codes whose value bits also fit in the first bits: the whole difference at once.
+    static void BuildDifferenceTable(const FastTable& dc, FastTable& table);
+    bool EnterFastReader(FastReader& reader) const;
+    void LeaveFastReader(FastReader& reader);
+    void FastRefill(FastReader& reader) const;
+    std::uint32_t FastTakeByte(FastReader& reader) const;
+    /// Decodes a block through the fast reader. Returns the coefficient index (-1: DC) at which the
+    /// block must go on through the 32-bit register because of a rare case, or, when it is done, -2
+    /// (-3 when no coefficient after the first was decoded).
+    int DecodeBlockFast(FastReader& reader, ComponentInfo& component, std::int16_t* block);
 
     // The bit register; the next unread bit is bit 31.
     std::uint32_t bits_ = 0;
@@ -157,6 +195,10 @@ private:
     std::array<HuffmanLookup, 2> dcTables_;
     std::array<HuffmanLookup, 2> acTables_;
     HuffmanLookup* selectedTable_ = nullptr;
+    std::array<FastTable, 2> dcFast_{};
+    std::array<FastTable, 2> acFast_{};
+    std::array<FastTable, 2> acCoefficients_{};
+    std::array<FastTable, 2> dcDifferences_{};
     int restartEnabled_ = 0;
     int restartInterval_ = 0;
     int rstField_ = 0;
@@ -164,6 +206,7 @@ private:
     std::array<ComponentInfo*, 4> scanComponents_{};
     int inImage_ = 0;
     bool useMmx_ = false;
+    bool useFastReader_ = true;
     std::size_t maxPlaneBytes_ = kMaxPlaneBytes;
     bool failed_ = false; // A fatal condition met the FailPhoto policy.
 };

@@ -1,10 +1,13 @@
 // Decodes arbitrary bytes as a photo (both transforms, small chunks too) under the "fail this photo"
-// policy: the decoder must never crash, hang, read out of bounds or use uninitialised memory.
+// policy: the decoder must never crash, hang, read out of bounds or use uninitialised memory, and the
+// fast bit reader must leave exactly the planes of the 32-bit register.
 #include "codec/Photo.h"
 #include "platform/CorruptPhotoPolicy.h"
 #include "platform/MessageBox.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 
 namespace {
 
@@ -31,6 +34,28 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                                                        : codec::kPhotoChunkCapacity,
                                        .maxPlaneBytes = 256u << 10,
                                        .maxPictureBytes = 1u << 20};
+    {
+        codec::DecodeOptions registerOptions = options;
+        registerOptions.bitReader = codec::BitReader::Register;
+        auto fast = codec::PhotoDecoder::Create({data, size}, options);
+        auto reference = codec::PhotoDecoder::Create({data, size}, registerOptions);
+        if (fast.ok() && reference.ok()) {
+            const bool fastOk = (*fast)->ParseMarkers().ok();
+            const bool referenceOk = (*reference)->ParseMarkers().ok();
+            if (fastOk != referenceOk)
+                std::abort();
+            if (fastOk) {
+                if ((*fast)->ComponentCount() != (*reference)->ComponentCount())
+                    std::abort();
+                for (int c = 0; c < (*fast)->ComponentCount(); ++c) {
+                    const auto a = (*fast)->Component(c).Plane();
+                    const auto b = (*reference)->Component(c).Plane();
+                    if (!std::equal(a.begin(), a.end(), b.begin(), b.end()))
+                        std::abort();
+                }
+            }
+        }
+    }
     codec::Photo photo;
     if (codec::DecodePhoto(photo, {data, size}, options) != 1)
         return 0;

@@ -48,7 +48,7 @@ TEST(FastIdct, Sse2MatchesScalarLaneModelBitForBit)
     constexpr int kBlocks = 400'000; // Unoptimised and sanitizer builds; the optimised build runs them all.
 #endif
     alignas(16) std::int16_t input[64], scalar[64], simd[64];
-    std::uint8_t storedScalar[64], storedSimd[64];
+    std::uint8_t storedScalar[64], storedSimd[64], storedFused[64];
     int mismatches = 0;
     for (int n = 0; n < kBlocks && mismatches < 5; ++n) {
         FillBlock(rng, n % 4, input);
@@ -58,7 +58,9 @@ TEST(FastIdct, Sse2MatchesScalarLaneModelBitForBit)
         FastIdctSse2(simd);
         PortableStoreBlock(scalar, storedScalar, 8);
         FastStoreBlockSse2(simd, storedSimd, 8);
-        if (std::memcmp(scalar, simd, sizeof scalar) != 0 || std::memcmp(storedScalar, storedSimd, 64) != 0) {
+        FastIdctStoreSse2(input, storedFused, 8);
+        if (std::memcmp(scalar, simd, sizeof scalar) != 0 || std::memcmp(storedScalar, storedSimd, 64) != 0 ||
+            std::memcmp(storedScalar, storedFused, 64) != 0) {
             ++mismatches;
             ADD_FAILURE() << "block " << n << " (shape " << n % 4 << ") differs";
         }
@@ -92,6 +94,22 @@ TEST(Idct, DcOnlyBlocksGiveFlatSamples)
         for (int i = 0; i < 64; ++i) {
             ASSERT_EQ(fastOut[i], row.fast) << "sample " << i;
             ASSERT_EQ(portableOut[i], row.portable) << "sample " << i;
+        }
+    }
+}
+
+// Every first coefficient: the shortcut for flat blocks gives what both forms of the transform give.
+TEST(FastIdct, DcOnlyShortcutMatchesTheTransformForEveryValue)
+{
+    for (int dc = -32768; dc <= 32767; ++dc) {
+        std::int16_t scalar[64] = {static_cast<std::int16_t>(dc)}, fast[64] = {static_cast<std::int16_t>(dc)};
+        FastIdctScalar(scalar);
+        FastIdct(fast);
+        const std::int16_t expected = FastIdctDcOnly(static_cast<std::int16_t>(dc));
+        for (int i = 0; i < 64; ++i) {
+            if (scalar[i] != expected || fast[i] != expected)
+                FAIL() << "dc " << dc << ", sample " << i << ": " << scalar[i] << "/" << fast[i] << " vs "
+                       << expected;
         }
     }
 }

@@ -1,10 +1,13 @@
 #include "codec/PhotoBitmap.h"
 
+#include "codec/ColourRows.h"
 #include "platform/MessageBox.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <random>
 #include <vector>
 
 namespace lumenar::codec {
@@ -113,6 +116,48 @@ public:
     }
     std::vector<std::string> texts;
 };
+
+// The whole-row path must give the table look-ups' bytes: every (luma, Cb, Cr) colour term and clamp,
+// the half-sample lead, and the pixels left to the tail of each row.
+TEST(ConvertToDib, RowPathMatchesTheTables)
+{
+    struct Planes
+    {
+        const char* name;
+        int width, height, h, v;
+        int kind; // 0: every Cb/Cr pair with luma from the position; 1: every luma/Cb pair; 2: random.
+    };
+    const Planes rows[] = {
+        {"all chroma pairs", 256, 256, 1, 1, 0},         {"all luma and Cb", 256, 256, 1, 1, 1},
+        {"all chroma pairs, halved", 512, 256, 2, 1, 0}, {"random 4:2:0", 1021, 67, 2, 2, 2},
+        {"random 4:4:4, odd width", 33, 9, 1, 1, 2},     {"random 4:2:2, width 17", 17, 5, 2, 1, 2},
+        {"random, under 16 wide", 15, 3, 2, 2, 2},       {"random, h = 4", 64, 8, 4, 1, 2},
+    };
+    std::mt19937 random(5);
+    for (const Planes& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::size_t stride = (static_cast<std::size_t>(row.width) + 7) & ~std::size_t{7};
+        const std::size_t chromaStride = stride / static_cast<std::size_t>(row.h);
+        const std::size_t chromaRows = (static_cast<std::size_t>(row.height) + row.v - 1) / row.v;
+        std::vector<std::uint8_t> y(stride * row.height), cb(chromaStride * chromaRows), cr(cb.size());
+        for (std::size_t i = 0; i < y.size(); ++i)
+            y[i] = static_cast<std::uint8_t>(row.kind == 1   ? i / stride
+                                             : row.kind == 0 ? i * 7 + i / stride
+                                                             : random());
+        for (std::size_t i = 0; i < cb.size(); ++i) {
+            cb[i] = static_cast<std::uint8_t>(row.kind == 2 ? random() : i % chromaStride);
+            cr[i] = static_cast<std::uint8_t>(row.kind == 0   ? i / chromaStride
+                                              : row.kind == 1 ? i * 3
+                                                              : random());
+        }
+        PhotoBitmap viaRows(row.width, row.height), viaTables(row.width, row.height);
+        ASSERT_EQ(ConvertToDibWith(viaRows, y, cb, cr, row.h, row.v, ColourPath::Auto), 1);
+        ASSERT_EQ(ConvertToDibWith(viaTables, y, cb, cr, row.h, row.v, ColourPath::Portable), 1);
+        const auto a = viaRows.Block(), b = viaTables.Block();
+        const auto mismatch = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+        EXPECT_TRUE(mismatch.first == a.end()) << "first difference at byte " << (mismatch.first - a.begin());
+    }
+}
 
 TEST(ConvertToDib, PictureBeyondItsMemoryIsEmpty)
 {

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 namespace lumenar::codec {
@@ -455,6 +456,76 @@ TEST(PhotoDecoder, DamagedStreamsDecodeWithoutFaults)
         }
     }
     EXPECT_GT(decoded, 0);
+}
+
+// The fast reader must leave exactly the samples, outcome and messages of the 32-bit register: on
+// damaged streams (where it hands over to the register mid-block and back) and at chunk sizes that put
+// stuffed pairs, restart markers and the data's end on chunk boundaries.
+TEST(PhotoDecoder, FastReaderMatchesTheRegister)
+{
+    FailPhotoPolicy policy;
+    auto corpus = DamageCorpus();
+    // Coefficients that make the entropy coder emit many 0xFF bytes, with a restart after every MCU.
+    ZigzagBlock ones(64, 0);
+    for (int k = 0; k < 64; ++k)
+        ones[static_cast<std::size_t>(k)] = k % 2 == 0 ? -255 : 255;
+    corpus.push_back(MakeUniformPhoto(48, 32, ones, 1, 2, 1));
+    corpus.push_back(MakeUniformPhoto(24, 40, ones, 3));
+    // Photos whose restart intervals begin with a stuffed pair: the fast reader has read past it when it
+    // hands over at the marker, and must give the pair back as one byte.
+    std::mt19937 random(11);
+    int pairsAfterMarkers = 0;
+    for (int attempt = 0; attempt < 2000 && pairsAfterMarkers < 4; ++attempt) {
+        ZigzagBlock block(64, 0);
+        for (int& value : block)
+            value = random() % 3 == 0 ? static_cast<int>(random() % 2047) - 1023 : 0;
+        auto photo = MakeUniformPhoto(32, 16, block, 1);
+        bool found = false;
+        for (std::size_t i = 0; i + 8 < photo.size() && !found; ++i) {
+            if (photo[i] != 0xFF || (photo[i + 1] & 0xF8) != 0xD0)
+                continue;
+            for (std::size_t j = i + 2; j < i + 7; ++j)
+                found = found || (photo[j] == 0xFF && photo[j + 1] == 0x00);
+        }
+        if (found) {
+            corpus.push_back(std::move(photo));
+            ++pairsAfterMarkers;
+        }
+    }
+    ASSERT_EQ(pairsAfterMarkers, 4);
+    int fastTaken = 0;
+    for (std::size_t n = 0; n < corpus.size(); ++n) {
+        for (std::uint32_t chunk : {kPhotoChunkCapacity, 4u, 5u, 7u, 64u}) {
+            SCOPED_TRACE(::testing::Message() << "photo " << n << ", chunk " << chunk);
+            base::Status statuses[2];
+            std::vector<std::string> messages[2];
+            std::unique_ptr<PhotoDecoder> decoders[2];
+            for (int r = 0; r < 2; ++r) {
+                CaptureSink sink;
+                auto created = PhotoDecoder::Create(
+                    corpus[n], {.bitReader = r == 0 ? BitReader::Fast : BitReader::Register,
+                                .chunkCapacity = chunk,
+                                .maxPlaneBytes = 1u << 20});
+                ASSERT_TRUE(created.ok());
+                decoders[r] = std::move(created).value();
+                statuses[r] = decoders[r]->ParseMarkers();
+                messages[r] = sink.texts;
+            }
+            ASSERT_EQ(statuses[0].ok(), statuses[1].ok());
+            EXPECT_EQ(messages[0], messages[1]);
+            if (!statuses[0].ok())
+                continue;
+            ASSERT_EQ(decoders[0]->ComponentCount(), decoders[1]->ComponentCount());
+            for (int c = 0; c < decoders[0]->ComponentCount(); ++c) {
+                const auto fast = decoders[0]->Component(c).Plane();
+                const auto reference = decoders[1]->Component(c).Plane();
+                ASSERT_TRUE(std::equal(fast.begin(), fast.end(), reference.begin(), reference.end()))
+                    << "component " << c;
+            }
+            ++fastTaken;
+        }
+    }
+    EXPECT_GT(fastTaken, 1000);
 }
 
 TEST(PhotoDecoder, FuzzRegressionsDecodeWithoutFaults)
