@@ -68,8 +68,8 @@ int PhotoCache::LoadNext(std::string_view photoRef, std::string_view maskRef, st
 void PhotoCache::Rotate(const film::FilmItem* item, codec::Photo** outPhoto, codec::Photo** outMask)
 {
     item_ = item;
-    // Compatibility: the previous mask goes only together with a previous photo, so a mask whose photo
-    // slot was already empty lives one rotation longer.
+    // The slots own their photos, so a mask left in the previous slot without its photo is released
+    // by the move below rather than forgotten.
     if (previousPhoto_) {
         previousPhoto_.reset();
         previousMask_.reset();
