@@ -39,7 +39,8 @@ public:
     /// Any thread but the loader's.
     void Stop();
 
-    /// True when the loop ended (on its own or stopped) within `timeoutMs`. Any thread.
+    /// True when the loop ended (on its own or stopped) within `timeoutMs`. Only the first call after
+    /// the end sees it: the signal is consumed. Any thread.
     bool WaitEnded(std::uint32_t timeoutMs) { return ended_.Wait(timeoutMs); }
 
 private:
