@@ -1,0 +1,383 @@
+#include "playback/PhotoLoader.h"
+
+#include "codec/Photo.h"
+#include "platform/CorruptPhotoPolicy.h"
+#include "platform/DebugTrace.h"
+#include "platform/InMemoryPictures.h"
+#include "platform/MessageBox.h"
+#include "playback/ClipPlayer.h"
+#include "playback/SlidePlayer.h"
+#include "tests/support/JpegWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace lumenar::playback {
+namespace {
+
+using film::FilmFile;
+using film::FilmItem;
+
+constexpr std::uint32_t kLongWait = 5000; // Generous: the loader polls every 100 ms.
+
+/// A registered in-memory photo of `width` x `height`, named as a film names it.
+FilmFile GoodPhoto(int width, int height)
+{
+    testing::ZigzagBlock block(64, 0);
+    block[0] = 40;
+    const auto name = platform::RegisterInMemoryPicture(testing::MakeUniformPhoto(width, height, block));
+    return FilmFile{std::to_string(name.length), std::to_string(name.address)};
+}
+
+/// Registered bytes that are no photo.
+FilmFile BadPhoto()
+{
+    const auto name = platform::RegisterInMemoryPicture(std::vector<std::uint8_t>(64, 0x5A));
+    return FilmFile{std::to_string(name.length), std::to_string(name.address)};
+}
+
+const FilmFile kNoMask{"", "0"};
+
+FilmItem PhotoItem(FilmFile photo, FilmFile mask = kNoMask)
+{
+    FilmItem item;
+    item.kind = film::kFilmItemPhoto;
+    item.photo = std::move(photo);
+    item.mask = std::move(mask);
+    item.width = 16;
+    item.height = 16;
+    return item;
+}
+
+/// A film, the shared state and a running loader, as a player window holds them.
+struct LoaderRig
+{
+    explicit LoaderRig(const std::vector<FilmItem>& items)
+    {
+        platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
+        for (const FilmItem& item : items)
+            film.AddItem(item);
+        state.film = &film;
+        loader.Start();
+    }
+
+    /// Signals one more item and waits for the loader's answer.
+    bool Offer()
+    {
+        state.itemAvailable.Set();
+        return state.photoReady.Wait(kLongWait);
+    }
+
+    /// What the sequencer does when it enters the next item.
+    void Enter(std::int32_t number)
+    {
+        std::lock_guard guard(state.cacheLock);
+        cache.Rotate(nullptr, &state.currentPhoto, &state.currentMask);
+        state.currentNumber.store(number);
+        state.nextReady.store(0);
+    }
+
+    film::Film film;
+    PlaybackState state;
+    PhotoCache cache{0};
+    ClipPlayer clips;
+    PhotoLoaderThread loader{state, cache, clips};
+};
+
+TEST(PhotoLoader, OnePhotoFilmDecodesOnceThenEndsAtTheNextSignal)
+{
+    LoaderRig rig({PhotoItem(GoodPhoto(16, 8))});
+    ASSERT_TRUE(rig.Offer());
+    EXPECT_EQ(rig.state.nextReady.load(), 1);
+    EXPECT_EQ(rig.state.nextIndex.load(), 1);
+    ASSERT_NE(rig.state.nextPhoto, nullptr);
+    EXPECT_EQ(rig.state.nextPhoto->Width(), 16);
+    EXPECT_EQ(rig.state.nextPhoto->Height(), 8);
+    EXPECT_EQ(rig.state.nextMask, nullptr);
+
+    rig.Enter(1);
+    rig.state.itemAvailable.Set();
+    EXPECT_TRUE(rig.loader.WaitEnded(kLongWait));
+    EXPECT_FALSE(rig.state.photoReady.Wait(0)) << "leaving the film is no load attempt";
+    EXPECT_EQ(rig.state.nextReady.load(), 0);
+}
+
+TEST(PhotoLoader, MaskIsOptionalAndNeverAnError)
+{
+    struct Row
+    {
+        const char* name;
+        FilmFile mask;
+        bool expectMask;
+    };
+    const Row rows[] = {
+        {"mask \"0\"", kNoMask, false},
+        {"decodable mask", GoodPhoto(16, 16), true},
+        {"undecodable mask", BadPhoto(), false},
+        {"unregistered mask", FilmFile{"64", "12345"}, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        LoaderRig rig({PhotoItem(GoodPhoto(16, 16), row.mask)});
+        ASSERT_TRUE(rig.Offer());
+        EXPECT_EQ(rig.state.nextReady.load(), 1);
+        EXPECT_NE(rig.state.nextPhoto, nullptr);
+        EXPECT_EQ(rig.state.nextMask != nullptr, row.expectMask);
+        EXPECT_EQ(rig.cache.LiveSlots(), row.expectMask ? 2 : 1);
+    }
+}
+
+TEST(PhotoLoader, UndecodablePhotosLeaveTheLastGoodPictureAndSignalAnyway)
+{
+    LoaderRig rig({PhotoItem(GoodPhoto(16, 16)), PhotoItem(BadPhoto()), PhotoItem(BadPhoto())});
+    ASSERT_TRUE(rig.Offer());
+    rig.Enter(1);
+    const codec::Photo* shown = rig.state.currentPhoto;
+    ASSERT_NE(shown, nullptr);
+
+    for (std::int32_t number : {2, 3}) {
+        SCOPED_TRACE(number);
+        ASSERT_TRUE(rig.Offer()) << "photoReady is signalled for a failed load too";
+        EXPECT_EQ(rig.state.nextReady.load(), 0);
+        EXPECT_EQ(rig.state.nextIndex.load(), 1);
+        EXPECT_EQ(rig.state.nextPhoto, shown) << "the next pointer still names the picture on screen";
+        // The sequencer shows nextPhoto again without rotating and moves on.
+        rig.state.currentNumber.store(number);
+    }
+}
+
+TEST(PhotoLoader, ReadinessByItemKind)
+{
+    FilmItem clip;
+    clip.kind = film::kFilmItemClip;
+    clip.clipFile = FilmFile{"C:\\clips", "missing.avi"};
+    clip.clipPicture1 = GoodPhoto(32, 16);
+    FilmItem clipWithoutStill = clip;
+    clipWithoutStill.clipPicture1 = BadPhoto();
+    FilmItem show;
+    show.kind = film::kFilmItemPowerPoint;
+    FilmItem unknown;
+    unknown.kind = 1002;
+
+    struct Row
+    {
+        const char* name;
+        FilmItem item;
+        bool expectReady;
+        bool expectPhoto;
+    };
+    const Row rows[] = {
+        {"photo", PhotoItem(GoodPhoto(16, 16)), true, true},
+        {"clip with its first-frame still", clip, true, true},
+        {"clip without a still", clipWithoutStill, false, false},
+        {"PowerPoint show", show, true, false},
+        {"unknown kind", unknown, false, true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        LoaderRig rig({PhotoItem(GoodPhoto(8, 8)), row.item});
+        ASSERT_TRUE(rig.Offer());
+        rig.Enter(1);
+        // The pointer left from the last load: a changed value shows the loader wrote it.
+        ASSERT_NE(rig.state.nextPhoto, nullptr);
+        ASSERT_TRUE(rig.Offer());
+        EXPECT_EQ(rig.state.nextReady.load(), row.expectReady ? 1 : 0);
+        EXPECT_EQ(rig.state.nextPhoto != nullptr, row.expectPhoto);
+        if (row.expectReady) {
+            EXPECT_EQ(rig.state.nextIndex.load(), 2);
+        }
+    }
+}
+
+TEST(PhotoLoader, WaitsForTheStepBeforeLoadingAgain)
+{
+    LoaderRig rig({PhotoItem(GoodPhoto(16, 16)), PhotoItem(GoodPhoto(16, 16))});
+    ASSERT_TRUE(rig.Offer());
+    const codec::Photo* first = rig.state.nextPhoto;
+    // nextReady still set: the signal waits, unconsumed, until the sequencer has taken the photo.
+    rig.state.itemAvailable.Set();
+    EXPECT_FALSE(rig.state.photoReady.Wait(350));
+    EXPECT_EQ(rig.state.nextPhoto, first);
+    rig.Enter(1);
+    ASSERT_TRUE(rig.state.photoReady.Wait(kLongWait));
+    EXPECT_EQ(rig.state.nextIndex.load(), 2);
+}
+
+TEST(PhotoLoader, ClosedGateHoldsTheLoaderOutsideTheLock)
+{
+    LoaderRig rig({PhotoItem(GoodPhoto(16, 16))});
+    rig.state.loaderGate.Suspend();
+    rig.state.itemAvailable.Set();
+    EXPECT_FALSE(rig.state.photoReady.Wait(350));
+    {
+        // The sequencer can always rotate while the loader is held.
+        std::unique_lock guard(rig.state.cacheLock, std::try_to_lock);
+        EXPECT_TRUE(guard.owns_lock());
+    }
+    rig.state.loaderGate.Resume();
+    EXPECT_TRUE(rig.state.photoReady.Wait(kLongWait));
+}
+
+TEST(PhotoLoader, StopWhilePollingReturnsPromptlyAndSaysSo)
+{
+    std::mutex traceLock;
+    std::vector<std::string> traces;
+    platform::SetDebugTraceCapture([&](std::string_view text) {
+        std::lock_guard guard(traceLock);
+        traces.emplace_back(text);
+    });
+    {
+        LoaderRig rig({PhotoItem(GoodPhoto(16, 16))});
+        const auto start = std::chrono::steady_clock::now();
+        rig.loader.Stop();
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+        EXPECT_EQ(rig.state.loaderRunning.load(), 0);
+        rig.loader.Stop(); // A second stop finds nothing to do.
+    }
+    platform::SetDebugTraceCapture({});
+    EXPECT_EQ(traces, std::vector<std::string>{"PhotoThread[2] has finished ---- \n"});
+}
+
+TEST(PhotoCache, RotateKeepsAtMostThreePhotosAlive)
+{
+    platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
+    const std::string photoRef = film::JoinFilmFile(GoodPhoto(8, 8));
+    PhotoCache cache(0);
+    codec::Photo* next = nullptr;
+    codec::Photo* nextMask = nullptr;
+    codec::Photo* current = nullptr;
+    codec::Photo* currentMask = nullptr;
+    const int expectedAfterLoad[] = {2, 4, 6, 6, 6};
+    for (int step = 0; step < 5; ++step) {
+        SCOPED_TRACE(step);
+        ASSERT_EQ(cache.LoadNext(photoRef, photoRef, 8, 8, &next, &nextMask), 1);
+        EXPECT_EQ(cache.LiveSlots(), expectedAfterLoad[step]);
+        cache.Rotate(nullptr, &current, &currentMask);
+        EXPECT_EQ(current, next);
+        EXPECT_EQ(currentMask, nextMask);
+    }
+    // A failed load empties only the next slots; the rotation after it leaves nothing to show.
+    EXPECT_EQ(cache.LoadNext("5\\1", "0", 8, 8, &next, &nextMask), 0);
+    EXPECT_EQ(next, current) << "outputs are not written on failure";
+    cache.Rotate(nullptr, &current, &currentMask);
+    EXPECT_EQ(current, nullptr);
+    EXPECT_EQ(cache.LiveSlots(), 2);
+}
+
+TEST(PhotoCache, ViewerKeysScrollAndZoomWithinBounds)
+{
+    struct Row
+    {
+        const char* name;
+        std::int32_t width, height; // The viewer's picture; 0 keeps the 1 x 1 one.
+        std::vector<int> keys;
+        std::int32_t scrollX, scrollY, viewedWidth, zoomCount;
+    };
+    const Row rows[] = {
+        {"1 x 1 picture only repaints", 0, 0, {kViewerKeyRight, kViewerKeyDown, kViewerKeyPlus}, 0, 0, 2, 1},
+        {"arrows scroll by 25",
+         1000,
+         1000,
+         {kViewerKeyRight, kViewerKeyRight, kViewerKeyDown},
+         50,
+         25,
+         1000,
+         0},
+        {"scroll stops at the edges",
+         120,
+         1000,
+         {kViewerKeyRight, kViewerKeyLeft, kViewerKeyLeft, kViewerKeyUp},
+         0,
+         0,
+         120,
+         0},
+        {"scroll stops past the far edge", 110, 110, {kViewerKeyRight, kViewerKeyRight}, 10, 0, 110, 0},
+        {"a picture within the view does not scroll",
+         100,
+         100,
+         {kViewerKeyRight, kViewerKeyDown},
+         0,
+         0,
+         100,
+         0},
+        {"plus doubles, minus halves",
+         300,
+         200,
+         {kViewerKeyPlus, kViewerKeyPlus, kViewerKeyMinus},
+         0,
+         0,
+         600,
+         1},
+        {"16 MiB may still double", 2048, 2048, {kViewerKeyPlus}, 0, 0, 4096, 1},
+        {"more than 16 MiB is refused", 2049, 2048, {kViewerKeyPlus}, 0, 0, 2049, 0},
+        {"minus never goes below one pixel", 0, 0, {kViewerKeyMinus, kViewerKeyMinus}, 0, 0, 1, -2},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        PhotoCache cache(0);
+        cache.Init(nullptr, ViewRect{0, 0, 100, 100}, ViewRect{0, 0, 100, 100});
+        if (row.width != 0) {
+            ASSERT_TRUE(cache.SetViewerPicture(row.width, row.height));
+        }
+        for (int key : row.keys)
+            EXPECT_TRUE(cache.HandleViewerKey(key)) << "every viewer key asks for a repaint";
+        EXPECT_EQ(cache.Viewer().scrollX, row.scrollX);
+        EXPECT_EQ(cache.Viewer().scrollY, row.scrollY);
+        EXPECT_EQ(cache.Viewer().viewedWidth, row.viewedWidth);
+        EXPECT_EQ(cache.Viewer().zoomCount, row.zoomCount);
+        EXPECT_FALSE(cache.HandleViewerKey('A'));
+    }
+}
+
+class CapturingSink : public platform::MessageSink
+{
+public:
+    int Show(platform::Window*, unsigned, std::string_view title, std::string_view text) override
+    {
+        shown.push_back(std::string(title) + "|" + std::string(text));
+        return platform::kAnswerOk;
+    }
+    std::vector<std::string> shown;
+};
+
+TEST(SlidePlayer, ReportsTheMissingViewerOnceAndShowsNothing)
+{
+    CapturingSink sink;
+    platform::SetMessageSink(&sink);
+    SlidePlayer slides;
+    FilmItem show;
+    codec::Photo stale;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        codec::Photo* photo = &stale;
+        EXPECT_EQ(slides.StartShow(&show, &photo), 0);
+        EXPECT_EQ(photo, nullptr);
+        EXPECT_EQ(slides.Item(), &show);
+    }
+    platform::SetMessageSink(nullptr);
+    EXPECT_EQ(sink.shown, std::vector<std::string>{"Error|PowerPoint Viewer missed"});
+}
+
+TEST(ClipPlayer, StartClipShowsTheFirstFrameStillAndNeverPlays)
+{
+    platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
+    ClipPlayer clips;
+    codec::Photo* next = nullptr;
+    ASSERT_EQ(clips.LoadClip("missing.avi", film::JoinFilmFile(GoodPhoto(24, 16)), 24, 16, &next), 1);
+    ASSERT_NE(next, nullptr);
+    codec::Photo* current = nullptr;
+    clips.StartClip(nullptr, &current, 0);
+    EXPECT_EQ(current, next);
+    EXPECT_EQ(current->Width(), 24);
+    EXPECT_EQ(clips.IsPlaying(), 0);
+    // Loading the next clip's still keeps the one on screen alive.
+    ASSERT_EQ(clips.LoadClip("b.avi", film::JoinFilmFile(GoodPhoto(8, 8)), 8, 8, &next), 1);
+    EXPECT_EQ(current->Width(), 24);
+    clips.StopClip(1);
+}
+
+} // namespace
+} // namespace lumenar::playback
