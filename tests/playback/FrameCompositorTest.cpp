@@ -23,7 +23,7 @@ TEST(FrameGeometry, CentresTheDesignSizeOrFitsItsShape)
         {700, 700, false, {30, 110, 670, 590}}, // The small design size.
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.width << "x" << c.height);
+        SCOPED_TRACE(::testing::Message() << c.width << "x" << c.height);
         EXPECT_EQ(FrameGeometry(c.width, c.height, c.large), c.frame);
     }
 }
@@ -98,7 +98,7 @@ TEST_F(Compositor, PortraitPhotoGetsBlackBarsAtTheSides)
 {
     codec::Photo photo = Uniform(300, 400, 400);
     std::uint32_t colour = PixelAt(photo.Bitmap()->Pixels(), 300, 400, 0, 0);
-    compositor.RenderPhoto(&photo, nullptr, {}, compositor.Target().empty() ? nullptr : const_cast<std::uint8_t*>(compositor.Target().data()));
+    compositor.RenderPhoto(&photo, nullptr, {}, const_cast<std::uint8_t*>(compositor.Target().data()));
     // 533 × 400 around the photo at x = 116, enlarged by 640 / 533: bars of about 139 pixels.
     EXPECT_EQ(Target(100, 240), 0u);
     EXPECT_EQ(Target(135, 240), 0u);

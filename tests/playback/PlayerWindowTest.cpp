@@ -91,20 +91,20 @@ public:
             opener_.join();
     }
 
-    /// Starts playback with `items`; the opener offers them one by one, `held` items are never offered.
+    /// Starts playback of `items`; the opener offers their data one by one; the last `held` never come.
     void Play(std::vector<film::FilmItem> items, int held = 0)
     {
-        items_ = std::move(items);
+        // The film file names every item before any item's data arrives.
+        for (const film::FilmItem& item : items) {
+            std::int32_t number = film_.AddItem(item);
+            for (const film::FilmText& text : item.texts)
+                film_.AddText(number, text);
+        }
+        std::size_t offered = items.size() - held;
         ASSERT_EQ(player_.Create(*host_, control_, &film_, 1, true), 1);
-        opener_ = std::thread([this, held] {
+        opener_ = std::thread([this, offered] {
             PlaybackState& state = player_.State();
-            for (std::size_t i = 0; i + held < items_.size() && openerRunning_; ++i) {
-                {
-                    std::lock_guard guard(state.filmLock);
-                    std::int32_t number = film_.AddItem(items_[i]);
-                    for (const film::FilmText& text : items_[i].texts)
-                        film_.AddText(number, text);
-                }
+            for (std::size_t i = 0; i < offered && openerRunning_; ++i) {
                 state.itemAvailable.Set();
                 while (openerRunning_ && !state.stepDone.Wait(0))
                     std::this_thread::sleep_for(100ms);
@@ -144,7 +144,6 @@ public:
     platform::WindowId control_ = 0;
     film::Film film_;
     PlayerWindow player_;
-    std::vector<film::FilmItem> items_;
     std::thread opener_;
     std::atomic<bool> openerRunning_{true};
     std::atomic<int> stops_{0};
@@ -201,6 +200,30 @@ TEST(PlayerWindow, ManualModeAdvancesOnlyOnPageDown)
     ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 2; }, 3000));
     EXPECT_EQ(h.player_.CurrentNumber(), 2);
     EXPECT_EQ(h.CentreNow(), ColourOf(photos[1]));
+}
+
+TEST(PlayerWindow, PageUpGoesBackOneItem)
+{
+    std::vector<film::FilmFile> photos = {UniformPhoto(-600), UniformPhoto(0), UniformPhoto(600)};
+    std::vector<film::FilmItem> items;
+    for (const film::FilmFile& photo : photos)
+        items.push_back(PhotoItem(photo, 1, 0));
+    Harness h(film::kAdvanceManual);
+    h.Play(items);
+    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 1; }, 3000));
+    h.host_->InjectKey(platform::kKeyPageUp);
+    h.PumpFor(300);
+    EXPECT_EQ(h.player_.StepsDone(), 1) << "on item 1 there is nothing to go back to";
+    h.host_->InjectKey(platform::kKeyPageDown);
+    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 2; }, 3000));
+    ASSERT_EQ(h.player_.CurrentNumber(), 2);
+    h.PumpFor(300); // Item 3 is decoded ahead meanwhile.
+    h.host_->InjectKey(platform::kKeyPageUp);
+    h.PumpFor(50);
+    h.player_.State().itemAvailable.Set(); // The item's data is there again for the loader.
+    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 3; }, 3000));
+    EXPECT_EQ(h.player_.CurrentNumber(), 1);
+    EXPECT_EQ(h.CentreNow(), ColourOf(photos[0]));
 }
 
 TEST(PlayerWindow, EscapeDuringATransitionKeepsTheOldPictureAndSkipsCaptions)
