@@ -12,63 +12,29 @@ namespace {
 
 constexpr int kMaxSide = 32767; // Keeps every 16.16 step and pixel offset within 32 bits.
 
-std::int32_t ReadInt32(const std::uint8_t* p)
+/// A photo's pixels as the resamplers read them: 32-bit BGRX, bottom row first. The decoded picture is
+/// read in place; copying a packed bitmap of a large photo first would double the work for nothing.
+struct PhotoView
 {
-    std::int32_t value;
-    std::memcpy(&value, p, 4);
-    return value;
-}
-
-/// The packed bitmap of a photo read as what a resampler needs.
-struct PackedView
-{
-    codec::PackedDib dib;
     const std::uint8_t* rows = nullptr;
     int width = 0;
     int height = 0;
-    int bitCount = 0;
 };
 
-bool OpenPacked(const codec::Photo& photo, PackedView& view)
+bool OpenPhoto(const codec::Photo& photo, PhotoView& view)
 {
-    view.dib = photo.CopyPackedDib();
-    if (!view.dib || view.dib.size < 40)
+    const codec::PhotoBitmap* bitmap = photo.Bitmap();
+    if (bitmap == nullptr || bitmap->BitCount() != 32)
         return false;
-    const std::uint8_t* header = view.dib.bytes.get();
-    view.width = ReadInt32(header + 4);
-    view.height = ReadInt32(header + 8);
-    view.bitCount = header[14] | (header[15] << 8);
+    view.width = bitmap->Width();
+    view.height = bitmap->Height();
     if (view.width <= 0 || view.height <= 0 || view.width > kMaxSide || view.height > kMaxSide)
         return false;
-    if (view.bitCount != 32 && view.bitCount != 24)
+    auto pixels = bitmap->Pixels();
+    if (pixels.size() < std::size_t(view.width) * view.height * 4)
         return false;
-    std::size_t stride = view.bitCount == 32 ? std::size_t(view.width) * 4 : (std::size_t(view.width) * 3 + 3) & ~3u;
-    std::size_t headerSize = static_cast<std::uint32_t>(ReadInt32(header));
-    if (headerSize < 40 || headerSize > view.dib.size || view.dib.size - headerSize < stride * view.height)
-        return false;
-    view.rows = header + headerSize;
+    view.rows = pixels.data();
     return true;
-}
-
-/// Bring a 24-bit picture to 32 bits so that the area filter has one layout to read.
-std::vector<std::uint8_t> As32Bit(const PackedView& view)
-{
-    std::vector<std::uint8_t> pixels(std::size_t(view.width) * view.height * 4);
-    if (view.bitCount == 32) {
-        std::memcpy(pixels.data(), view.rows, pixels.size());
-        return pixels;
-    }
-    std::size_t stride = (std::size_t(view.width) * 3 + 3) & ~std::size_t{3};
-    for (int y = 0; y < view.height; ++y) {
-        const std::uint8_t* in = view.rows + y * stride;
-        std::uint8_t* out = pixels.data() + std::size_t(y) * view.width * 4;
-        for (int x = 0; x < view.width; ++x) {
-            out[x * 4] = in[x * 3];
-            out[x * 4 + 1] = in[x * 3 + 1];
-            out[x * 4 + 2] = in[x * 3 + 2];
-        }
-    }
-    return pixels;
 }
 
 /// For each destination index the source pixels it covers and by how much, in units of 1/dn of a
@@ -152,6 +118,14 @@ int BilinearStretch(std::uint8_t* destination, int dw, int dh, const std::uint8_
     // Where the next-row pointer must stay below: the end of the image for 32 bits; for 24 bits the end
     // of the last row's pixels, which keeps the padding of the last row out of reach.
     const std::uint8_t* guard = bitCount == 32 ? source + stride * sh : source + stride * (sh - 1) + sw * 3;
+    if (bitCount == 32 && dw == sw && dh == sh) {
+        // Both steps are exactly one pixel and every weight is 0: the filter reproduces its source.
+        for (std::size_t i = 0; i < std::size_t(dw) * dh; ++i) {
+            std::memcpy(destination + i * 4, source + i * 4, 3);
+            destination[i * 4 + 3] = 0;
+        }
+        return 1;
+    }
     const std::int32_t ystep = static_cast<std::int32_t>((std::int64_t(sh) * 65536) / dh);
     const std::int32_t xstep = static_cast<std::int32_t>((std::int64_t(sw) * 65536) / dw);
 
@@ -211,6 +185,12 @@ void AreaStretch(std::uint8_t* destination, int destinationWidth, int destinatio
     if (dw <= 0 || dh <= 0 || sw <= 0 || sh <= 0 || sx < 0 || sy < 0 || sx + sw > sourceWidth ||
         sy + sh > sourceHeight || dx < 0 || dy < 0 || dx + dw > destinationWidth || dy + dh > destinationHeight)
         return;
+    if (dw == sw && dh == sh) {
+        for (int y = 0; y < dh; ++y)
+            std::memcpy(destination + (std::size_t(dy + y) * destinationWidth + dx) * 4,
+                        source + (std::size_t(sy + y) * sourceWidth + sx) * 4, std::size_t(dw) * 4);
+        return;
+    }
     AxisWeights wx = Weights(sw, dw);
     AxisWeights wy = Weights(sh, dh);
     const std::uint64_t total = std::uint64_t(sw) * sh;
@@ -281,8 +261,8 @@ void FrameCompositor::RenderPhoto(const codec::Photo* photo, const codec::Photo*
     const int H = frameHeight_;
     if (destination == nullptr || W <= 0 || H <= 0)
         return;
-    PackedView view;
-    if (photo != nullptr && OpenPacked(*photo, view)) {
+    PhotoView view;
+    if (photo != nullptr && OpenPhoto(*photo, view)) {
         const int w = view.width;
         const int h = view.height;
         int sx = rect.left;
@@ -334,19 +314,16 @@ void FrameCompositor::RenderPhoto(const codec::Photo* photo, const codec::Photo*
                 // The intermediate is addressed from the top (dy) and stored bottom row first.
                 dw = std::min(dw, iw - dx);
                 dh = std::min(dh, ih - dy);
-                std::vector<std::uint8_t> pixels = As32Bit(view);
-                AreaStretch(intermediate.data(), iw, ih, dx, ih - dy - dh, dw, dh, pixels.data(), w, h, sx, sy, sw,
-                            sh);
+                AreaStretch(intermediate.data(), iw, ih, dx, ih - dy - dh, dw, dh, view.rows, w, h, sx, sy, sw, sh);
                 std::memset(destination, 0, std::size_t(W) * H * 4);
                 BilinearStretch(destination, W, H, intermediate.data(), 32, iw, ih);
             }
         }
     }
-    PackedView maskView;
-    if (mask != nullptr && OpenPacked(*mask, maskView)) {
-        std::vector<std::uint8_t> maskPixels = As32Bit(maskView);
+    PhotoView maskView;
+    if (mask != nullptr && OpenPhoto(*mask, maskView)) {
         std::vector<std::uint8_t> stretched(std::size_t(W) * H * 4);
-        if (BilinearStretch(stretched.data(), W, H, maskPixels.data(), 32, maskView.width, maskView.height))
+        if (BilinearStretch(stretched.data(), W, H, maskView.rows, 32, maskView.width, maskView.height))
             ApplyMask(destination, stretched.data(), W * H);
     }
 }

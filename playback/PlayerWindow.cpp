@@ -209,6 +209,10 @@ void PlayerWindow::PostToParent(std::uint32_t code, std::uint64_t wParam)
 void PlayerWindow::Step()
 {
     const std::uint32_t t0 = NowMs();
+    {
+        std::lock_guard guard(stepLogLock_);
+        stepStarts_.push_back(t0);
+    }
     film::FilmItem current = CurrentItem();
     // An empty film counts as one of no items.
     std::int32_t count = std::max(state_.ItemCount(), 0);
@@ -420,6 +424,12 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
         compositor_->EndCaption(captions[i].effect, &captions[i].record);
     captionsSkipped_ = skipped;
     return skipped ? 0 : 1;
+}
+
+std::vector<std::uint32_t> PlayerWindow::StepStartTimes()
+{
+    std::lock_guard guard(stepLogLock_);
+    return stepStarts_;
 }
 
 void PlayerWindow::Stop()

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace lumenar::playback {
 
@@ -76,6 +77,8 @@ public:
     std::int32_t CurrentNumber() const { return state_.currentNumber.load(); }
     /// Number of steps that reached their end.
     std::int32_t StepsDone() const { return stepsDone_.load(); }
+    /// When each step began (system clock, ms), in order; for measuring the pacing.
+    std::vector<std::uint32_t> StepStartTimes();
     /// Whether the last caption pass or transition was cut short by Escape.
     bool LastCaptionsSkipped() const { return captionsSkipped_.load(); }
 
@@ -113,6 +116,8 @@ private:
     std::atomic<std::int32_t> stepsDone_{0};
     std::atomic<bool> captionsSkipped_{false};
     bool started_ = false;
+    std::mutex stepLogLock_;
+    std::vector<std::uint32_t> stepStarts_;
 };
 
 } // namespace lumenar::playback

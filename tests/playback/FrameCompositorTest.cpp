@@ -62,6 +62,18 @@ TEST(BilinearStretch, Reads24BitRowsWithTheirPadding)
     EXPECT_EQ(out[3 * 8], 50);
 }
 
+TEST(BilinearStretch, SameSizeReproducesTheSource)
+{
+    // Every weight is 0 at 1:1, so the filter's output is its source with the fourth byte cleared.
+    std::vector<std::uint8_t> source(5 * 3 * 4);
+    for (std::size_t i = 0; i < source.size(); ++i)
+        source[i] = static_cast<std::uint8_t>(i * 37);
+    std::vector<std::uint8_t> same(5 * 3 * 4);
+    ASSERT_EQ(BilinearStretch(same.data(), 5, 3, source.data(), 32, 5, 3), 1);
+    for (std::size_t i = 0; i < same.size(); ++i)
+        EXPECT_EQ(same[i], i % 4 == 3 ? 0 : source[i]) << i;
+}
+
 TEST(ApplyMask, SubtractsTheMasksDarkness)
 {
     std::uint8_t pixels[8] = {100, 40, 255, 7, 100, 40, 255, 7};
