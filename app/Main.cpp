@@ -1,4 +1,5 @@
 #include "app/Commands.h"
+#include "playback/ClipPlayer.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -62,6 +63,13 @@ int Run(int argc, char** argv)
     const std::string name = argv[1];
     if (name == "--help" || name == "-h" || name == "help") {
         PrintUsage(stdout);
+        return 0;
+    }
+    if (name == "--version") {
+        std::printf("lumenar 0.1\nplayback: photo items with masks, picture transitions, captions\n"
+                    "not yet built: playing film streams (lumenar play), narration during playback\n"
+                    "stand-ins: %.*s\n",
+                    static_cast<int>(playback::kPlayersSummary.size()), playback::kPlayersSummary.data());
         return 0;
     }
     const std::vector<std::string> args(argv + 2, argv + argc);
