@@ -15,6 +15,7 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -105,29 +106,37 @@ int main(int argc, char** argv)
     });
 
     long rssAfter2 = 0;
+    std::vector<long> rss;
     double dwellCpu = 0, dwellWall = 0;
     int measured = 0;
-    while (player.StepsDone() < itemCount && host->Pump(10)) {
+    int lastDone = 0;
+    std::uint32_t doneAt = 0;
+    bool sampled = true;
+    while (player.StepsDone() < itemCount && host->Pump(100)) {
         int done = player.StepsDone();
-        if (done == 2 && rssAfter2 == 0)
-            rssAfter2 = ResidentKiB();
-        // A quiet stretch of the dwell: after the next photo has been decoded, before the next step.
-        static int lastMeasured = 0;
-        auto starts = player.StepStartTimes();
-        if (done >= 1 && done != lastMeasured && !starts.empty() && Now() - starts.back() > 1400 &&
-            seconds >= 2) {
-            lastMeasured = done;
+        if (done != lastDone) {
+            lastDone = done;
+            doneAt = Now();
+            sampled = false;
+            rss.push_back(ResidentKiB());
+            if (done == 2)
+                rssAfter2 = rss.back();
+        }
+        // A quiet stretch of the dwell: the next photo has been decoded (within a few hundred ms of the
+        // step's end) and the next step is still more than a second away.
+        if (!sampled && done >= 1 && seconds >= 2 && Now() - doneAt > 600) {
+            sampled = true;
             double c0 = CpuSeconds();
             std::uint32_t w0 = Now();
-            while (Now() - w0 < 500)
-                host->Pump(10);
+            while (Now() - w0 < 1000)
+                host->Pump(100);
             dwellCpu += CpuSeconds() - c0;
             dwellWall += (Now() - w0) / 1000.0;
             ++measured;
         }
     }
     std::uint32_t end = Now() + static_cast<std::uint32_t>(seconds) * 1000 + 800;
-    while (Now() < end && host->Pump(10)) {
+    while (Now() < end && host->Pump(100)) {
     }
     long rssAfterLast = ResidentKiB();
     auto starts = player.StepStartTimes();
@@ -150,5 +159,9 @@ int main(int argc, char** argv)
     std::printf("dwell CPU: %.3f%% of one core over %.1f s of quiet dwell (%d samples)\n",
                 dwellWall > 0 ? 100.0 * dwellCpu / dwellWall : 0.0, dwellWall, measured);
     std::printf("resident memory: %ld KiB after item 2, %ld KiB after item %d\n", rssAfter2, rssAfterLast, itemCount);
+    std::printf("resident memory after each step (KiB):");
+    for (long kib : rss)
+        std::printf(" %ld", kib);
+    std::printf("\n");
     return 0;
 }
