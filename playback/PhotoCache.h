@@ -93,6 +93,8 @@ public:
     /// size below 1 pixel or too large to hold. Nothing in playback calls it.
     bool SetViewerPicture(std::int32_t width, std::int32_t height);
 
+    /// The construction argument: 0 for playback.
+    std::int32_t Mode() const { return mode_; }
     const ViewerState& Viewer() const { return viewer_; }
     const film::FilmItem* Item() const { return item_; }
     /// How many photo and mask slots hold a photo (0 to 6). Any thread holding `cacheLock`.

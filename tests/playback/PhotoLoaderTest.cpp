@@ -95,40 +95,14 @@ TEST(PhotoLoader, OnePhotoFilmDecodesOnceThenEndsAtTheNextSignal)
     EXPECT_EQ(rig.state.nextReady.load(), 1);
     EXPECT_EQ(rig.state.nextIndex.load(), 1);
     ASSERT_NE(rig.state.nextPhoto, nullptr);
-    EXPECT_EQ(rig.state.nextPhoto->Width(), 16);
     EXPECT_EQ(rig.state.nextPhoto->Height(), 8);
-    EXPECT_EQ(rig.state.nextMask, nullptr);
 
-    rig.Enter(1);
+    // While the photo waits to be taken the signal stays unconsumed and nothing is loaded.
     rig.state.itemAvailable.Set();
-    EXPECT_TRUE(rig.loader.WaitEnded(kLongWait));
+    EXPECT_FALSE(rig.state.photoReady.Wait(250));
+    rig.Enter(1);
+    EXPECT_TRUE(rig.loader.WaitEnded(kLongWait)) << "the candidate lies past the end";
     EXPECT_FALSE(rig.state.photoReady.Wait(0)) << "leaving the film is no load attempt";
-    EXPECT_EQ(rig.state.nextReady.load(), 0);
-}
-
-TEST(PhotoLoader, MaskIsOptionalAndNeverAnError)
-{
-    struct Row
-    {
-        const char* name;
-        FilmFile mask;
-        bool expectMask;
-    };
-    const Row rows[] = {
-        {"mask \"0\"", kNoMask, false},
-        {"decodable mask", GoodPhoto(16, 16), true},
-        {"undecodable mask", BadPhoto(), false},
-        {"unregistered mask", FilmFile{"64", "12345"}, false},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        LoaderRig rig({PhotoItem(GoodPhoto(16, 16), row.mask)});
-        ASSERT_TRUE(rig.Offer());
-        EXPECT_EQ(rig.state.nextReady.load(), 1);
-        EXPECT_NE(rig.state.nextPhoto, nullptr);
-        EXPECT_EQ(rig.state.nextMask != nullptr, row.expectMask);
-        EXPECT_EQ(rig.cache.LiveSlots(), row.expectMask ? 2 : 1);
-    }
 }
 
 TEST(PhotoLoader, UndecodablePhotosLeaveTheLastGoodPictureAndSignalAnyway)
@@ -150,7 +124,7 @@ TEST(PhotoLoader, UndecodablePhotosLeaveTheLastGoodPictureAndSignalAnyway)
     }
 }
 
-TEST(PhotoLoader, ReadinessByItemKind)
+TEST(PhotoLoader, ReadinessByItemKindAndMask)
 {
     FilmItem clip;
     clip.kind = film::kFilmItemClip;
@@ -169,13 +143,17 @@ TEST(PhotoLoader, ReadinessByItemKind)
         FilmItem item;
         bool expectReady;
         bool expectPhoto;
+        int expectSlots; // Photos and masks alive in the cache.
     };
+    // A missing mask is never an error.
     const Row rows[] = {
-        {"photo", PhotoItem(GoodPhoto(16, 16)), true, true},
-        {"clip with its first-frame still", clip, true, true},
-        {"clip without a still", clipWithoutStill, false, false},
-        {"PowerPoint show", show, true, false},
-        {"unknown kind", unknown, false, true},
+        {"photo, mask \"0\"", PhotoItem(GoodPhoto(16, 16)), true, true, 2},
+        {"photo and mask", PhotoItem(GoodPhoto(16, 16), GoodPhoto(16, 16)), true, true, 3},
+        {"photo, undecodable mask", PhotoItem(GoodPhoto(16, 16), BadPhoto()), true, true, 2},
+        {"clip with its first-frame still", clip, true, true, 1},
+        {"clip without a still", clipWithoutStill, false, false, 1},
+        {"PowerPoint show", show, true, false, 1},
+        {"unknown kind", unknown, false, true, 1},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -187,24 +165,12 @@ TEST(PhotoLoader, ReadinessByItemKind)
         ASSERT_TRUE(rig.Offer());
         EXPECT_EQ(rig.state.nextReady.load(), row.expectReady ? 1 : 0);
         EXPECT_EQ(rig.state.nextPhoto != nullptr, row.expectPhoto);
+        EXPECT_EQ(rig.state.nextMask != nullptr, row.expectSlots == 3);
+        EXPECT_EQ(rig.cache.LiveSlots(), row.expectSlots);
         if (row.expectReady) {
             EXPECT_EQ(rig.state.nextIndex.load(), 2);
         }
     }
-}
-
-TEST(PhotoLoader, WaitsForTheStepBeforeLoadingAgain)
-{
-    LoaderRig rig({PhotoItem(GoodPhoto(16, 16)), PhotoItem(GoodPhoto(16, 16))});
-    ASSERT_TRUE(rig.Offer());
-    const codec::Photo* first = rig.state.nextPhoto;
-    // nextReady still set: the signal waits, unconsumed, until the sequencer has taken the photo.
-    rig.state.itemAvailable.Set();
-    EXPECT_FALSE(rig.state.photoReady.Wait(350));
-    EXPECT_EQ(rig.state.nextPhoto, first);
-    rig.Enter(1);
-    ASSERT_TRUE(rig.state.photoReady.Wait(kLongWait));
-    EXPECT_EQ(rig.state.nextIndex.load(), 2);
 }
 
 TEST(PhotoLoader, ClosedGateHoldsTheLoaderOutsideTheLock)
@@ -270,51 +236,23 @@ TEST(PhotoCache, RotateKeepsAtMostThreePhotosAlive)
 
 TEST(PhotoCache, ViewerKeysScrollAndZoomWithinBounds)
 {
+    constexpr int L = kViewerKeyLeft, R = kViewerKeyRight, U = kViewerKeyUp, D = kViewerKeyDown;
+    constexpr int P = kViewerKeyPlus, M = kViewerKeyMinus;
     struct Row
     {
         const char* name;
-        std::int32_t width, height; // The viewer's picture; 0 keeps the 1 x 1 one.
+        std::int32_t width, height; // The viewer's picture in a 100 x 100 frame; 0 keeps the 1 x 1 one.
         std::vector<int> keys;
         std::int32_t scrollX, scrollY, viewedWidth, zoomCount;
     };
     const Row rows[] = {
-        {"1 x 1 picture only repaints", 0, 0, {kViewerKeyRight, kViewerKeyDown, kViewerKeyPlus}, 0, 0, 2, 1},
-        {"arrows scroll by 25",
-         1000,
-         1000,
-         {kViewerKeyRight, kViewerKeyRight, kViewerKeyDown},
-         50,
-         25,
-         1000,
-         0},
-        {"scroll stops at the edges",
-         120,
-         1000,
-         {kViewerKeyRight, kViewerKeyLeft, kViewerKeyLeft, kViewerKeyUp},
-         0,
-         0,
-         120,
-         0},
-        {"scroll stops past the far edge", 110, 110, {kViewerKeyRight, kViewerKeyRight}, 10, 0, 110, 0},
-        {"a picture within the view does not scroll",
-         100,
-         100,
-         {kViewerKeyRight, kViewerKeyDown},
-         0,
-         0,
-         100,
-         0},
-        {"plus doubles, minus halves",
-         300,
-         200,
-         {kViewerKeyPlus, kViewerKeyPlus, kViewerKeyMinus},
-         0,
-         0,
-         600,
-         1},
-        {"16 MiB may still double", 2048, 2048, {kViewerKeyPlus}, 0, 0, 4096, 1},
-        {"more than 16 MiB is refused", 2049, 2048, {kViewerKeyPlus}, 0, 0, 2049, 0},
-        {"minus never goes below one pixel", 0, 0, {kViewerKeyMinus, kViewerKeyMinus}, 0, 0, 1, -2},
+        {"1 x 1 picture only repaints", 0, 0, {R, D, P}, 0, 0, 2, 1},
+        {"arrows scroll by 25", 1000, 1000, {R, R, D}, 50, 25, 1000, 0},
+        {"scroll stops at the edges", 120, 1000, {R, L, L, U}, 0, 0, 120, 0},
+        {"plus doubles, minus halves", 300, 200, {P, P, M}, 0, 0, 600, 1},
+        {"16 MiB may still double", 2048, 2048, {P}, 0, 0, 4096, 1},
+        {"more than 16 MiB is refused", 2049, 2048, {P}, 0, 0, 2049, 0},
+        {"minus never goes below one pixel", 0, 0, {M, M}, 0, 0, 1, -2},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -344,39 +282,28 @@ public:
     std::vector<std::string> shown;
 };
 
-TEST(SlidePlayer, ReportsTheMissingViewerOnceAndShowsNothing)
-{
-    CapturingSink sink;
-    platform::SetMessageSink(&sink);
-    SlidePlayer slides;
-    FilmItem show;
-    codec::Photo stale;
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        codec::Photo* photo = &stale;
-        EXPECT_EQ(slides.StartShow(&show, &photo), 0);
-        EXPECT_EQ(photo, nullptr);
-        EXPECT_EQ(slides.Item(), &show);
-    }
-    platform::SetMessageSink(nullptr);
-    EXPECT_EQ(sink.shown, std::vector<std::string>{"Error|PowerPoint Viewer missed"});
-}
-
-TEST(ClipPlayer, StartClipShowsTheFirstFrameStillAndNeverPlays)
+TEST(FallbackPlayers, ClipShowsItsStillAndShowReportsTheMissingViewerOnce)
 {
     platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
     ClipPlayer clips;
     codec::Photo* next = nullptr;
-    ASSERT_EQ(clips.LoadClip("missing.avi", film::JoinFilmFile(GoodPhoto(24, 16)), 24, 16, &next), 1);
-    ASSERT_NE(next, nullptr);
     codec::Photo* current = nullptr;
+    ASSERT_EQ(clips.LoadClip("a.avi", film::JoinFilmFile(GoodPhoto(24, 16)), 24, 16, &next), 1);
     clips.StartClip(nullptr, &current, 0);
     EXPECT_EQ(current, next);
-    EXPECT_EQ(current->Width(), 24);
     EXPECT_EQ(clips.IsPlaying(), 0);
-    // Loading the next clip's still keeps the one on screen alive.
     ASSERT_EQ(clips.LoadClip("b.avi", film::JoinFilmFile(GoodPhoto(8, 8)), 8, 8, &next), 1);
-    EXPECT_EQ(current->Width(), 24);
-    clips.StopClip(1);
+    EXPECT_EQ(current->Width(), 24) << "the still on screen outlives the next clip's load";
+
+    CapturingSink sink;
+    platform::SetMessageSink(&sink);
+    SlidePlayer slides;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        EXPECT_EQ(slides.StartShow(nullptr, &current), 0);
+        EXPECT_EQ(current, nullptr);
+    }
+    platform::SetMessageSink(nullptr);
+    EXPECT_EQ(sink.shown, std::vector<std::string>{"Error|PowerPoint Viewer missed"});
 }
 
 } // namespace
