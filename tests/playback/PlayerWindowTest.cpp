@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <thread>
@@ -66,7 +67,8 @@ film::FilmItem PhotoItem(film::FilmFile photo, int seconds, int effectMs, int ef
 class Harness
 {
 public:
-    explicit Harness(std::int32_t mode) : host_(platform::WindowHost::Create(800, 600, "test", true))
+    explicit Harness(std::int32_t mode, bool headless = true)
+        : host_(platform::WindowHost::Create(800, 600, "test", headless))
     {
         film_.SetAdvanceMode(mode);
         control_ = host_->CreateChild(0, {0, 0, 800, 600}, [this](const platform::Message& m) {
@@ -297,6 +299,20 @@ TEST(PlayerWindow, DoubleClickPostsEscapeAndTheButtonFollowsThePointer)
     EXPECT_FALSE(h.host_->IsShown(h.player_.Button()));
     h.host_->InjectDoubleClick(400, 300);
     ASSERT_TRUE(h.PumpUntil([&] { return h.escapes_ > 0; }, 1000));
+}
+
+// Run by ctest under xvfb-run with LUMENAR_EXPECT_DISPLAY set: the same film in a real SDL window.
+TEST(PlayerWindow, PlaysInARealWindow)
+{
+    if (std::getenv("LUMENAR_EXPECT_DISPLAY") == nullptr)
+        GTEST_SKIP() << "run through ctest's playback.RealWindow under a display";
+    std::vector<film::FilmFile> photos = {UniformPhoto(-600), UniformPhoto(600)};
+    Harness h(film::kAdvanceAutomatic, /*headless=*/false);
+    ASSERT_FALSE(h.host_->IsHeadless()) << "no SDL window could be opened on DISPLAY";
+    h.Play({PhotoItem(photos[0], 1, 200), PhotoItem(photos[1], 1, 200)});
+    ASSERT_TRUE(h.PumpUntil([&] { return h.stops_ > 0; }, 10000));
+    EXPECT_EQ(h.player_.StepsDone(), 2);
+    EXPECT_EQ(h.CentreNow(), ColourOf(photos[1]));
 }
 
 } // namespace
