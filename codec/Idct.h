@@ -35,6 +35,12 @@ void FastStoreBlockSse2(const std::int16_t* block, std::uint8_t* destination, st
 /// FastIdctSse2 and FastStoreBlockSse2 in one step, leaving `block` as it was.
 void FastIdctStoreSse2(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride);
 
+/// FastIdctStoreSse2 on two blocks at once, one in each half of the AVX2 registers; both blocks are
+/// left all zero. Only call when Avx2Built() and platform::HasAvx2().
+void FastIdctStoreAndClearPairAvx2(std::int16_t* blockA, std::uint8_t* destinationA, std::ptrdiff_t strideA,
+                                   std::int16_t* blockB, std::uint8_t* destinationB, std::ptrdiff_t strideB);
+/// True when this build carries the AVX2 form.
+bool Avx2Built();
 /// True when this build carries the SSE2 forms.
 bool Sse2Built();
 

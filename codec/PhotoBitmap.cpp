@@ -95,7 +95,7 @@ int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
     const std::optional<std::size_t> pixelBytes = base::CheckedMul(width * 4, height);
     std::unique_ptr<std::uint8_t[]> block;
     if (pixelBytes && *pixelBytes + PhotoBitmap::kPixelOffset <= bitmap.maxPictureBytes_)
-        block = platform::TryAllocateArray<std::uint8_t>(*pixelBytes + PhotoBitmap::kPixelOffset);
+        block = platform::TryAllocateUninitialisedArray<std::uint8_t>(*pixelBytes + PhotoBitmap::kPixelOffset);
     if (!block) {
         platform::CurrentMessageSink().Show(nullptr, platform::kBoxOk, "",
                                             "Unable to allocate DIB memory");
@@ -103,6 +103,9 @@ int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
     }
     const std::size_t total = *pixelBytes + PhotoBitmap::kPixelOffset;
     std::uint8_t* head = block.get();
+    // The block reads as zero-initialised: the headers' unused fields are cleared here and every
+    // pixel below is written whole, its fourth byte included.
+    std::memset(head, 0, PhotoBitmap::kPixelOffset);
     head[0] = 'B';
     head[1] = 'M';
     PutU32(head + 2, static_cast<std::uint32_t>(total));
@@ -185,6 +188,7 @@ int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
             out[4 * x + 0] = Clamp255(luma + blueCb[cb]);
             out[4 * x + 1] = Clamp255(luma + greenCb[cb] + greenCr[cr]);
             out[4 * x + 2] = Clamp255(luma + redCr[cr]);
+            out[4 * x + 3] = 0;
         }
     }
     bitmap.block_ = std::move(block);

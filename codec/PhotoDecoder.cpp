@@ -795,6 +795,30 @@ Status PhotoDecoder::DecodeScan()
     auto* idct = useMmx_ ? &FastIdct : &PortableIdct;
     auto* store = useMmx_ ? &FastStoreBlock : &PortableStoreBlock;
     const bool fusedIdct = useMmx_ && Sse2Built() && platform::HasSse2();
+    // With AVX2 the fused transform runs on two blocks at once: a block waits in one buffer while the
+    // next is decoded into the other. Blocks land in disjoint parts of the planes, so the order of
+    // the stores does not matter; whatever waits is stored when the scan ends, however it ends.
+    const bool pairedIdct = fusedIdct && Avx2Built() && platform::HasAvx2();
+    // A block buffer is cleared before a block is decoded into it, unless the previous user left it
+    // clear: the paired transform clears what it read, and a flat block only ever set its first value.
+    alignas(32) std::int16_t blocks[2][64] = {};
+    bool cleared[2] = {true, true};
+    int current = 0;
+    struct Waiting
+    {
+        Waiting() = default;
+        Waiting(const Waiting&) = delete;
+        Waiting& operator=(const Waiting&) = delete;
+        std::int16_t* block = nullptr;
+        std::uint8_t* destination = nullptr;
+        std::ptrdiff_t stride = 0;
+        ~Waiting()
+        {
+            if (block != nullptr)
+                FastIdctStoreSse2(block, destination, stride);
+        }
+    } waiting;
+
     for (std::size_t t = 0; t < 2; ++t) {
         BuildFastTable(dcTables_[t], dcFast_[t]);
         BuildFastTable(acTables_[t], acFast_[t]);
@@ -806,7 +830,6 @@ Status PhotoDecoder::DecodeScan()
     int mcuCounter = 0;
     for (ComponentInfo& c : components_)
         c.dcPredictor = 0;
-    alignas(16) std::int16_t block[64];
     for (int mcuRow = 0; mcuRow < mcusDown_; ++mcuRow) {
         for (int mcuCol = 0; mcuCol < mcusAcross_; ++mcuCol) {
             for (int i = 0; i < scanCount_; ++i) {
@@ -815,7 +838,10 @@ Status PhotoDecoder::DecodeScan()
                 const std::size_t planeSize = stride * c.planeRows;
                 for (int by = 0; by < c.v; ++by) {
                     for (int bx = 0; bx < c.h; ++bx) {
-                        std::memset(block, 0, sizeof block);
+                        std::int16_t* block = blocks[current];
+                        if (!cleared[current])
+                            std::memset(block, 0, sizeof blocks[current]);
+                        cleared[current] = false;
                         if (!fast && useFastReader_)
                             fast = EnterFastReader(reader);
                         int resume = -1;
@@ -840,9 +866,25 @@ Status PhotoDecoder::DecodeScan()
                                 const auto value = static_cast<std::uint8_t>(std::clamp<int>(sample, 0, 255));
                                 for (std::size_t r = 0; r < 8; ++r)
                                     std::memset(c.plane.get() + offset + r * stride, value, 8);
+                                block[0] = 0;
+                                cleared[current] = true;
                                 continue;
                             }
                             std::fill_n(block, 64, sample);
+                        } else if (pairedIdct && inside) {
+                            if (waiting.block == nullptr) {
+                                waiting.block = block;
+                                waiting.destination = c.plane.get() + offset;
+                                waiting.stride = static_cast<std::ptrdiff_t>(stride);
+                                current ^= 1;
+                            } else {
+                                FastIdctStoreAndClearPairAvx2(waiting.block, waiting.destination, waiting.stride,
+                                                              block, c.plane.get() + offset,
+                                                              static_cast<std::ptrdiff_t>(stride));
+                                waiting.block = nullptr;
+                                cleared[0] = cleared[1] = true;
+                            }
+                            continue;
                         } else if (fusedIdct && inside) {
                             FastIdctStoreSse2(block, c.plane.get() + offset,
                                               static_cast<std::ptrdiff_t>(stride));

@@ -10,4 +10,8 @@ bool HasMmx();
 /// (CPUID function 1, EDX bit 26). False on non-x86 machines. Any thread.
 bool HasSse2();
 
+/// True when the processor and the operating system support AVX2 (CPUID function 7 EBX bit 5, with
+/// the AVX register state enabled through XSAVE). False on non-x86 machines. Any thread.
+bool HasAvx2();
+
 } // namespace lumenar::platform

@@ -36,4 +36,30 @@ bool HasSse2()
     return has;
 }
 
+bool HasAvx2()
+{
+    static const bool has = [] {
+#if defined(__i386__) || defined(__x86_64__)
+        unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+        if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0)
+            return false;
+        const bool osxsave = (ecx >> 27) & 1u;
+        const bool avx = (ecx >> 28) & 1u;
+        if (!osxsave || !avx)
+            return false;
+        // XCR0 bits 1 and 2: the operating system saves the SSE and AVX registers.
+        unsigned xcrLow = 0, xcrHigh = 0;
+        __asm__ volatile("xgetbv" : "=a"(xcrLow), "=d"(xcrHigh) : "c"(0));
+        if ((xcrLow & 6u) != 6u)
+            return false;
+        if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0)
+            return false;
+        return ((ebx >> 5) & 1u) != 0;
+#else
+        return false;
+#endif
+    }();
+    return has;
+}
+
 } // namespace lumenar::platform

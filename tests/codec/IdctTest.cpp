@@ -67,6 +67,43 @@ TEST(FastIdct, Sse2MatchesScalarLaneModelBitForBit)
     }
 }
 
+// The two-block form against the lane model, with both halves different and strides that differ, so
+// a half that borrowed from the other or a row written with the wrong stride shows.
+TEST(FastIdct, Avx2PairMatchesScalarLaneModelBitForBit)
+{
+    if (!Avx2Built() || !platform::HasAvx2())
+        GTEST_SKIP() << "no AVX2 here: the decoder uses the one-block SSE2 form, tested above";
+    std::mt19937 rng(20261123);
+#ifdef NDEBUG
+    constexpr int kPairs = 2'000'000;
+#else
+    constexpr int kPairs = 200'000;
+#endif
+    alignas(32) std::int16_t a[64], b[64], scalarA[64], scalarB[64];
+    std::uint8_t expectA[64], expectB[64], gotA[8 * 16], gotB[8 * 24];
+    int mismatches = 0;
+    for (int n = 0; n < kPairs && mismatches < 5; ++n) {
+        FillBlock(rng, n % 4, a);
+        FillBlock(rng, (n / 4) % 4, b);
+        std::memcpy(scalarA, a, sizeof a);
+        std::memcpy(scalarB, b, sizeof b);
+        FastIdctScalar(scalarA);
+        FastIdctScalar(scalarB);
+        PortableStoreBlock(scalarA, expectA, 8);
+        PortableStoreBlock(scalarB, expectB, 8);
+        FastIdctStoreAndClearPairAvx2(a, gotA, 16, b, gotB, 24);
+        bool same = std::all_of(a, a + 64, [](int v) { return v == 0; }) &&
+                    std::all_of(b, b + 64, [](int v) { return v == 0; });
+        for (int r = 0; r < 8; ++r)
+            same = same && std::memcmp(expectA + 8 * r, gotA + 16 * r, 8) == 0 &&
+                   std::memcmp(expectB + 8 * r, gotB + 24 * r, 8) == 0;
+        if (!same) {
+            ++mismatches;
+            ADD_FAILURE() << "pair " << n << " differs";
+        }
+    }
+}
+
 TEST(Idct, DcOnlyBlocksGiveFlatSamples)
 {
     struct Row
