@@ -34,4 +34,7 @@ int CaptionCommand(Args args);
 /// `lumenar narration IN.ca -o OUT.wav` and `lumenar narration --pack FRAMES -o OUT.ca`.
 int NarrationCommand(Args args);
 
+/// `lumenar play FILM|URL [options]`: the player control in a window, loaded from liblumenar.so.
+int PlayCommand(Args args);
+
 } // namespace lumenar::app
