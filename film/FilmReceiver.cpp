@@ -132,6 +132,11 @@ private:
 
 } // namespace
 
+std::int32_t MusicPieceSize(std::string_view musicPath)
+{
+    return IsExtension(musicPath, ".cda") ? 0 : LeadingNumber(musicPath);
+}
+
 ProgressBar ComputeProgressBar(int clientWidth, int clientHeight, std::int64_t expectedFirst,
                                std::int64_t received, int phase)
 {
@@ -274,7 +279,7 @@ FilmReceiver::Next FilmReceiver::SeekMediaMarker(Film& film, const ItemHandOver*
     processedCount_ = 1;
     arrivingItem_ = 1;
     const std::string musicPath = film.GetMusicPath();
-    musicSize_ = IsExtension(musicPath, ".cda") ? 0 : LeadingNumber(musicPath);
+    musicSize_ = MusicPieceSize(musicPath);
     const FilmItem first = film.GetItem(1);
     expectedFirst_ = static_cast<std::int64_t>(filmStart_) + end + std::max(musicSize_, 0);
     for (const FilmFile* file :

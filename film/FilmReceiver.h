@@ -37,6 +37,10 @@ inline constexpr std::string_view kMediaMarker = "VistrelanMediaDescription";
 /// The name the film file is cut out to in the temporary folder.
 inline constexpr std::string_view kFilmFileName = "Film.flm";
 
+/// The bytes the stream carries for the film's music: the number its name starts with, or 0 for a
+/// compact-disc track (extension ".cda" in any case), which is played from the disc.
+std::int32_t MusicPieceSize(std::string_view musicPath);
+
 /// What the receiver needs from the player to hand an item over. Every member may be null; the player
 /// window provides its own, a test or a headless run provides its own events. Not owned.
 struct ItemHandOver

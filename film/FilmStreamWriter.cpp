@@ -39,10 +39,7 @@ base::Result<std::vector<std::uint8_t>> WriteFilmStream(const Film& film, std::s
         return base::Error{base::ErrorCode::InvalidInput, base::StrCat("the film has ", count, " items but ",
                                                                        media.size(), " were given media")};
     const std::string musicPath = film.GetMusicPath();
-    const std::string_view musicExtension =
-        musicPath.size() >= 4 ? std::string_view(musicPath).substr(musicPath.size() - 4) : std::string_view{};
-    const bool cdMusic = musicExtension.size() == 4 && (musicExtension == ".cda" || musicExtension == ".CDA");
-    const std::int32_t musicNamed = cdMusic ? 0 : LeadingNumber(musicPath);
+    const std::int32_t musicNamed = MusicPieceSize(musicPath);
     if (musicNamed < 0 || static_cast<std::size_t>(musicNamed) != music.size())
         return base::Error{base::ErrorCode::InvalidInput,
                            base::StrCat("the music is named \"", musicPath, "\" (", musicNamed,

@@ -15,12 +15,12 @@ namespace lumenar::film {
 /// empty.
 struct ItemMedia
 {
-    std::vector<std::uint8_t> photo;
-    std::vector<std::uint8_t> mask;
-    std::vector<std::uint8_t> clipPicture1;
-    std::vector<std::uint8_t> clipFile;
-    std::vector<std::uint8_t> clipPicture2;
-    std::vector<std::uint8_t> sound;
+    std::vector<std::uint8_t> photo = {};
+    std::vector<std::uint8_t> mask = {};
+    std::vector<std::uint8_t> clipPicture1 = {};
+    std::vector<std::uint8_t> clipFile = {};
+    std::vector<std::uint8_t> clipPicture2 = {};
+    std::vector<std::uint8_t> sound = {};
 };
 
 /// `name` as a film stream names a file: its byte count in decimal, '_', then the name (the loader reads
