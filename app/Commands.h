@@ -34,4 +34,7 @@ int CaptionCommand(Args args);
 /// `lumenar narration IN.ca -o OUT.wav` and `lumenar narration --pack FRAMES -o OUT.ca`.
 int NarrationCommand(Args args);
 
+/// `lumenar pack MANIFEST -o OUT.film`: a film stream from the files a manifest names.
+int PackCommand(Args args);
+
 } // namespace lumenar::app
