@@ -33,16 +33,17 @@ constexpr std::uint32_t kBarFillColour = 0x00FF0000;
 // Offset just past the first occurrence of `marker`, or 0. Compatibility: after a mismatch the scan
 // goes on behind the mismatching byte without trying it as a new start, so a marker right behind
 // its own first letter ("VVistrelan…") is never found and the stream waits for ever.
-std::int32_t FindMarker(std::span<const std::uint8_t> data, std::string_view marker)
+// The scan is a left-to-right walk with one counter, so it resumes where the previous call on the same
+// buffer stopped (`scan`) and gives what a scan from the start would give, without rescanning.
+std::int32_t FindMarker(std::span<const std::uint8_t> data, std::string_view marker, MarkerScan& scan)
 {
-    std::size_t matched = 0;
-    for (std::size_t i = 0; i < data.size(); ++i) {
-        if (data[i] != static_cast<std::uint8_t>(marker[matched])) {
-            matched = 0;
+    for (; scan.scanned < data.size(); ++scan.scanned) {
+        if (data[scan.scanned] != static_cast<std::uint8_t>(marker[scan.matched])) {
+            scan.matched = 0;
             continue;
         }
-        if (++matched == marker.size())
-            return static_cast<std::int32_t>(i + 1);
+        if (++scan.matched == marker.size())
+            return static_cast<std::int32_t>(++scan.scanned);
     }
     return 0;
 }
@@ -242,9 +243,11 @@ FilmReceiver::Next FilmReceiver::StepOnce(Film& film, const ItemHandOver* handOv
 {
     switch (state_) {
     case kSeekFilmMarker: {
-        const std::int32_t start = FindMarker({buffer_.get(), static_cast<std::size_t>(used_)}, kFilmMarker);
+        const std::int32_t start =
+            FindMarker({buffer_.get(), static_cast<std::size_t>(used_)}, kFilmMarker, markerScan_);
         if (start == 0)
             return Next::Wait;
+        markerScan_ = {};
         filmStart_ = start;
         Consume(start);
         state_ = kSeekMediaMarker;
@@ -261,9 +264,11 @@ FilmReceiver::Next FilmReceiver::StepOnce(Film& film, const ItemHandOver* handOv
 
 FilmReceiver::Next FilmReceiver::SeekMediaMarker(Film& film, const ItemHandOver* handOver)
 {
-    const std::int32_t end = FindMarker({buffer_.get(), static_cast<std::size_t>(used_)}, kMediaMarker);
+    const std::int32_t end =
+        FindMarker({buffer_.get(), static_cast<std::size_t>(used_)}, kMediaMarker, markerScan_);
     if (end == 0)
         return Next::Wait;
+    markerScan_ = {};
     const std::int32_t fileBytes = end - static_cast<std::int32_t>(kMediaMarker.size());
     // A film that cannot be written or loaded is not reported: loading goes on with what the film holds.
     Film loaded;

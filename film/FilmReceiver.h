@@ -84,6 +84,13 @@ struct LoaderProgress
 };
 LoaderProgress& ProcessLoaderProgress();
 
+/// How far a marker search has got in the receiver's buffer.
+struct MarkerScan
+{
+    std::size_t scanned = 0; ///< Bytes of the buffer looked at.
+    std::size_t matched = 0; ///< Marker bytes matched just before that point.
+};
+
 /// The run flags the control writes and the film loader polls.
 struct OpeningFlags
 {
@@ -166,6 +173,7 @@ private:
     std::int32_t processedCount_ = 0;
     std::int32_t arrivingItem_ = 0;
     std::int32_t musicSize_ = 0;
+    MarkerScan markerScan_; // Nothing is consumed while a marker is sought, so the scan resumes.
     std::function<std::optional<std::string>()> opticalDriveQuery_;
     std::unique_ptr<audio::WaveStream> narration_;
 };

@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     using namespace lumenar;
     constexpr std::size_t kChunkTable = 8;
-    if (size < kChunkTable || size > (1u << 18))
+    if (size < kChunkTable || size > (1u << 16))
         return 0;
     static SilentSink sink;
     platform::SetMessageSink(&sink);
@@ -34,8 +34,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         film::FilmReceiver receiver(nullptr, timers);
         std::size_t at = kChunkTable;
         for (std::size_t turn = 0; at < size; ++turn) {
-            // Chunk sizes 1…256, cycling through the table; a table byte of 0 stands for 256.
-            const std::size_t wanted = data[turn % kChunkTable] == 0 ? 256 : data[turn % kChunkTable];
+            // Chunk sizes 1…256, cycling through the table.
+            const std::size_t wanted = data[turn % kChunkTable] + 1u;
             const std::size_t chunk = std::min(wanted, size - at);
             if (receiver.FeedChunk(film, nullptr, data + at, static_cast<std::int32_t>(chunk), stop) == -1)
                 break;

@@ -1,5 +1,5 @@
 // Writes a small corpus of film streams for the film receiver's fuzz target: argv[1] is the folder.
-// Each seed starts with the 8 chunk sizes the target cycles through.
+// Each seed starts with the 8 chunk sizes (each byte + 1) the target cycles through.
 #include "film/FilmStreamWriter.h"
 #include "tests/support/FilmWriter.h"
 
