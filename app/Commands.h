@@ -37,4 +37,7 @@ int NarrationCommand(Args args);
 /// `lumenar play FILM|URL [options]`: the player control in a window, loaded from liblumenar.so.
 int PlayCommand(Args args);
 
+/// `lumenar pack MANIFEST -o OUT.film`: a film stream from the files a manifest names.
+int PackCommand(Args args);
+
 } // namespace lumenar::app
