@@ -1,0 +1,136 @@
+#pragma once
+
+#include "film/ChunkQueue.h"
+#include "film/Film.h"
+#include "platform/AudioOut.h"
+#include "platform/Timer.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace lumenar::audio {
+class WaveStream;
+}
+namespace lumenar::platform {
+class AutoResetEvent;
+class FramePresenter;
+struct Window;
+} // namespace lumenar::platform
+
+namespace lumenar::film {
+
+/// Receiver states.
+inline constexpr int kSeekFilmMarker = 0;
+inline constexpr int kSeekMediaMarker = 1;
+inline constexpr int kReceivingItems = 2;
+inline constexpr int kFinished = 3;
+
+/// The markers in front of the film file and in front of the items' data.
+inline constexpr std::string_view kFilmMarker = "VistrelanFilmDescription";
+inline constexpr std::string_view kMediaMarker = "VistrelanMediaDescription";
+/// The name the film file is cut out to in the temporary folder.
+inline constexpr std::string_view kFilmFileName = "Film.flm";
+
+/// What the receiver needs from the player to hand an item over. Every member may be null; the player
+/// window provides its own, a test or a headless run provides its own events. Not owned.
+struct ItemHandOver
+{
+    platform::AutoResetEvent* itemAvailable = nullptr; ///< Set when an item has been completed.
+    platform::AutoResetEvent* stepDone =
+        nullptr; ///< Polled until playback has taken the item; null: taken at once.
+    /// Guards the film against the playback threads reading it while the receiver changes it.
+    std::mutex* filmLock = nullptr;
+    platform::FramePresenter* presenter = nullptr; ///< The player's client area, for the progress bar.
+    int clientWidth = 0;
+    int clientHeight = 0;
+    platform::Window* owner = nullptr; ///< Owner of the receiver's message boxes.
+};
+
+/// The run flags the control writes and the film loader polls.
+struct OpeningFlags
+{
+    std::atomic<std::int32_t> stopRequested{0};
+    std::atomic<std::int32_t> openerRunning{0};
+};
+
+/// Unpacks a film stream while it arrives: finds the film file, loads it into the film, then completes
+/// the film's items one after another (pictures into memory, narration into the sound device, other
+/// pieces into files of the session's private temporary folder) and hands each to playback.
+/// FeedChunk runs on the film loader thread only; the observers may be read by the same thread or after
+/// it has ended.
+class FilmReceiver
+{
+public:
+    /// Makes the session's private temporary folder (mode 0700 under $TMPDIR or /tmp); TempFolder() ends
+    /// with '/' or is empty when no folder could be made. `sound` may be null (no sound device). The
+    /// device and the timer service must outlive the receiver.
+    FilmReceiver(platform::SoundDevice* sound, platform::TimerService& timers);
+    /// Removes the temporary folder and everything in it, the kept music file included.
+    ~FilmReceiver();
+    FilmReceiver(const FilmReceiver&) = delete;
+    FilmReceiver& operator=(const FilmReceiver&) = delete;
+
+    /// Consumes one chunk of the stream. Returns `size` when the chunk has been taken (whatever was done
+    /// with it) or −1 on a fatal error, which has been reported through ReportBox. `handOver` may be null:
+    /// items are then stored and taken at once. Film loader thread only.
+    std::int64_t FeedChunk(Film& film, const ItemHandOver* handOver, const std::uint8_t* bytes,
+                           std::int32_t size, const std::atomic<std::int32_t>& stopRequested);
+
+    /// The private folder, ending with '/', or empty.
+    const std::string& TempFolder() const { return tempFolder_; }
+
+    /// Replaces the query for the first optical drive (tests); the default asks the platform.
+    void SetOpticalDriveQuery(std::function<std::optional<std::string>()> query);
+
+    // Observers (tests, traces).
+    int State() const { return state_; }
+    std::int32_t Used() const { return used_; }
+    std::int32_t Capacity() const { return capacity_; }
+    std::int64_t Received() const { return received_; }
+    std::int64_t ExpectedFirst() const { return expectedFirst_; }
+    std::int32_t FilmStart() const { return filmStart_; }
+    std::int32_t FilmLength() const { return filmLength_; }
+    std::int32_t FilmCount() const { return filmCount_; }
+    std::int32_t ProcessedCount() const { return processedCount_; }
+    std::int32_t ArrivingItem() const { return arrivingItem_; }
+    std::int32_t MusicSize() const { return musicSize_; }
+    /// The narration stream, or null when none could be made (no temporary folder).
+    audio::WaveStream* Narration() { return narration_.get(); }
+
+private:
+    std::string tempFolder_;
+    std::unique_ptr<std::uint8_t[]> buffer_;
+    std::int32_t capacity_ = 0;
+    std::int32_t used_ = 0;
+    int state_ = kSeekFilmMarker;
+    std::int32_t filmStart_ = 0;
+    std::int32_t filmLength_ = 0;
+    std::int64_t received_ = 0;
+    std::int64_t expectedFirst_ = 0;
+    std::int32_t clipSwitch_ = 0;
+    std::int32_t filmCount_ = 0;
+    std::int32_t processedCount_ = 0;
+    std::int32_t arrivingItem_ = 0;
+    std::int32_t musicSize_ = 0;
+    std::function<std::optional<std::string>()> opticalDriveQuery_;
+    std::unique_ptr<audio::WaveStream> narration_;
+};
+
+/// The film loader thread's body. Returns at once unless `flags.openerRunning` is 1; otherwise, while it
+/// stays 1, feeds the oldest queued chunk to the receiver (polling every 100 ms while the queue is empty)
+/// and pops it under the queue lock once taken. A fatal error ends it. Returns 0.
+int RunFilmLoader(FilmReceiver& receiver, ChunkQueue& queue, Film& film, const ItemHandOver* handOver,
+                  OpeningFlags& flags);
+
+/// Removes the session's temporary files that the film names (clip, show and narration files, then
+/// "Film.flm"); nothing when the film has no item. Only files inside the receiver's folder are touched.
+/// Compatibility: the music file stays (it goes with the folder when the receiver is destroyed).
+void DeleteTemporaryFiles(FilmReceiver& receiver, const Film& film);
+
+} // namespace lumenar::film
