@@ -52,6 +52,34 @@ struct ItemHandOver
     platform::Window* owner = nullptr; ///< Owner of the receiver's message boxes.
 };
 
+/// One drawing of the progress bar, in client coordinates. The frame (white) spans
+/// (left, top)–(right, bottom); the fill (blue) spans (left + 1, top + 1)–(fillRight − 1, bottom − 1).
+struct ProgressBar
+{
+    int left = 0;
+    int top = 0;
+    int right = 0;
+    int bottom = 0;
+    int fillRight = 0;
+    std::int32_t report = 1; ///< 1: draw again before the next step; 0: the bar has shown completion.
+};
+
+/// The bar for a client area of the given size: 60 × 8 pixels at most, 2 pixels from the bottom-left
+/// corner. With `expectedFirst` known it shows `received` against it (full, and done, once `received`
+/// passes it); without, it shows the moving `phase` (0…9).
+ProgressBar ComputeProgressBar(int clientWidth, int clientHeight, std::int64_t expectedFirst,
+                               std::int64_t received, int phase);
+
+/// The progress bar's process-wide state. Compatibility: it starts visible at phase 0 when the program
+/// starts and is never reset, so once one film has shown a full bar no later film of the same process
+/// shows one. Film loader thread (one at a time); tests may set it between runs.
+struct LoaderProgress
+{
+    std::atomic<std::int32_t> progressVisible{1};
+    std::atomic<std::int32_t> phase{0};
+};
+LoaderProgress& ProcessLoaderProgress();
+
 /// The run flags the control writes and the film loader polls.
 struct OpeningFlags
 {
@@ -104,6 +132,22 @@ public:
     audio::WaveStream* Narration() { return narration_.get(); }
 
 private:
+    enum class Next
+    {
+        Step,
+        Wait,
+        Fail
+    };
+    bool Append(const std::uint8_t* bytes, std::int32_t size);
+    void Consume(std::int32_t count);
+    Next StepOnce(Film& film, const ItemHandOver* handOver, const std::atomic<std::int32_t>& stopRequested);
+    Next SeekMediaMarker(Film& film, const ItemHandOver* handOver);
+    Next CompleteItem(Film& film, const ItemHandOver* handOver,
+                      const std::atomic<std::int32_t>& stopRequested);
+    bool QueueNarration(FilmItem& item, std::span<const std::uint8_t> bytes, const ItemHandOver* handOver);
+    void DrawProgress(const ItemHandOver* handOver);
+    std::string UniqueName(const std::string& filmName) const;
+
     std::string tempFolder_;
     std::unique_ptr<std::uint8_t[]> buffer_;
     std::int32_t capacity_ = 0;
