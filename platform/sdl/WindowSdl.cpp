@@ -43,6 +43,19 @@ public:
         SDL_QuitSubSystem(SDL_INIT_VIDEO);
     }
 
+    void PixelsPerInch(int& x, int& y) const override
+    {
+        float horizontal = 0, vertical = 0;
+        const int display = SDL_GetWindowDisplayIndex(window_);
+        if (display < 0 || SDL_GetDisplayDPI(display, nullptr, &horizontal, &vertical) != 0 || horizontal < 1 ||
+            vertical < 1) {
+            WindowHost::PixelsPerInch(x, y);
+            return;
+        }
+        x = static_cast<int>(horizontal + 0.5f);
+        y = static_cast<int>(vertical + 0.5f);
+    }
+
 protected:
     bool PollInput(std::uint32_t timeoutMs) override
     {
@@ -62,6 +75,8 @@ protected:
             case SDL_MOUSEBUTTONUP:
                 if (event.button.button == SDL_BUTTON_LEFT)
                     InjectButtonUp(event.button.x, event.button.y);
+                else if (event.button.button == SDL_BUTTON_RIGHT)
+                    InjectRightButtonUp(event.button.x, event.button.y);
                 break;
             case SDL_MOUSEBUTTONDOWN:
                 if (event.button.button == SDL_BUTTON_LEFT && event.button.clicks == 2)
