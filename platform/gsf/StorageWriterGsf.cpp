@@ -54,7 +54,9 @@ base::Status WriteCompoundFile(const std::string& path, std::span<const StorageS
             ok = gsf_output_close(child.get()) && ok;
     }
     ok = gsf_output_close(GSF_OUTPUT(outfile.get())) && ok;
-    ok = gsf_output_close(sink.get()) && ok;
+    // Closing the compound file normally closes its sink too.
+    if (!gsf_output_is_closed(sink.get()))
+        ok = gsf_output_close(sink.get()) && ok;
     if (!ok)
         return Error{ErrorCode::Io, StrCat("writing the compound file ", path, " failed")};
     return {};
