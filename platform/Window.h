@@ -75,6 +75,14 @@ struct MenuEntry
 
 using WindowProc = std::function<void(const Message&)>;
 
+/// A window that another part of the process made: an SDL_Window* of the same SDL library, or a
+/// native X11 window id. Exactly one is set.
+struct NativeWindow
+{
+    void* sdlWindow = nullptr;
+    std::uint64_t x11Window = 0;
+};
+
 /// One top-level window with a small tree of child windows, a message queue and a back buffer. The
 /// thread that created it owns it and runs Pump; Post, Present, AsyncKeyPressed and Invalidate may
 /// be called from any thread. Two back-ends: SDL (a real window) and headless (the back buffer only).
@@ -83,6 +91,10 @@ class WindowHost
 public:
     /// An SDL window when a display is available and `headless` is false; the headless host otherwise.
     static std::unique_ptr<WindowHost> Create(int width, int height, const char* title, bool headless);
+    /// A host that draws into someone else's window (its size at this moment) with a renderer of its
+    /// own; the window's owner must not draw into it too and keeps it alive longer than the host. Its
+    /// Pump takes the process's SDL events. Null when SDL's video cannot take the window.
+    static std::unique_ptr<WindowHost> Attach(const NativeWindow& window);
     virtual ~WindowHost();
 
     bool IsHeadless() const { return headless_; }
