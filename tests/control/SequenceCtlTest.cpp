@@ -7,8 +7,8 @@
 #include "platform/MessageBox.h"
 #include "playback/PlayerWindow.h"
 #include "tests/support/FilmServer.h"
+#include "tests/support/FilmStream.h"
 #include "tests/support/FilmWriter.h"
-#include "tests/support/JpegWriter.h"
 
 #include <gtest/gtest.h>
 
@@ -25,35 +25,6 @@ using testing::FilmServerOptions;
 std::uint64_t Now()
 {
     return platform::SystemClock().NowMs();
-}
-
-/// A film stream of `count` photo items (uniform 64x48 photos, one-second dwell) in `mode`.
-std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size_t paddingPerItem = 0)
-{
-    testing::FilmDescription description;
-    description.autoplay = mode;
-    std::vector<std::vector<std::uint8_t>> photos;
-    for (int i = 0; i < count; ++i) {
-        testing::ZigzagBlock block(64, 0);
-        block[0] = -400 + 200 * i;
-        auto photo = testing::MakeUniformPhoto(64, 48, block);
-        // Padding after the photo's end of image keeps it decodable and makes the stream longer.
-        photo.resize(photo.size() + paddingPerItem, 0);
-        film::FilmItem item = testing::PhotoItem(std::to_string(photo.size()) + ".jpg", 0, 1);
-        item.effectMs = 50;
-        description.items.push_back({item, std::nullopt});
-        photos.push_back(std::move(photo));
-    }
-    const auto filmFile = testing::WriteCompoundFile(testing::FilmNodes(description));
-    const std::string preamble = "any preamble ";
-    std::vector<std::uint8_t> out(preamble.begin(), preamble.end());
-    for (std::string_view part : {film::kFilmMarker})
-        out.insert(out.end(), part.begin(), part.end());
-    out.insert(out.end(), filmFile.begin(), filmFile.end());
-    out.insert(out.end(), film::kMediaMarker.begin(), film::kMediaMarker.end());
-    for (const auto& photo : photos)
-        out.insert(out.end(), photo.begin(), photo.end());
-    return out;
 }
 
 std::string WriteTemp(const std::vector<std::uint8_t>& bytes, const std::string& stem)
@@ -107,7 +78,7 @@ protected:
     /// Serves a stream from a temporary file; returns its path.
     std::string FilmFile(int items, std::int32_t mode, std::size_t padding = 0)
     {
-        files_.push_back(WriteTemp(MakeFilmStream(items, mode, padding), "film.flm"));
+        files_.push_back(WriteTemp(testing::MakeFilmStream(items, mode, padding), "film.flm"));
         return files_.back();
     }
 
