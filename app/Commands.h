@@ -34,4 +34,8 @@ int CaptionCommand(Args args);
 /// `lumenar narration IN.ca -o OUT.wav` and `lumenar narration --pack FRAMES -o OUT.ca`.
 int NarrationCommand(Args args);
 
+/// `lumenar register` / `lumenar unregister`: the player control's per-user registration.
+int RegisterCommand(Args args);
+int UnregisterCommand(Args args);
+
 } // namespace lumenar::app
