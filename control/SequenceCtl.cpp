@@ -296,8 +296,13 @@ void SequenceCtl::DrainDownload()
 {
     if (!download_)
         return;
+    // The transfer marks itself finished only after queueing its last block: once finished, one more
+    // take gets everything, and the ended binding is released.
+    const bool finished = download_->Finished();
     for (platform::DownloadBlock& block : download_->TakeBlocks())
         OnFilmData(block.bytes, block.last);
+    if (finished)
+        download_.reset();
 }
 
 void SequenceCtl::OnFilmData(std::span<const std::uint8_t> bytes, bool last)

@@ -85,9 +85,10 @@ private:
 struct ControlObject
 {
     std::atomic<std::uint32_t> refs{1};
-    SequenceCtl control;
+    // Declared before the control, so that the control (and its threads) goes first.
     std::unique_ptr<platform::SoundDevice> sound;
     std::unique_ptr<platform::WindowHost> host;
+    SequenceCtl control;
     std::mutex sinkLock; // Guards frameSink and frameContext (read by presenting threads).
     LumFrameSink frameSink = nullptr;
     void* frameContext = nullptr;

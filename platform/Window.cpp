@@ -69,6 +69,11 @@ void WindowHost::Destroy(WindowId window)
                 doomed.push_back(id);
     for (WindowId id : doomed)
         windows_.erase(id);
+    std::lock_guard bufferGuard(bufferLock_);
+    if (menu_ && std::find(doomed.begin(), doomed.end(), menu_->owner) != doomed.end()) {
+        menu_.reset(); // Its owner cannot take a choice any more.
+        dirty_ = true;
+    }
 }
 
 void WindowHost::Show(WindowId window, bool shown)
