@@ -397,5 +397,38 @@ TEST_F(SequenceCtlTest, ContextMenuGreysTheRightEntryAndSendsTheChoice)
     }
 }
 
+TEST(SequenceCtlRealWindow, PlaysAndOffersItsMenuInAnSdlWindow)
+{
+    if (std::getenv("LUMENAR_EXPECT_DISPLAY") == nullptr)
+        GTEST_SKIP() << "run through ctest's control.RealWindow under a display";
+    auto host = platform::WindowHost::Create(800, 600, "control test", false);
+    ASSERT_FALSE(host->IsHeadless()) << "no SDL window could be opened on DISPLAY";
+    int perInchX = 0, perInchY = 0;
+    host->PixelsPerInch(perInchX, perInchY);
+    EXPECT_GT(perInchX, 0);
+    EXPECT_GT(perInchY, 0);
+    const std::string film = WriteTemp(testing::MakeFilmStream(1, film::kAdvanceManual), "film.flm");
+    {
+        SequenceCtl control;
+        control.SetFile(film);
+        ControlSite site;
+        site.host = host.get();
+        ASSERT_EQ(control.Create(site), 0);
+        auto pumpUntil = [&](const std::function<bool()>& done) {
+            const std::uint64_t start = Now();
+            while (!done() && Now() - start < 10000)
+                host->Pump(10);
+            return done();
+        };
+        ASSERT_TRUE(pumpUntil([&] { return control.Player()->StepsDone() >= 1; }));
+        host->InjectRightButtonUp(400, 300);
+        ASSERT_TRUE(pumpUntil([&] { return host->PopupMenuOpen(); }));
+        const auto entry = host->PopupMenuEntryRect(1);
+        host->InjectButtonUp((entry.left + entry.right) / 2, (entry.top + entry.bottom) / 2);
+        EXPECT_TRUE(pumpUntil([&] { return control.State() == ControlState::Stopped; }));
+    }
+    std::remove(film.c_str());
+}
+
 } // namespace
 } // namespace lumenar::control
