@@ -40,4 +40,8 @@ int PlayCommand(Args args);
 /// `lumenar pack MANIFEST -o OUT.film`: a film stream from the files a manifest names.
 int PackCommand(Args args);
 
+/// `lumenar register` / `lumenar unregister`: the player control's per-user registration.
+int RegisterCommand(Args args);
+int UnregisterCommand(Args args);
+
 } // namespace lumenar::app

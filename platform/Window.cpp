@@ -1,6 +1,7 @@
 #include "platform/Window.h"
 
 #include "platform/Clock.h"
+#include "platform/Font.h"
 
 #include <algorithm>
 #include <chrono>
@@ -68,6 +69,11 @@ void WindowHost::Destroy(WindowId window)
                 doomed.push_back(id);
     for (WindowId id : doomed)
         windows_.erase(id);
+    std::lock_guard bufferGuard(bufferLock_);
+    if (menu_ && std::find(doomed.begin(), doomed.end(), menu_->owner) != doomed.end()) {
+        menu_.reset(); // Its owner cannot take a choice any more.
+        dirty_ = true;
+    }
 }
 
 void WindowHost::Show(WindowId window, bool shown)
@@ -209,8 +215,10 @@ void WindowHost::PresentAt(WindowId window, const std::uint8_t* bits, int width,
         dirty_ = true;
         ++presents_;
         sink = sink_;
-        if (sink)
+        if (sink) {
             copy = backBuffer_;
+            DrawMenuOver(copy);
+        }
     }
     if (sink)
         sink(SystemClock().NowMs() - startMs_, copy, width_, height_);
@@ -220,7 +228,9 @@ void WindowHost::PresentAt(WindowId window, const std::uint8_t* bits, int width,
 std::vector<std::uint8_t> WindowHost::BackBuffer()
 {
     std::lock_guard guard(bufferLock_);
-    return backBuffer_;
+    std::vector<std::uint8_t> copy = backBuffer_;
+    DrawMenuOver(copy);
+    return copy;
 }
 
 void WindowHost::SetFrameSink(FrameSink sink)
@@ -235,7 +245,7 @@ void WindowHost::InjectKey(int key)
         std::lock_guard guard(keyLock_);
         pressed_[key] = true;
     }
-    Enqueue({focus_.load(), kMsgKeyDown, static_cast<std::uint64_t>(key), 0, pointerX_.load(), pointerY_.load()});
+    Enqueue({focus_.load(), kMsgKeyDown, static_cast<std::uint64_t>(key), 0, pointerX_.load(), pointerY_.load(), true});
 }
 
 void WindowHost::InjectMouseMove(int x, int y)
@@ -249,14 +259,21 @@ void WindowHost::InjectDoubleClick(int x, int y)
 {
     pointerX_ = x;
     pointerY_ = y;
-    Enqueue({0, kMsgLButtonDblClk, 0, 0, x, y});
+    Enqueue({0, kMsgLButtonDblClk, 0, 0, x, y, true});
 }
 
 void WindowHost::InjectButtonUp(int x, int y)
 {
     pointerX_ = x;
     pointerY_ = y;
-    Enqueue({0, kMsgLButtonUp, 0, 0, x, y});
+    Enqueue({0, kMsgLButtonUp, 0, 0, x, y, true});
+}
+
+void WindowHost::InjectRightButtonUp(int x, int y)
+{
+    pointerX_ = x;
+    pointerY_ = y;
+    Enqueue({0, kMsgRButtonUp, 0, 0, x, y, true});
 }
 
 bool WindowHost::Pump(std::uint32_t timeoutMs)
@@ -273,6 +290,13 @@ bool WindowHost::Pump(std::uint32_t timeoutMs)
         batch.swap(queue_);
     }
     for (Message& message : batch) {
+        if (MenuTakes(message))
+            continue;
+        if (message.code == kMsgRButtonUp && message.window == 0 && message.input) {
+            message.window = RightClickTarget(message.screenX, message.screenY, message.lParam);
+            if (message.window == 0)
+                continue;
+        }
         WindowProc hook;
         {
             std::lock_guard guard(hookLock_);
@@ -317,6 +341,7 @@ bool WindowHost::Pump(std::uint32_t timeoutMs)
         std::lock_guard guard(bufferLock_);
         if (dirty_ && !headless_) {
             frame = backBuffer_;
+            DrawMenuOver(frame);
             show = true;
         }
         dirty_ = false;
@@ -324,6 +349,241 @@ bool WindowHost::Pump(std::uint32_t timeoutMs)
     if (show)
         ShowBackBuffer(frame);
     return !quit_;
+}
+
+void WindowHost::AcceptRightClicks(WindowId window)
+{
+    std::lock_guard guard(treeLock_);
+    if (Node* node = Find(window))
+        node->rightClicks = true;
+}
+
+WindowId WindowHost::RightClickTarget(int x, int y, std::int64_t& lParam)
+{
+    std::vector<WindowId> ids;
+    {
+        std::lock_guard guard(treeLock_);
+        for (auto& [id, node] : windows_)
+            if (id != 0)
+                ids.push_back(id);
+    }
+    // The deepest accepting window wins: count each candidate's ancestors.
+    WindowId best = 0;
+    int bestDepth = -1;
+    WindowRect bestRect;
+    for (WindowId id : ids) {
+        WindowRect rect = ScreenRect(id);
+        std::lock_guard guard(treeLock_);
+        Node* node = Find(id);
+        if (node == nullptr || !node->shown || !node->rightClicks || !rect.Contains(x, y))
+            continue;
+        int depth = 0;
+        for (Node* up = node; up != nullptr && up->parent != 0; up = Find(up->parent))
+            ++depth;
+        if (depth > bestDepth) {
+            best = id;
+            bestDepth = depth;
+            bestRect = rect;
+        }
+    }
+    if (best != 0)
+        lParam = (std::int64_t((y - bestRect.top) & 0xFFFF) << 16) | ((x - bestRect.left) & 0xFFFF);
+    return best;
+}
+
+namespace {
+
+constexpr int kMenuEntryHeight = 20;
+constexpr int kMenuPadding = 12;
+constexpr std::uint32_t kMenuFace = 0xF0F0F0;
+constexpr std::uint32_t kMenuBorder = 0x808080;
+constexpr std::uint32_t kMenuText = 0x000000;
+constexpr std::uint32_t kMenuGrayText = 0xA0A0A0;
+constexpr std::uint32_t kMenuSelected = 0x3070C0;
+constexpr std::uint32_t kMenuSelectedText = 0xFFFFFF;
+
+/// Draws the menu once into its own BGRX picture; with no font the entries stay blank but usable.
+std::vector<std::uint8_t> DrawMenu(const std::vector<MenuEntry>& entries, int width, int height, int selected)
+{
+    std::vector<std::uint8_t> pixels(std::size_t(width) * height * 4);
+    auto put = [&](int x, int y, std::uint32_t rgb) {
+        std::uint8_t* p = pixels.data() + (std::size_t(y) * width + x) * 4;
+        p[0] = rgb & 0xFF;
+        p[1] = (rgb >> 8) & 0xFF;
+        p[2] = (rgb >> 16) & 0xFF;
+        p[3] = 0;
+    };
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            bool edge = x == 0 || y == 0 || x == width - 1 || y == height - 1;
+            int entry = (y - 1) / kMenuEntryHeight;
+            put(x, y, edge ? kMenuBorder : entry == selected ? kMenuSelected : kMenuFace);
+        }
+    auto font = Font::Create({.faceUtf8 = "Sans", .height = -12});
+    if (!font.ok())
+        return pixels;
+    std::vector<std::uint8_t> sheet(std::size_t(width) * kMenuEntryHeight);
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        std::fill(sheet.begin(), sheet.end(), 0xFF);
+        int pen = kMenuPadding;
+        const int baseline = (kMenuEntryHeight + (*font)->Metrics().ascent - (*font)->Metrics().descent) / 2;
+        for (unsigned char c : entries[i].textUtf8) {
+            (*font)->Draw({sheet.data(), width, kMenuEntryHeight, width, false}, pen, baseline, c);
+            pen += (*font)->Advance(c);
+        }
+        const std::uint32_t ink = int(i) == selected ? kMenuSelectedText
+                                  : entries[i].grayed ? kMenuGrayText
+                                                      : kMenuText;
+        for (int y = 0; y < kMenuEntryHeight; ++y)
+            for (int x = 1; x < width - 1; ++x)
+                if (sheet[std::size_t(y) * width + x] < 0x80)
+                    put(x, 1 + int(i) * kMenuEntryHeight + y, ink);
+    }
+    return pixels;
+}
+
+} // namespace
+
+void WindowHost::TrackPopupMenu(WindowId owner, std::vector<MenuEntry> entries, int x, int y)
+{
+    auto menu = std::make_unique<Menu>();
+    int width = 80;
+    if (auto font = Font::Create({.faceUtf8 = "Sans", .height = -12}); font.ok())
+        for (const MenuEntry& entry : entries) {
+            int text = 0;
+            for (unsigned char c : entry.textUtf8)
+                text += (*font)->Advance(c);
+            width = std::max(width, text + 2 * kMenuPadding);
+        }
+    const int height = int(entries.size()) * kMenuEntryHeight + 2;
+    // Centred on the point, kept inside the window where it fits.
+    int left = std::clamp(x - width / 2, 0, std::max(0, width_ - width));
+    int top = std::clamp(y - height / 2, 0, std::max(0, height_ - height));
+    menu->owner = owner;
+    menu->rect = {left, top, left + width, top + height};
+    menu->pixels = DrawMenu(entries, width, height, -1);
+    menu->entries = std::move(entries);
+    {
+        std::lock_guard guard(bufferLock_);
+        menu_ = std::move(menu);
+        dirty_ = true;
+    }
+    Wake();
+}
+
+bool WindowHost::PopupMenuOpen()
+{
+    std::lock_guard guard(bufferLock_);
+    return menu_ != nullptr;
+}
+
+std::vector<MenuEntry> WindowHost::PopupMenuEntries()
+{
+    std::lock_guard guard(bufferLock_);
+    return menu_ ? menu_->entries : std::vector<MenuEntry>{};
+}
+
+WindowRect WindowHost::PopupMenuRect()
+{
+    std::lock_guard guard(bufferLock_);
+    return menu_ ? menu_->rect : WindowRect{};
+}
+
+WindowRect WindowHost::PopupMenuEntryRect(int index)
+{
+    std::lock_guard guard(bufferLock_);
+    if (!menu_ || index < 0 || index >= int(menu_->entries.size()))
+        return {};
+    const WindowRect& r = menu_->rect;
+    return {r.left + 1, r.top + 1 + index * kMenuEntryHeight, r.right - 1, r.top + 1 + (index + 1) * kMenuEntryHeight};
+}
+
+void WindowHost::CloseMenu()
+{
+    std::lock_guard guard(bufferLock_);
+    menu_.reset();
+    dirty_ = true;
+}
+
+void WindowHost::DrawMenuOver(std::vector<std::uint8_t>& topDown)
+{
+    if (!menu_)
+        return;
+    const WindowRect& r = menu_->rect;
+    const int width = r.right - r.left;
+    for (int y = std::max(r.top, 0); y < std::min(r.bottom, height_); ++y) {
+        const int x0 = std::max(r.left, 0);
+        const int x1 = std::min(r.right, width_);
+        if (x1 <= x0)
+            continue;
+        std::memcpy(topDown.data() + (std::size_t(y) * width_ + x0) * 4,
+                    menu_->pixels.data() + (std::size_t(y - r.top) * width + (x0 - r.left)) * 4, std::size_t(x1 - x0) * 4);
+    }
+}
+
+bool WindowHost::MenuTakes(const Message& message)
+{
+    if (!message.input || !PopupMenuOpen())
+        return false;
+    WindowId owner = 0;
+    std::uint32_t chosen = 0;
+    bool close = false;
+    {
+        std::lock_guard guard(bufferLock_);
+        Menu& menu = *menu_;
+        const int count = int(menu.entries.size());
+        auto choose = [&](int index) {
+            if (index >= 0 && index < count && !menu.entries[index].grayed) {
+                chosen = menu.entries[index].command;
+                owner = menu.owner;
+            }
+        };
+        switch (message.code) {
+        case kMsgLButtonUp:
+        case kMsgRButtonUp:
+        case kMsgLButtonDblClk:
+            close = true;
+            if (menu.rect.Contains(message.screenX, message.screenY))
+                choose((message.screenY - menu.rect.top - 1) / kMenuEntryHeight);
+            break;
+        case kMsgKeyDown: {
+            const int key = int(message.wParam);
+            if (key == kKeyEscape) {
+                close = true;
+            } else if (key == kKeyReturn) {
+                close = menu.selected >= 0;
+                choose(menu.selected);
+                close = close && owner != 0;
+            } else if (key == kKeyDown || key == kKeyUp) {
+                const int step = key == kKeyDown ? 1 : -1;
+                for (int n = 1; n <= count; ++n) {
+                    int index = ((menu.selected < 0 ? (step > 0 ? -1 : count) : menu.selected) + step * n + 2 * count) % count;
+                    if (!menu.entries[index].grayed) {
+                        menu.selected = index;
+                        break;
+                    }
+                }
+                menu.pixels = DrawMenu(menu.entries, menu.rect.right - menu.rect.left,
+                                       menu.rect.bottom - menu.rect.top, menu.selected);
+                dirty_ = true;
+            }
+            break;
+        }
+        case kMsgMouseMove: return false; // Still tracks the pointer.
+        default: break;
+        }
+    }
+    if (close)
+        CloseMenu();
+    if (owner != 0)
+        Post(owner, kMsgCommand, chosen, 0);
+    return true;
+}
+
+void WindowHost::PixelsPerInch(int& x, int& y) const
+{
+    x = 96;
+    y = 96;
 }
 
 void WindowHost::Quit()

@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace lumenar::platform {
@@ -26,11 +27,13 @@ enum MessageCode : std::uint32_t {
     kMsgMouseMove = 0x0200,
     kMsgLButtonUp = 0x0202,
     kMsgLButtonDblClk = 0x0203,
+    kMsgRButtonUp = 0x0205,
     kMsgUser = 0x0400,
 };
 
 /// Key codes of the keys the player reacts to.
 enum KeyCode : int {
+    kKeyReturn = 0x0D,
     kKeyEscape = 0x1B,
     kKeyPageUp = 0x21,
     kKeyPageDown = 0x22,
@@ -59,9 +62,26 @@ struct Message
     std::int64_t lParam = 0;
     int screenX = 0; ///< Pointer position for mouse messages, in the top-level window's coordinates.
     int screenY = 0;
+    bool input = false; ///< Came from the user (Inject*), not from Post.
+};
+
+/// One entry of a popup menu.
+struct MenuEntry
+{
+    std::string textUtf8;
+    std::uint32_t command = 0; ///< Sent to the menu's owner as kMsgCommand (wParam) when chosen.
+    bool grayed = false;       ///< Shown in grey and cannot be chosen.
 };
 
 using WindowProc = std::function<void(const Message&)>;
+
+/// A window that another part of the process made: an SDL_Window* of the same SDL library, or a
+/// native X11 window id. Exactly one is set.
+struct NativeWindow
+{
+    void* sdlWindow = nullptr;
+    std::uint64_t x11Window = 0;
+};
 
 /// One top-level window with a small tree of child windows, a message queue and a back buffer. The
 /// thread that created it owns it and runs Pump; Post, Present, AsyncKeyPressed and Invalidate may
@@ -71,6 +91,10 @@ class WindowHost
 public:
     /// An SDL window when a display is available and `headless` is false; the headless host otherwise.
     static std::unique_ptr<WindowHost> Create(int width, int height, const char* title, bool headless);
+    /// A host that draws into someone else's window (its size at this moment) with a renderer of its
+    /// own; the window's owner must not draw into it too and keeps it alive longer than the host. Its
+    /// Pump takes the process's SDL events. Null when SDL's video cannot take the window.
+    static std::unique_ptr<WindowHost> Attach(const NativeWindow& window);
     virtual ~WindowHost();
 
     bool IsHeadless() const { return headless_; }
@@ -100,6 +124,27 @@ public:
     /// Where the pointer is, in top-level coordinates.
     void PointerPosition(int& x, int& y);
 
+    /// Right-button-up messages go to the deepest shown window under the pointer that accepts them
+    /// (lParam: the pointer in that window's client coordinates, x in the low 16 bits, y in the next
+    /// 16); windows that do not, such as a player covering its control, let them through. Window thread.
+    void AcceptRightClicks(WindowId window);
+
+    /// Opens a popup menu centred on (x, y) in top-level coordinates, drawn over everything in the back
+    /// buffer until it closes. While it is open it takes the user's clicks and keys: a left click on an
+    /// entry that is not grayed, or Return on the selected one (Up and Down select), closes it and posts
+    /// kMsgCommand with the entry's command to `owner`; Escape or a click elsewhere closes it with no
+    /// command. Returns at once (the choice arrives as a message). Window thread.
+    void TrackPopupMenu(WindowId owner, std::vector<MenuEntry> entries, int x, int y);
+    /// Whether a popup menu is open, its entries and its rectangle (top-level coordinates). Any thread.
+    bool PopupMenuOpen();
+    std::vector<MenuEntry> PopupMenuEntries();
+    WindowRect PopupMenuRect();
+    /// The rectangle of entry `index` of the open menu, in top-level coordinates.
+    WindowRect PopupMenuEntryRect(int index);
+
+    /// The display's logical pixels per inch, horizontally and vertically (96 without a display).
+    virtual void PixelsPerInch(int& x, int& y) const;
+
     /// Takes and dispatches every queued message, waiting up to `timeoutMs` for the first; shows the
     /// back buffer when it changed. False once the window has been closed or Quit called. Window thread.
     bool Pump(std::uint32_t timeoutMs);
@@ -110,6 +155,7 @@ public:
     void InjectMouseMove(int x, int y);
     void InjectDoubleClick(int x, int y);
     void InjectButtonUp(int x, int y);
+    void InjectRightButtonUp(int x, int y);
 
     /// A copy of the back buffer: the whole client area, 32-bit BGRX, top row first.
     std::vector<std::uint8_t> BackBuffer();
@@ -143,11 +189,25 @@ private:
         WindowRect rect; // In the parent's coordinates.
         WindowProc proc;
         bool shown = true;
+        bool rightClicks = false;
         std::unique_ptr<WindowPresenter> presenter;
     };
     void PresentAt(WindowId window, const std::uint8_t* bits, int width, int height, int x, int y);
     void Enqueue(Message message);
     Node* Find(WindowId window);
+    bool MenuTakes(const Message& message);
+    void CloseMenu();
+    void DrawMenuOver(std::vector<std::uint8_t>& topDown);
+    WindowId RightClickTarget(int x, int y, std::int64_t& lParam);
+
+    struct Menu
+    {
+        WindowId owner = 0;
+        std::vector<MenuEntry> entries;
+        WindowRect rect;
+        int selected = -1;
+        std::vector<std::uint8_t> pixels; // BGRX, top row first, rect-sized.
+    };
 
     const int width_;
     const int height_;
@@ -160,7 +220,8 @@ private:
     WindowProc hook_;
     std::mutex keyLock_;
     std::map<int, bool> pressed_;
-    std::mutex bufferLock_;
+    std::mutex bufferLock_; // Guards backBuffer_, dirty_, sink_ and menu_.
+    std::unique_ptr<Menu> menu_;
     std::vector<std::uint8_t> backBuffer_;
     bool dirty_ = true;
     FrameSink sink_;

@@ -2,6 +2,7 @@
 
 #include <SDL.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 
@@ -30,17 +31,32 @@ int KeyFromSdl(SDL_Keycode key)
 class SdlHost final : public WindowHost
 {
 public:
-    SdlHost(int width, int height, SDL_Window* window, SDL_Renderer* renderer, SDL_Texture* texture)
+    SdlHost(int width, int height, SDL_Window* window, SDL_Renderer* renderer, SDL_Texture* texture,
+            bool ownsWindow = true)
         : WindowHost(width, height, false), window_(window), renderer_(renderer), texture_(texture),
-          wakeEvent_(SDL_RegisterEvents(1))
+          wakeEvent_(SDL_RegisterEvents(1)), ownsWindow_(ownsWindow)
     {
     }
     ~SdlHost() override
     {
         SDL_DestroyTexture(texture_);
         SDL_DestroyRenderer(renderer_);
-        SDL_DestroyWindow(window_);
+        if (ownsWindow_)
+            SDL_DestroyWindow(window_);
         SDL_QuitSubSystem(SDL_INIT_VIDEO);
+    }
+
+    void PixelsPerInch(int& x, int& y) const override
+    {
+        float horizontal = 0, vertical = 0;
+        const int display = SDL_GetWindowDisplayIndex(window_);
+        if (display < 0 || SDL_GetDisplayDPI(display, nullptr, &horizontal, &vertical) != 0 || horizontal < 1 ||
+            vertical < 1) {
+            WindowHost::PixelsPerInch(x, y);
+            return;
+        }
+        x = static_cast<int>(horizontal + 0.5f);
+        y = static_cast<int>(vertical + 0.5f);
     }
 
 protected:
@@ -62,6 +78,8 @@ protected:
             case SDL_MOUSEBUTTONUP:
                 if (event.button.button == SDL_BUTTON_LEFT)
                     InjectButtonUp(event.button.x, event.button.y);
+                else if (event.button.button == SDL_BUTTON_RIGHT)
+                    InjectRightButtonUp(event.button.x, event.button.y);
                 break;
             case SDL_MOUSEBUTTONDOWN:
                 if (event.button.button == SDL_BUTTON_LEFT && event.button.clicks == 2)
@@ -95,6 +113,7 @@ private:
     SDL_Renderer* renderer_;
     SDL_Texture* texture_;
     std::uint32_t wakeEvent_;
+    bool ownsWindow_;
 };
 
 } // namespace
@@ -121,6 +140,36 @@ std::unique_ptr<WindowHost> MakeSdlWindowHost(int width, int height, const char*
         return nullptr;
     }
     return std::make_unique<SdlHost>(width, height, window, renderer, texture);
+}
+
+std::unique_ptr<WindowHost> WindowHost::Attach(const NativeWindow& native)
+{
+    if ((native.sdlWindow == nullptr) == (native.x11Window == 0))
+        return nullptr;
+    if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0)
+        return nullptr;
+    SDL_Window* window = static_cast<SDL_Window*>(native.sdlWindow);
+    // A foreign X11 window becomes an SDL window that SDL must not destroy with the host's window.
+    const bool owns = window == nullptr;
+    if (window == nullptr)
+        window = SDL_CreateWindowFrom(reinterpret_cast<const void*>(static_cast<std::uintptr_t>(native.x11Window)));
+    int width = 0, height = 0;
+    if (window != nullptr)
+        SDL_GetWindowSize(window, &width, &height);
+    SDL_Renderer* renderer = window && width > 0 && height > 0 ? SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE)
+                                                               : nullptr;
+    SDL_Texture* texture = renderer ? SDL_CreateTexture(renderer, SDL_PIXELFORMAT_ARGB8888,
+                                                        SDL_TEXTUREACCESS_STREAMING, width, height)
+                                    : nullptr;
+    if (texture == nullptr) {
+        if (renderer)
+            SDL_DestroyRenderer(renderer);
+        if (window && owns)
+            SDL_DestroyWindow(window);
+        SDL_QuitSubSystem(SDL_INIT_VIDEO);
+        return nullptr;
+    }
+    return std::make_unique<SdlHost>(width, height, window, renderer, texture, owns);
 }
 
 } // namespace lumenar::platform

@@ -1,0 +1,408 @@
+#include "control/SequenceCtl.h"
+
+#include "base/StrCat.h"
+#include "control/ControlMenu.h"
+#include "platform/CompoundFile.h"
+#include "platform/Cpu.h"
+#include "platform/DebugTrace.h"
+#include "platform/Download.h"
+#include "platform/MessageBox.h"
+#include "platform/StorageWriter.h"
+#include "platform/Sync.h"
+#include "platform/Timer.h"
+#include "playback/PlayerWindow.h"
+
+#include <algorithm>
+
+namespace lumenar::control {
+
+using base::Error;
+using base::ErrorCode;
+using base::StrCat;
+
+namespace {
+
+/// Logical pixels to 0.01 mm, truncated.
+std::uint32_t ToHimetric(int pixels, int perInch)
+{
+    if (pixels <= 0 || perInch <= 0)
+        return 0;
+    return static_cast<std::uint32_t>(std::int64_t(pixels) * 2540 / perInch);
+}
+
+/// The notifications that controls reflect back to their children (0x2000 + the message), which the
+/// control passes on to default processing.
+bool IsReflected(std::uint32_t code)
+{
+    if (code < 0x2000)
+        return false;
+    switch (code - 0x2000) {
+    case 0x002B: // draw item
+    case 0x002C: // measure item
+    case 0x002D: // delete item
+    case 0x002E: // key to item
+    case 0x002F: // char to item
+    case 0x0039: // compare item
+    case 0x004E: // notify
+    case 0x0111: // command
+    case 0x0114: // horizontal scroll
+    case 0x0115: // vertical scroll
+    case 0x0132: // colour: message box
+    case 0x0133: // colour: edit
+    case 0x0134: // colour: list box
+    case 0x0135: // colour: button
+    case 0x0136: // colour: dialog
+    case 0x0137: // colour: scroll bar
+    case 0x0138: // colour: static
+    case 0x0210: // parent notify
+        return true;
+    default: return false;
+    }
+}
+
+} // namespace
+
+SequenceCtl::SequenceCtl() = default;
+
+SequenceCtl::~SequenceCtl()
+{
+    Destroy();
+}
+
+void SequenceCtl::SetBackColor(std::uint32_t colour)
+{
+    properties_.backColor = colour;
+    Notify(kDispidBackColor);
+}
+
+void SequenceCtl::SetFillColor(std::uint32_t colour)
+{
+    properties_.fillColor = colour;
+    Notify(kDispidFillColor);
+}
+
+std::uint32_t SequenceCtl::Advise(ChangeSink sink)
+{
+    const std::uint32_t cookie = nextCookie_++;
+    sinks_.emplace(cookie, std::move(sink));
+    return cookie;
+}
+
+bool SequenceCtl::Unadvise(std::uint32_t cookie)
+{
+    return sinks_.erase(cookie) != 0;
+}
+
+void SequenceCtl::Notify(std::int32_t dispid)
+{
+    // A sink may unadvise itself (or others) while being told: walk a copy.
+    auto sinks = sinks_;
+    for (auto& [cookie, sink] : sinks)
+        if (sink && sinks_.count(cookie) != 0)
+            sink(dispid);
+}
+
+void SequenceCtl::SetProperties(const ControlProperties& properties)
+{
+    properties_.cx = properties.cx;
+    properties_.cy = properties.cy;
+    properties_.file = properties.file;
+    SetBackColor(properties.backColor);
+    SetFillColor(properties.fillColor);
+}
+
+base::Status SequenceCtl::LoadBag(PropertyBag& bag)
+{
+    SetProperties(LUM_TRY(LoadFromBag(bag, properties_)));
+    return {};
+}
+
+base::Status SequenceCtl::SaveBag(PropertyBag& bag) const
+{
+    return SaveToBag(properties_, bag);
+}
+
+base::Status SequenceCtl::LoadStream(std::span<const std::uint8_t> bytes)
+{
+    SetProperties(LUM_TRY(LoadFromStream(bytes)));
+    return {};
+}
+
+std::vector<std::uint8_t> SequenceCtl::SaveStream() const
+{
+    return SaveToStream(properties_);
+}
+
+base::Status SequenceCtl::LoadStorage(const std::string& path)
+{
+    auto storage = LUM_TRY(platform::CompoundStorage::OpenFile(path));
+    const auto bytes = LUM_TRY(storage->ReadStream(kStorageStreamName, kMaxFileBytes + 1024));
+    return LoadStream(bytes);
+}
+
+base::Status SequenceCtl::SaveStorage(const std::string& path) const
+{
+    const platform::StorageStream streams[] = {{std::string(kStorageStreamName), SaveStream()}};
+    return platform::WriteCompoundFile(path, streams);
+}
+
+ControlState SequenceCtl::State() const
+{
+    if (window_ == 0)
+        return ControlState::NoWindow;
+    if (StopRequested())
+        return ControlState::Stopped;
+    return loaderReleased_ ? ControlState::Playing : ControlState::Created;
+}
+
+bool SequenceCtl::Downloading() const
+{
+    return download_ != nullptr && !download_->Finished();
+}
+
+int SequenceCtl::Create(const ControlSite& site)
+{
+    if (window_ != 0 || site.host == nullptr)
+        return -1;
+    site_ = site;
+    host_ = site.host;
+    platform::WindowRect rect = site.rect;
+    if (rect.right <= rect.left || rect.bottom <= rect.top) {
+        platform::WindowRect parent = host_->ScreenRect(site.parent);
+        rect = {0, 0, parent.right - parent.left, parent.bottom - parent.top};
+    }
+    window_ = host_->CreateChild(site.parent, rect, [this](const platform::Message& m) { OnMessage(m); });
+    if (window_ == 0)
+        return -1;
+    host_->AcceptRightClicks(window_);
+    if (OnCreate() != 0) {
+        host_->Destroy(window_);
+        window_ = 0;
+        host_ = nullptr;
+        return -1;
+    }
+    return 0;
+}
+
+void SequenceCtl::Destroy()
+{
+    if (window_ == 0)
+        return;
+    OnDestroy();
+    host_->Destroy(window_);
+    window_ = 0;
+    host_ = nullptr;
+}
+
+void SequenceCtl::OnMessage(const platform::Message& message)
+{
+    if (IsReflected(message.code))
+        return; // Default processing.
+    switch (message.code) {
+    case platform::kMsgLButtonUp: return; // Default processing only.
+    case platform::kMsgRButtonUp: OnContextMenu(message.lParam); return;
+    case kMsgFilmStart: OnStartFilm(); return;
+    case platform::kMsgCommand:
+        if ((message.wParam >> 16) == 0 && (message.wParam & 0xFFFF) == kCommandPlay)
+            OnPlay();
+        else if ((message.wParam >> 16) == 0 && (message.wParam & 0xFFFF) == kCommandStop)
+            OnStop();
+        return;
+    case kMsgFilmData: DrainDownload(); return;
+    default: return; // Escape from the player among them: no effect of the control's own.
+    }
+}
+
+int SequenceCtl::OnCreate()
+{
+    handlerLog_.push_back("OnCreate");
+    const bool mmx = site_.hasMmx ? site_.hasMmx() : platform::HasMmx();
+    if (!mmx) {
+        platform::CurrentMessageSink().Show(nullptr, platform::kBoxOk, "", "MMX required");
+        return -1;
+    }
+    platform::WindowRect rect = host_->ScreenRect(window_);
+    int perInchX = 96, perInchY = 96;
+    host_->PixelsPerInch(perInchX, perInchY);
+    properties_.cx = ToHimetric(rect.right - rect.left, perInchX);
+    properties_.cy = ToHimetric(rect.bottom - rect.top, perInchY);
+    NewSession();
+    StartSession();
+    host_->Post(window_, kMsgFilmStart, 0, 0);
+    return 0;
+}
+
+void SequenceCtl::NewSession()
+{
+    film_ = std::make_unique<film::Film>();
+    receiver_ = std::make_unique<film::FilmReceiver>(site_.sound,
+                                                     site_.timers ? *site_.timers : platform::SystemTimers());
+    queue_ = std::make_unique<film::ChunkQueue>();
+    flags_ = std::make_unique<film::OpeningFlags>();
+    flags_->stopRequested = 0;
+    loaderReleased_ = false;
+}
+
+void SequenceCtl::StartSession()
+{
+    player_ = std::make_unique<playback::PlayerWindow>();
+    if (player_->Create(*host_, window_, film_.get(), 0, true) == 0)
+        return; // No film loader without a player.
+    playback::PlaybackState& state = player_->State();
+    platform::WindowRect area = host_->ScreenRect(player_->Window());
+    handOver_ = {};
+    handOver_.itemAvailable = &state.itemAvailable;
+    handOver_.stepDone = &state.stepDone;
+    handOver_.filmLock = &state.filmLock;
+    handOver_.presenter = &host_->Presenter(player_->Window());
+    handOver_.clientWidth = area.right - area.left;
+    handOver_.clientHeight = area.bottom - area.top;
+    // Created "suspended": the thread waits for OnStartFilm (or the session's end) to release it.
+    loaderStart_ = std::make_unique<platform::AutoResetEvent>();
+    loaderThread_ = std::thread([this] {
+        loaderStart_->Wait(platform::kWaitForever);
+        platform::SetCurrentThreadName("FilmLoader");
+        film::RunFilmLoader(*receiver_, *queue_, *film_, &handOver_, *flags_);
+    });
+}
+
+void SequenceCtl::OnStartFilm()
+{
+    handlerLog_.push_back("OnStartFilm");
+    if (site_.userMode) {
+        download_.reset();
+        auto address = platform::ResolveAddress(site_.documentUrl, properties_.file);
+        if (address.ok()) {
+            platform::WindowHost* host = host_;
+            platform::WindowId window = window_;
+            auto download = platform::Download::Start(*address, [host, window] { host->Post(window, kMsgFilmData); });
+            if (download.ok()) {
+                download_ = std::move(*download);
+                ++downloadsStarted_;
+            } else {
+                platform::DebugTrace(StrCat("download not started: ", download.error().message, "\n").c_str());
+            }
+        } else {
+            platform::DebugTrace(StrCat("download not started: ", address.error().message, "\n").c_str());
+        }
+    }
+    flags_->openerRunning = 1;
+    loaderReleased_ = true;
+    if (loaderStart_)
+        loaderStart_->Set();
+}
+
+void SequenceCtl::DrainDownload()
+{
+    if (!download_)
+        return;
+    // The transfer marks itself finished only after queueing its last block: once finished, one more
+    // take gets everything, and the ended binding is released.
+    const bool finished = download_->Finished();
+    for (platform::DownloadBlock& block : download_->TakeBlocks())
+        OnFilmData(block.bytes, block.last);
+    if (finished)
+        download_.reset();
+}
+
+void SequenceCtl::OnFilmData(std::span<const std::uint8_t> bytes, bool last)
+{
+    if (!bytes.empty()) {
+        if (flags_->stopRequested != 0) {
+            download_->Abort();
+        } else {
+            std::lock_guard guard(queue_->Lock());
+            queue_->Push(bytes);
+            bytesQueued_ += bytes.size();
+        }
+    }
+    if (last)
+        Notify(kDispidReadyState);
+}
+
+void SequenceCtl::OnContextMenu(std::int64_t position)
+{
+    handlerLog_.push_back("OnContextMenu");
+    const auto submenus = LoadMenuResource(kMenuContext);
+    if (submenus.empty())
+        return;
+    const bool stopped = flags_->stopRequested != 0;
+    std::vector<platform::MenuEntry> entries;
+    for (const MenuItemResource& item : submenus[0].items) {
+        const bool grayed = (item.command == kCommandPlay && !stopped) || (item.command == kCommandStop && stopped);
+        entries.push_back({std::string(item.text), item.command, grayed});
+    }
+    // The position comes as client coordinates: x in the low word, y in the high word, both signed.
+    const int x = static_cast<std::int16_t>(position & 0xFFFF);
+    const int y = static_cast<std::int16_t>((position >> 16) & 0xFFFF);
+    const platform::WindowRect rect = host_->ScreenRect(window_);
+    host_->TrackPopupMenu(window_, std::move(entries), rect.left + x, rect.top + y);
+}
+
+void SequenceCtl::StopLoader()
+{
+    flags_->openerRunning = 0;
+    if (loaderStart_)
+        loaderStart_->Set(); // A thread never released must still see the end.
+    if (loaderThread_.joinable())
+        loaderThread_.join();
+    loaderStart_.reset();
+}
+
+void SequenceCtl::OnStop()
+{
+    handlerLog_.push_back("OnStop");
+    if (flags_->stopRequested == 1)
+        return;
+    flags_->stopRequested = 1;
+    if (player_)
+        player_->Stop();
+    StopLoader();
+}
+
+void SequenceCtl::FreeSession()
+{
+    if (player_) {
+        player_->Destroy();
+        player_.reset();
+    }
+    if (receiver_ && film_)
+        film::DeleteTemporaryFiles(*receiver_, *film_);
+    if (queue_) {
+        std::lock_guard guard(queue_->Lock());
+        queue_->Clear();
+    }
+    queue_.reset();
+    receiver_.reset();
+    film_.reset();
+}
+
+void SequenceCtl::OnPlay()
+{
+    handlerLog_.push_back("OnPlay");
+    if (flags_->stopRequested != 1)
+        return;
+    // The previous transfer was aborted at its next block after Stop; release it for good.
+    download_.reset();
+    FreeSession();
+    NewSession();
+    StartSession();
+    host_->Post(window_, kMsgFilmStart, 0, 0);
+}
+
+void SequenceCtl::OnDestroy()
+{
+    handlerLog_.push_back("OnDestroy");
+    download_.reset();
+    if (flags_->stopRequested == 0) {
+        flags_->stopRequested = 1;
+        if (player_)
+            player_->Stop();
+    }
+    StopLoader();
+    FreeSession();
+    flags_.reset();
+    loaderReleased_ = false;
+}
+
+} // namespace lumenar::control

@@ -1,0 +1,434 @@
+// The control against real threads on the headless window host: films are served from a file
+// address or from the loopback HTTP server, and the test thread is the control's thread.
+#include "control/SequenceCtl.h"
+
+#include "control/ControlMenu.h"
+#include "platform/Clock.h"
+#include "platform/MessageBox.h"
+#include "playback/PlayerWindow.h"
+#include "tests/support/FilmServer.h"
+#include "tests/support/FilmStream.h"
+#include "tests/support/FilmWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+namespace lumenar::control {
+namespace {
+
+using testing::FilmServer;
+using testing::FilmServerOptions;
+
+std::uint64_t Now()
+{
+    return platform::SystemClock().NowMs();
+}
+
+std::string WriteTemp(const std::vector<std::uint8_t>& bytes, const std::string& stem)
+{
+    const std::string path = testing::TempPath(stem);
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    return path;
+}
+
+/// Threads of this process, to see that none is left behind.
+int ThreadCount()
+{
+    int count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/task"))
+        ++count;
+    return count;
+}
+
+class CaptureSink : public platform::MessageSink
+{
+public:
+    int Show(platform::Window*, unsigned style, std::string_view title, std::string_view text) override
+    {
+        shown.push_back({style, std::string(title), std::string(text)});
+        return platform::kAnswerOk;
+    }
+    struct Shown
+    {
+        unsigned style;
+        std::string title;
+        std::string text;
+    };
+    std::vector<Shown> shown;
+};
+
+class SequenceCtlTest : public ::testing::Test
+{
+protected:
+    SequenceCtlTest() : host_(platform::WindowHost::Create(800, 600, "control test", true))
+    {
+        platform::SetMessageSink(&messages_);
+    }
+    ~SequenceCtlTest() override
+    {
+        control_.reset();
+        platform::SetMessageSink(nullptr);
+        for (const std::string& path : files_)
+            std::remove(path.c_str());
+    }
+
+    /// Serves a stream from a temporary file; returns its path.
+    std::string FilmFile(int items, std::int32_t mode, std::size_t padding = 0)
+    {
+        files_.push_back(WriteTemp(testing::MakeFilmStream(items, mode, padding), "film.flm"));
+        return files_.back();
+    }
+
+    int Create(const std::string& file, bool userMode = true)
+    {
+        control_ = std::make_unique<SequenceCtl>();
+        control_->SetFile(file);
+        ControlSite site;
+        site.host = host_.get();
+        site.userMode = userMode;
+        return control_->Create(site);
+    }
+
+    bool PumpUntil(const std::function<bool()>& done, std::uint64_t limitMs = 20000)
+    {
+        const std::uint64_t start = Now();
+        while (!done()) {
+            if (Now() - start > limitMs)
+                return false;
+            host_->Pump(10);
+        }
+        return true;
+    }
+
+    int ItemsArrived()
+    {
+        film::FilmReceiver* receiver = control_->Receiver();
+        return receiver ? receiver->ProcessedCount() - 1 : 0;
+    }
+
+    void Command(std::uint32_t command)
+    {
+        host_->Post(control_->Window(), platform::kMsgCommand, command, 0);
+        host_->Pump(0);
+    }
+
+    std::unique_ptr<platform::WindowHost> host_;
+    CaptureSink messages_;
+    std::unique_ptr<SequenceCtl> control_;
+    std::vector<std::string> files_;
+};
+
+TEST_F(SequenceCtlTest, PropertiesAndTheirNotifications)
+{
+    SequenceCtl control;
+    EXPECT_EQ(control.BackColor(), 0u);
+    EXPECT_EQ(control.FillColor(), 0u);
+    EXPECT_EQ(control.File(), "");
+    std::vector<std::int32_t> seen;
+    const std::uint32_t cookie = control.Advise([&](std::int32_t dispid) { seen.push_back(dispid); });
+    control.SetBackColor(0x123456);
+    control.SetFillColor(0x654321);
+    control.SetFile("x.flm"); // Only stored.
+    EXPECT_EQ(seen, (std::vector<std::int32_t>{kDispidBackColor, kDispidFillColor}));
+    EXPECT_TRUE(control.Unadvise(cookie));
+    EXPECT_FALSE(control.Unadvise(cookie));
+    control.SetBackColor(1);
+    EXPECT_EQ(seen.size(), 2u);
+    EXPECT_EQ(control.BackColor(), 1u);
+    EXPECT_EQ(control.FillColor(), 0x654321u);
+    EXPECT_EQ(control.File(), "x.flm");
+}
+
+TEST_F(SequenceCtlTest, StorageRoundTripAndHostileFiles)
+{
+    SequenceCtl control;
+    control.SetProperties({100, 200, 0xFF, 0xFF00, "http://host/f.flm"});
+    const std::string path = testing::TempPath("control.stg");
+    files_.push_back(path);
+    ASSERT_TRUE(control.SaveStorage(path).ok());
+    SequenceCtl other;
+    auto loaded = other.LoadStorage(path);
+    ASSERT_TRUE(loaded.ok()) << loaded.error().message;
+    EXPECT_EQ(other.Properties(), control.Properties());
+
+    const std::string garbage = WriteTemp(std::vector<std::uint8_t>(1000, 0xD0), "garbage.stg");
+    files_.push_back(garbage);
+    const std::string noStream = testing::TempPath("nostream.stg");
+    files_.push_back(noStream);
+    testing::WriteCompoundFileTo(noStream, {testing::Node::Stream("Other", {1, 2, 3})});
+    const std::string badStream = testing::TempPath("badstream.stg");
+    files_.push_back(badStream);
+    testing::WriteCompoundFileTo(badStream, {testing::Node::Stream("Contents", {'L', 'M', 'S', 'Q', 1})});
+    for (const std::string& bad : {garbage, noStream, badStream, path + ".missing"}) {
+        SCOPED_TRACE(bad);
+        SequenceCtl target;
+        target.SetFile("kept");
+        EXPECT_FALSE(target.LoadStorage(bad).ok());
+        EXPECT_EQ(target.File(), "kept");
+    }
+}
+
+TEST_F(SequenceCtlTest, WithoutMmxCreationFailsWithTheMessageAndNothingElse)
+{
+    SequenceCtl control;
+    ControlSite site;
+    site.host = host_.get();
+    site.hasMmx = [] { return false; };
+    EXPECT_EQ(control.Create(site), -1);
+    EXPECT_EQ(control.Window(), 0u);
+    EXPECT_EQ(control.State(), ControlState::NoWindow);
+    EXPECT_EQ(control.Player(), nullptr);
+    ASSERT_EQ(messages_.shown.size(), 1u);
+    EXPECT_EQ(messages_.shown[0].text, "MMX required");
+    EXPECT_EQ(messages_.shown[0].title, "");
+    EXPECT_EQ(messages_.shown[0].style, unsigned(platform::kBoxOk));
+}
+
+TEST_F(SequenceCtlTest, ExtentIsTheWindowInHundredthsOfAMillimetre)
+{
+    ASSERT_EQ(Create(""), 0);
+    // 800 x 600 pixels at 96 per inch.
+    EXPECT_EQ(control_->Properties().cx, 21166u);
+    EXPECT_EQ(control_->Properties().cy, 15875u);
+}
+
+TEST_F(SequenceCtlTest, PlaysAFileAddressThroughToItsEndAndStopsItself)
+{
+    const int threadsBefore = ThreadCount();
+    ASSERT_EQ(Create(FilmFile(3, film::kAdvanceAutomatic)), 0);
+    std::vector<std::int32_t> dispids;
+    control_->Advise([&](std::int32_t dispid) { dispids.push_back(dispid); });
+    EXPECT_EQ(control_->State(), ControlState::Created);
+    EXPECT_EQ(control_->DownloadsStarted(), 0);
+    host_->Pump(0);
+    EXPECT_EQ(control_->State(), ControlState::Playing);
+    std::vector<std::int32_t> shown;
+    ASSERT_TRUE(PumpUntil([&] {
+        const std::int32_t number = control_->Player()->CurrentNumber();
+        if (shown.empty() || shown.back() != number)
+            shown.push_back(number);
+        return control_->State() == ControlState::Stopped;
+    })) << "the film never reached its end";
+    shown.erase(std::remove(shown.begin(), shown.end(), 0), shown.end());
+    EXPECT_EQ(shown, (std::vector<std::int32_t>{1, 2, 3}));
+    EXPECT_EQ(dispids, (std::vector<std::int32_t>{kDispidReadyState}));
+    const std::string folder = control_->Receiver()->TempFolder();
+    ASSERT_FALSE(folder.empty());
+    EXPECT_TRUE(std::filesystem::exists(folder));
+    control_->Destroy();
+    EXPECT_FALSE(std::filesystem::exists(folder));
+    EXPECT_EQ(control_->HandlerLog(), (std::vector<std::string>{"OnCreate", "OnStartFilm", "OnStop", "OnDestroy"}));
+    control_.reset();
+    EXPECT_EQ(ThreadCount(), threadsBefore);
+}
+
+TEST_F(SequenceCtlTest, StateTableOverStopPlayAndDestroy)
+{
+    const std::string film = FilmFile(2, film::kAdvanceManual);
+    ASSERT_EQ(Create(film), 0);
+    struct Step
+    {
+        const char* name;
+        std::function<void()> act;
+        ControlState state;
+        int downloads;
+    } steps[] = {
+        {"start", [&] { host_->Pump(0); }, ControlState::Playing, 1},
+        {"play while playing changes nothing", [&] { Command(kCommandPlay); }, ControlState::Playing, 1},
+        {"stop", [&] { Command(kCommandStop); }, ControlState::Stopped, 1},
+        {"second stop changes nothing", [&] { Command(kCommandStop); }, ControlState::Stopped, 1},
+        {"play again downloads again", [&] { Command(kCommandPlay); host_->Pump(0); }, ControlState::Playing, 2},
+        {"escape from the player is not the control's", [&] { host_->Post(control_->Window(), platform::kMsgKeyDown, platform::kKeyEscape); host_->Pump(0); },
+         ControlState::Playing, 2},
+        {"a command with a notification code is not Stop", [&] { Command(kCommandStop | 0x10000); }, ControlState::Playing, 2},
+    };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.name);
+        const film::Film* before = control_->SessionFilm();
+        step.act();
+        EXPECT_EQ(control_->State(), step.state);
+        EXPECT_EQ(control_->DownloadsStarted(), step.downloads);
+        if (std::string(step.name).find("nothing") != std::string::npos) {
+            EXPECT_EQ(control_->SessionFilm(), before);
+        }
+        ASSERT_TRUE(PumpUntil([&] { return !control_->Downloading(); }));
+    }
+    // The new session read the whole film again from its first byte.
+    ASSERT_TRUE(PumpUntil([&] { return ItemsArrived() >= 1; }));
+    EXPECT_EQ(control_->SessionFilm()->ItemCount(), 2);
+    EXPECT_EQ(control_->Receiver()->Received(), std::int64_t(std::filesystem::file_size(film)));
+    control_->Destroy();
+    EXPECT_EQ(control_->State(), ControlState::NoWindow);
+}
+
+TEST_F(SequenceCtlTest, StopAbortsTheDownloadAndPlayFetchesFromTheFirstByte)
+{
+    const std::string film = FilmFile(4, film::kAdvanceManual, 60000);
+    FilmServer server(film, {.throttle = 200000});
+    ASSERT_FALSE(server.Address().empty()) << "the loopback server did not start (python3?)";
+    ASSERT_EQ(Create(server.Address()), 0);
+    ASSERT_TRUE(PumpUntil([&] { return ItemsArrived() >= 1; }));
+    EXPECT_TRUE(control_->Downloading()) << "the film arrived too fast to stop it on the way";
+    Command(kCommandStop);
+    const std::uint64_t queued = control_->BytesQueued();
+    ASSERT_TRUE(PumpUntil([&] { return !control_->Downloading(); }));
+    EXPECT_EQ(control_->BytesQueued(), queued) << "bytes after Stop must not reach the queue";
+    Command(kCommandPlay);
+    ASSERT_TRUE(PumpUntil([&] { return ItemsArrived() >= 1; }));
+    // The second session starts over: its receiver found the film marker in bytes it received itself.
+    EXPECT_EQ(control_->Receiver()->FilmCount(), 4);
+    const std::int64_t whole = std::int64_t(std::filesystem::file_size(film));
+    EXPECT_LT(control_->Receiver()->Received(), whole);
+    control_->Destroy();
+    std::vector<std::string> log = server.Log();
+    ASSERT_GE(log.size(), 3u);
+    EXPECT_EQ(log[0], "start /film");
+    EXPECT_EQ(std::count(log.begin(), log.end(), "start /film"), 2);
+    for (const std::string& line : log)
+        if (line.rfind("sent ", 0) == 0) {
+            EXPECT_LT(std::stoll(line.substr(5)), whole) << "a stopped transfer ran to its end";
+        }
+}
+
+TEST_F(SequenceCtlTest, DesignModeDownloadsNothingButReleasesTheLoader)
+{
+    ASSERT_EQ(Create(FilmFile(1, film::kAdvanceManual), false), 0);
+    host_->Pump(0);
+    EXPECT_EQ(control_->State(), ControlState::Playing);
+    EXPECT_EQ(control_->DownloadsStarted(), 0);
+    EXPECT_FALSE(control_->Downloading());
+    Command(kCommandStop); // The idle loader must end.
+    EXPECT_EQ(control_->State(), ControlState::Stopped);
+}
+
+TEST_F(SequenceCtlTest, FileSetDuringPlaybackWaitsForTheNextPlay)
+{
+    const std::string first = FilmFile(3, film::kAdvanceManual);
+    const std::string second = FilmFile(1, film::kAdvanceManual);
+    ASSERT_EQ(Create(first), 0);
+    ASSERT_TRUE(PumpUntil([&] { return ItemsArrived() >= 1; }));
+    control_->SetFile(second);
+    ASSERT_TRUE(PumpUntil([&] { return !control_->Downloading(); }));
+    EXPECT_EQ(control_->SessionFilm()->ItemCount(), 3);
+    EXPECT_EQ(control_->Receiver()->Received(), std::int64_t(std::filesystem::file_size(first)));
+    Command(kCommandStop);
+    Command(kCommandPlay);
+    ASSERT_TRUE(PumpUntil([&] { return ItemsArrived() >= 1; }));
+    EXPECT_EQ(control_->SessionFilm()->ItemCount(), 1);
+}
+
+TEST_F(SequenceCtlTest, DestroyingMidDownloadLeavesNoThreadAndNoFile)
+{
+    const std::string film = FilmFile(3, film::kAdvanceManual, 40000);
+    struct Row
+    {
+        const char* name;
+        FilmServerOptions options;
+    } rows[] = {
+        {"stalled server", {.stallAfter = 30000}},
+        {"throttled server", {.throttle = 100000}},
+    };
+    const int threadsBefore = ThreadCount();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        FilmServer server(film, row.options);
+        ASSERT_FALSE(server.Address().empty());
+        ASSERT_EQ(Create(server.Address()), 0);
+        ASSERT_TRUE(PumpUntil([&] { return control_->BytesQueued() >= 20000; }));
+        const std::string folder = control_->Receiver()->TempFolder();
+        EXPECT_TRUE(control_->Downloading());
+        control_.reset();
+        EXPECT_FALSE(std::filesystem::exists(folder));
+        EXPECT_EQ(ThreadCount(), threadsBefore);
+    }
+}
+
+TEST_F(SequenceCtlTest, ContextMenuGreysTheRightEntryAndSendsTheChoice)
+{
+    ASSERT_EQ(Create(FilmFile(1, film::kAdvanceManual)), 0);
+    host_->Pump(0);
+    struct Row
+    {
+        const char* name;
+        std::function<void()> choose; // With the menu open.
+        bool playGrayed;              // Before the choice.
+        ControlState after;
+    } rows[] = {
+        {"click on Stop", [&] {
+             auto r = host_->PopupMenuEntryRect(1);
+             host_->InjectButtonUp((r.left + r.right) / 2, (r.top + r.bottom) / 2);
+         }, true, ControlState::Stopped},
+        {"click on the greyed Stop does nothing", [&] {
+             auto r = host_->PopupMenuEntryRect(1);
+             host_->InjectButtonUp((r.left + r.right) / 2, (r.top + r.bottom) / 2);
+         }, false, ControlState::Stopped},
+        {"keys choose Play", [&] {
+             host_->InjectKey(platform::kKeyDown);
+             host_->InjectKey(platform::kKeyReturn);
+         }, false, ControlState::Playing},
+        {"escape closes without a command", [&] { host_->InjectKey(platform::kKeyEscape); }, true,
+         ControlState::Playing},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        host_->InjectRightButtonUp(300, 200);
+        host_->Pump(0);
+        ASSERT_TRUE(host_->PopupMenuOpen());
+        const auto entries = host_->PopupMenuEntries();
+        ASSERT_EQ(entries.size(), 2u);
+        EXPECT_EQ(entries[0].textUtf8, "Play");
+        EXPECT_EQ(entries[0].grayed, row.playGrayed);
+        EXPECT_EQ(entries[1].textUtf8, "Stop");
+        EXPECT_EQ(entries[1].grayed, !row.playGrayed);
+        const auto rect = host_->PopupMenuRect();
+        EXPECT_TRUE(rect.Contains(300, rect.top + 1) || (rect.left + rect.right) / 2 == 300);
+        // The menu is drawn over the picture.
+        const auto pixels = host_->BackBuffer();
+        const std::uint8_t* face = pixels.data() + (std::size_t(rect.top + 2) * 800 + rect.right - 3) * 4;
+        EXPECT_EQ(face[0] | face[1] << 8 | face[2] << 16, 0xF0F0F0);
+        row.choose();
+        host_->Pump(0);
+        PumpUntil([&] { return control_->State() == row.after; }, 2000);
+        EXPECT_FALSE(host_->PopupMenuOpen());
+        EXPECT_EQ(control_->State(), row.after);
+    }
+}
+
+TEST(SequenceCtlRealWindow, PlaysAndOffersItsMenuInAnSdlWindow)
+{
+    if (std::getenv("LUMENAR_EXPECT_DISPLAY") == nullptr)
+        GTEST_SKIP() << "run through ctest's control.RealWindow under a display";
+    auto host = platform::WindowHost::Create(800, 600, "control test", false);
+    ASSERT_FALSE(host->IsHeadless()) << "no SDL window could be opened on DISPLAY";
+    int perInchX = 0, perInchY = 0;
+    host->PixelsPerInch(perInchX, perInchY);
+    EXPECT_GT(perInchX, 0);
+    EXPECT_GT(perInchY, 0);
+    const std::string film = WriteTemp(testing::MakeFilmStream(1, film::kAdvanceManual), "film.flm");
+    {
+        SequenceCtl control;
+        control.SetFile(film);
+        ControlSite site;
+        site.host = host.get();
+        ASSERT_EQ(control.Create(site), 0);
+        auto pumpUntil = [&](const std::function<bool()>& done) {
+            const std::uint64_t start = Now();
+            while (!done() && Now() - start < 10000)
+                host->Pump(10);
+            return done();
+        };
+        ASSERT_TRUE(pumpUntil([&] { return control.Player()->StepsDone() >= 1; }));
+        host->InjectRightButtonUp(400, 300);
+        ASSERT_TRUE(pumpUntil([&] { return host->PopupMenuOpen(); }));
+        const auto entry = host->PopupMenuEntryRect(1);
+        host->InjectButtonUp((entry.left + entry.right) / 2, (entry.top + entry.bottom) / 2);
+        EXPECT_TRUE(pumpUntil([&] { return control.State() == ControlState::Stopped; }));
+    }
+    std::remove(film.c_str());
+}
+
+} // namespace
+} // namespace lumenar::control
