@@ -1,9 +1,14 @@
 #include "platform/AudioOut.h"
 
 #include <SDL.h>
+#include <dirent.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace lumenar::platform {
@@ -139,10 +144,46 @@ public:
 
 } // namespace
 
+namespace {
+
+// Whether anything could play sound here: a sound server's socket or a sound card's playback device.
+// Without either, SDL's real drivers only fill stderr with the sound library's complaints.
+bool SoundOutputPresent()
+{
+    if (std::getenv("PULSE_SERVER") != nullptr)
+        return true;
+    if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr) {
+        for (const char* socket : {"/pulse/native", "/pipewire-0"}) {
+            if (access((std::string(runtime) + socket).c_str(), F_OK) == 0)
+                return true;
+        }
+    }
+    DIR* cards = opendir("/dev/snd");
+    if (cards == nullptr)
+        return false;
+    bool found = false;
+    while (dirent* entry = readdir(cards)) {
+        const std::string_view name = entry->d_name;
+        if (name.starts_with("pcmC") && name.ends_with("p"))
+            found = true;
+    }
+    closedir(cards);
+    return found;
+}
+
+} // namespace
+
 std::unique_ptr<SoundDevice> OpenSdlSoundDevice()
 {
-    if (SDL_InitSubSystem(SDL_INIT_AUDIO) != 0)
-        return nullptr;
+    // With no sound card the dummy driver takes the narration: it plays (silently) at the real pace,
+    // so the player behaves as it would with sound.
+    if (std::getenv("SDL_AUDIODRIVER") == nullptr && !SoundOutputPresent())
+        SDL_SetHint(SDL_HINT_AUDIODRIVER, "dummy");
+    if (SDL_InitSubSystem(SDL_INIT_AUDIO) != 0) {
+        SDL_SetHint(SDL_HINT_AUDIODRIVER, "dummy");
+        if (SDL_InitSubSystem(SDL_INIT_AUDIO) != 0)
+            return nullptr;
+    }
     if (SDL_GetNumAudioDevices(0) == 0 && SDL_GetCurrentAudioDriver() == nullptr) {
         SDL_QuitSubSystem(SDL_INIT_AUDIO);
         return nullptr;

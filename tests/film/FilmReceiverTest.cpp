@@ -39,7 +39,10 @@ Bytes Wave(const Bytes& data)
         for (int i = 0; i < bytes; ++i)
             out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
     };
-    auto tag = [&out](const char* t) { out.insert(out.end(), t, t + 4); };
+    auto tag = [&out](const char* t) {
+        for (int i = 0; i < 4; ++i)
+            out.push_back(static_cast<std::uint8_t>(t[i]));
+    };
     tag("RIFF");
     put(static_cast<std::uint32_t>(36 + data.size()), 4);
     tag("WAVE");

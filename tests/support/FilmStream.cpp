@@ -1,37 +1,38 @@
 #include "tests/support/FilmStream.h"
 
-#include "film/FilmReceiver.h"
-#include "tests/support/FilmWriter.h"
+#include "film/FilmStreamWriter.h"
 #include "tests/support/JpegWriter.h"
 
+#include <cstdlib>
 #include <string>
 
 namespace lumenar::testing {
 
 std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size_t paddingPerItem)
 {
-    FilmDescription description;
-    description.autoplay = mode;
-    std::vector<std::vector<std::uint8_t>> photos;
+    film::Film film;
+    film.SetAdvanceMode(mode);
+    std::vector<film::ItemMedia> media;
     for (int i = 0; i < count; ++i) {
         ZigzagBlock block(64, 0);
         block[0] = -400 + 200 * (i % 5);
-        auto photo = MakeUniformPhoto(64, 48, block);
-        photo.resize(photo.size() + paddingPerItem, 0);
-        film::FilmItem item = PhotoItem(std::to_string(photo.size()) + ".jpg", 0, 1);
+        film::ItemMedia pieces;
+        pieces.photo = MakeUniformPhoto(64, 48, block);
+        pieces.photo.resize(pieces.photo.size() + paddingPerItem, 0);
+        film::FilmItem item;
+        item.kind = film::kFilmItemPhoto;
+        item.photo.cstrName = film::SizedName(pieces.photo.size(), "photo.jpg");
+        item.displaySeconds = 1;
         item.effectMs = 50;
-        description.items.push_back({item, std::nullopt});
-        photos.push_back(std::move(photo));
+        film.AddItem(item);
+        media.push_back(std::move(pieces));
     }
-    const auto filmFile = WriteCompoundFile(FilmNodes(description));
     const std::string preamble = "any preamble ";
-    std::vector<std::uint8_t> out(preamble.begin(), preamble.end());
-    out.insert(out.end(), film::kFilmMarker.begin(), film::kFilmMarker.end());
-    out.insert(out.end(), filmFile.begin(), filmFile.end());
-    out.insert(out.end(), film::kMediaMarker.begin(), film::kMediaMarker.end());
-    for (const auto& photo : photos)
-        out.insert(out.end(), photo.begin(), photo.end());
-    return out;
+    auto stream = film::WriteFilmStream(film, media, {},
+                                        {reinterpret_cast<const std::uint8_t*>(preamble.data()), preamble.size()});
+    if (!stream)
+        std::abort(); // The film above is well formed; a failure here is a fault of the writer.
+    return std::move(stream).value();
 }
 
 } // namespace lumenar::testing
