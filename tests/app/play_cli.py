@@ -1,0 +1,232 @@
+#!/usr/bin/env python3
+"""Plays films with `lumenar play` as a user would, served by a loopback HTTP server.
+
+  play_cli.py LUMENAR FILM_SERVER WORKDIR [--window]
+
+Headless (default): a film of five differently coloured photos, served at 200 KiB/s, must show its
+first item well before the download can have ended, show every item in order, end by itself, and
+leave nothing in the temporary folder; served by a server that stalls after the second item, the
+delivered items still play and closing mid-download neither hangs nor leaves files.
+
+--window (run under xvfb-run): the same film in a real window; a screenshot of the screen while
+item 1 dwells must match the frame the headless player presents for item 1.
+"""
+import os
+import shutil
+import subprocess
+import sys
+import time
+
+RATE = 200 * 1024
+COLOURS = [(200, 40, 40), (40, 170, 60), (40, 70, 200), (220, 200, 40), (150, 60, 170)]
+
+
+def fail(message):
+    sys.exit("play_cli: " + message)
+
+
+def run(args, expect=0, env=None, timeout=120):
+    result = subprocess.run(args, capture_output=True, env=env, timeout=timeout)
+    if result.returncode != expect:
+        fail("exit %d, not %d: %s\n%s" % (result.returncode, expect, " ".join(args), result.stderr.decode()))
+    return result
+
+
+def make_film(lumenar, folder, seconds):
+    """Noisy photos (so that they weigh what photos weigh) around a flat coloured centre."""
+    os.makedirs(folder, exist_ok=True)
+    lines = ["advance automatic"]
+    for i, (r, g, b) in enumerate(COLOURS):
+        ppm = os.path.join(folder, "p%d.ppm" % i)
+        run(["convert", "-size", "800x600", "-seed", str(i + 1), "xc:rgb(%d,%d,%d)" % (r, g, b),
+             "-attenuate", "0.6", "+noise", "Gaussian", "-fill", "rgb(%d,%d,%d)" % (r, g, b),
+             "-draw", "rectangle 300,200 500,400", "-depth", "8", "ppm:" + ppm])
+        run(["cjpeg", "-quality", "90", "-outfile", os.path.join(folder, "p%d.jpg" % i), ppm])
+        os.remove(ppm)
+        lines += ["photo p%d.jpg" % i, "  effect 39", "  effect-ms 200", "  seconds %d" % seconds]
+        if i == 1:
+            run(["sox", "-n", "-r", "8000", "-c", "1", "-b", "16", os.path.join(folder, "tone.wav"),
+                 "synth", "1", "sine", "440"])
+            lines.append("  sound tone.wav")
+    manifest = os.path.join(folder, "film.manifest")
+    with open(manifest, "w") as f:
+        f.write("\n".join(lines) + "\n")
+    film = os.path.join(folder, "test.film")
+    run([lumenar, "pack", manifest, "-o", film])
+    return film
+
+
+class Server:
+    def __init__(self, script, film, log, *options):
+        port_file = log + ".port"
+        if os.path.exists(port_file):
+            os.remove(port_file)
+        self.process = subprocess.Popen([sys.executable, script, film, "--port-file", port_file, "--log", log,
+                                         "--exit-on-stdin-eof", *options], stdin=subprocess.PIPE)
+        deadline = time.time() + 10
+        while not (os.path.exists(port_file) and open(port_file).read().strip()):
+            if time.time() > deadline:
+                fail("the test server did not start")
+            time.sleep(0.05)
+        self.url = "http://127.0.0.1:%s/test.film" % open(port_file).read().strip()
+
+    def close(self):
+        self.process.stdin.close()
+        self.process.wait(timeout=10)
+
+
+def centre_colours(frames):
+    """The mean colour of each frame's centre square, through one ImageMagick run per batch."""
+    colours = []
+    for start in range(0, len(frames), 40):
+        batch = frames[start:start + 40]
+        out = run(["convert", *batch, "-crop", "120x120+340+240", "-scale", "1x1!", "-depth", "8",
+                   "txt:-"]).stdout.decode()
+        for line in out.splitlines():
+            if line.startswith("0,0:"):
+                values = line.split("(")[1].split(")")[0].split(",")
+                colours.append(tuple(int(float(v)) for v in values[:3]))
+    if len(colours) != len(frames):
+        fail("could not read the centre of %d frames" % (len(frames) - len(colours)))
+    return colours
+
+
+def item_of(colour):
+    best = min(range(len(COLOURS)), key=lambda i: sum((a - b) ** 2 for a, b in zip(colour, COLOURS[i])))
+    return best + 1 if sum((a - b) ** 2 for a, b in zip(colour, COLOURS[best])) < 30 ** 2 else 0
+
+
+def played_items(folder):
+    """(item, ms) for every frame that shows one item whole, in frame order."""
+    frames = sorted(os.listdir(folder))
+    if not frames:
+        fail("no frames in " + folder)
+    colours = centre_colours([os.path.join(folder, f) for f in frames])
+    return [(item_of(c), int(f.split("-")[1].split(".")[0])) for f, c in zip(frames, colours)]
+
+
+def first_appearances(played):
+    order, first = [], {}
+    for item, ms in played:
+        if item and item not in first:
+            first[item] = ms
+            order.append(item)
+    return order, first
+
+
+def check_temp_empty(tmp):
+    left = [os.path.join(d, f) for d, _, files in os.walk(tmp) for f in files]
+    left += [d for d, dirs, files in os.walk(tmp) if d != tmp]
+    if left:
+        fail("temporary files left behind: %s" % left)
+
+
+def headless(lumenar, server, work):
+    film = make_film(lumenar, os.path.join(work, "film"), seconds=1)
+    size = os.path.getsize(film)
+    env = dict(os.environ, TMPDIR=os.path.join(work, "tmp"))
+    os.makedirs(env["TMPDIR"], exist_ok=True)
+
+    # Throttled: the whole film plays, in order, and starts long before the download can be over.
+    srv = Server(server, film, os.path.join(work, "throttled.log"), "--throttle", str(RATE))
+    frames = os.path.join(work, "frames")
+    started = time.time()
+    run([lumenar, "play", srv.url, "--headless", "--dump", frames, "--seconds", "60"], env=env)
+    took = time.time() - started
+    srv.close()
+    order, first = first_appearances(played_items(frames))
+    if order != list(range(1, len(COLOURS) + 1)):
+        fail("items appeared in the order %s" % order)
+    download_ms = size * 1000 // RATE
+    if first[1] > download_ms * 6 // 10:
+        fail("item 1 appeared at %d ms, the download takes %d ms" % (first[1], download_ms))
+    if took > 50:
+        fail("the film did not end by itself (%.0f s)" % took)
+    check_temp_empty(env["TMPDIR"])
+    print("throttled: %d bytes at %d B/s (%d ms), item 1 at %d ms, items at %s" %
+          (size, RATE, download_ms, first[1], [first[i] for i in order]))
+
+    # Stalled after the second item: both play, then closing mid-download ends promptly and cleanly.
+    stall_at = size - sum(os.path.getsize(os.path.join(work, "film", "p%d.jpg" % i)) for i in range(2, 5))
+    srv = Server(server, film, os.path.join(work, "stalled.log"), "--stall-after", str(stall_at))
+    frames = os.path.join(work, "frames-stalled")
+    started = time.time()
+    run([lumenar, "play", srv.url, "--headless", "--dump", frames, "--seconds", "6"], env=env)
+    took = time.time() - started
+    srv.close()
+    order, _ = first_appearances(played_items(frames))
+    if order != [1, 2]:
+        fail("with the stalled server items %s appeared, not [1, 2]" % order)
+    if took > 15:
+        fail("closing during a stalled download took %.1f s" % took)
+    check_temp_empty(env["TMPDIR"])
+    print("stalled after %d bytes: items %s played, closed after %.1f s" % (stall_at, order, took))
+
+
+def window(lumenar, server, work):
+    film = make_film(lumenar, os.path.join(work, "film"), seconds=30)
+    srv = Server(server, film, os.path.join(work, "window.log"))
+    frames = os.path.join(work, "frames-window")
+    title = "Lumenar - " + srv.url
+    player = subprocess.Popen([lumenar, "play", srv.url, "--dump", frames, "--seconds", "8"],
+                              stderr=subprocess.PIPE)
+    time.sleep(4)  # Item 1 is on screen and dwelling (a 200 ms cut, no captions).
+    info = run(["xwininfo", "-name", title]).stdout.decode()
+    geometry = {}
+    for line in info.splitlines():
+        line = line.strip()
+        for key in ("Absolute upper-left X:", "Absolute upper-left Y:", "Width:", "Height:"):
+            if line.startswith(key):
+                geometry[key] = int(line.split(":")[1])
+    shot = os.path.join(work, "screen.png")
+    run(["sh", "-c", "xwd -root -silent | convert xwd:- " + shot])
+    if player.wait(timeout=30) != 0:
+        fail("lumenar play in a window: " + player.stderr.read().decode())
+    srv.close()
+    x, y = geometry["Absolute upper-left X:"], geometry["Absolute upper-left Y:"]
+    w, h = geometry["Width:"], geometry["Height:"]
+    if (w, h) != (800, 600):
+        fail("the window is %dx%d, not 800x600" % (w, h))
+    window_png = os.path.join(work, "window.png")
+    # The play/stop button shows in the top-right corner while the pointer is over the window (the
+    # virtual display's pointer starts there); the headless host has no pointer, so that corner is
+    # left out of both pictures.
+    corner = ["-fill", "black", "-draw", "rectangle 760,0 799,24"]
+    run(["convert", shot, "-crop", "%dx%d+%d+%d" % (w, h, x, y), "+repage", *corner, window_png])
+    # The same item played headless, for the frame the window is compared with.
+    headless_frames = os.path.join(work, "frames-headless")
+    run([lumenar, "play", film, "--headless", "--dump", headless_frames, "--seconds", "3"])
+    for name, folder in (("presented in the window", frames), ("presented headless", headless_frames)):
+        played = played_items(folder)
+        item1 = [i for i, (item, _) in enumerate(played) if item == 1]
+        if not item1:
+            fail("item 1 never appeared " + name)
+        frame = os.path.join(work, "item1-%s.png" % name.split()[-1])
+        run(["convert", os.path.join(folder, sorted(os.listdir(folder))[item1[-1]]), *corner, frame])
+        metric = subprocess.run(["compare", "-metric", "PSNR", window_png, frame, "null:"],
+                                capture_output=True).stderr.decode().strip()
+        psnr = float("inf") if metric.startswith("inf") else float(metric.split()[0])
+        # The window shows what the compositor made, and so does the headless host: anything but a
+        # near-copy means the window shows something else (a shifted, scaled or stale picture).
+        if psnr < 40:
+            fail("the window's pixels differ from item 1 %s: PSNR %s dB" % (name, metric))
+        print("window screenshot against item 1 %s: PSNR %s dB" % (name, metric))
+
+
+def main():
+    if len(sys.argv) < 4:
+        fail("usage: play_cli.py LUMENAR FILM_SERVER WORKDIR [--window]")
+    lumenar, server, work = sys.argv[1], sys.argv[2], sys.argv[3]
+    shutil.rmtree(work, ignore_errors=True)
+    os.makedirs(work)
+    for tool in ("convert", "cjpeg", "sox"):
+        if shutil.which(tool) is None:
+            fail(tool + " is missing (scripts/install-deps installs it)")
+    if "--window" in sys.argv[4:]:
+        window(lumenar, server, work)
+    else:
+        headless(lumenar, server, work)
+
+
+if __name__ == "__main__":
+    main()
