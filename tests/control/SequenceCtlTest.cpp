@@ -3,6 +3,8 @@
 #include "control/SequenceCtl.h"
 
 #include "control/ControlMenu.h"
+#include "film/FilmStreamWriter.h"
+#include "tests/support/JpegWriter.h"
 #include "platform/Clock.h"
 #include "platform/MessageBox.h"
 #include "playback/PlayerWindow.h"
@@ -14,11 +16,13 @@
 
 #include <filesystem>
 #include <fstream>
+#include <algorithm>
 #include <functional>
 
 namespace lumenar::control {
 namespace {
 
+using Bytes = std::vector<std::uint8_t>;
 using testing::FilmServer;
 using testing::FilmServerOptions;
 
@@ -395,6 +399,73 @@ TEST_F(SequenceCtlTest, ContextMenuGreysTheRightEntryAndSendsTheChoice)
         EXPECT_FALSE(host_->PopupMenuOpen());
         EXPECT_EQ(control_->State(), row.after);
     }
+}
+
+// The narration of a film that arrives over the wire is played by the sound device the host gave:
+// the tone carried in item 1's wave piece is what the device plays first.
+TEST_F(SequenceCtlTest, NarrationReachesTheSoundDevice)
+{
+    Bytes tone;
+    for (int i = 0; i < 8000; ++i) { // One second of a 500 Hz square wave, 8 kHz 16-bit mono.
+        const std::int16_t sample = (i / 8) % 2 == 0 ? 6000 : -6000;
+        tone.push_back(static_cast<std::uint8_t>(sample & 0xFF));
+        tone.push_back(static_cast<std::uint8_t>((sample >> 8) & 0xFF));
+    }
+    Bytes wave;
+    auto put = [&wave](std::uint32_t value, int bytes) {
+        for (int i = 0; i < bytes; ++i)
+            wave.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+    };
+    auto tag = [&wave](const char* text) {
+        for (int i = 0; i < 4; ++i)
+            wave.push_back(static_cast<std::uint8_t>(text[i]));
+    };
+    tag("RIFF");
+    put(36 + static_cast<std::uint32_t>(tone.size()), 4);
+    tag("WAVE");
+    tag("fmt ");
+    put(16, 4);
+    put(1, 2);
+    put(1, 2);
+    put(8000, 4);
+    put(16000, 4);
+    put(2, 2);
+    put(16, 2);
+    tag("data");
+    put(static_cast<std::uint32_t>(tone.size()), 4);
+    wave.insert(wave.end(), tone.begin(), tone.end());
+
+    film::Film film;
+    std::vector<film::ItemMedia> media(2);
+    for (int i = 0; i < 2; ++i) {
+        testing::ZigzagBlock block(64, 0);
+        media[static_cast<std::size_t>(i)].photo = testing::MakeUniformPhoto(64, 48, block);
+        film::FilmItem item;
+        item.kind = film::kFilmItemPhoto;
+        item.photo.cstrName = film::SizedName(media[static_cast<std::size_t>(i)].photo.size(), "p.jpg");
+        item.displaySeconds = 2;
+        if (i == 0) {
+            media[0].sound = wave;
+            item.sound.cstrName = film::SizedName(wave.size(), "voice.wav");
+        }
+        film.AddItem(item);
+    }
+    auto stream = film::WriteFilmStream(film, media, {});
+    ASSERT_TRUE(stream.ok()) << stream.error().message;
+    files_.push_back(WriteTemp(*stream, "narrated.flm"));
+
+    platform::NullSoundDevice device(platform::SystemClock());
+    control_ = std::make_unique<SequenceCtl>();
+    control_->SetFile(files_.back());
+    ControlSite site;
+    site.host = host_.get();
+    site.sound = &device;
+    ASSERT_EQ(control_->Create(site), 0);
+    ASSERT_TRUE(PumpUntil([&] { return device.Played().size() >= tone.size(); }, 10000))
+        << "played " << device.Played().size() << " bytes";
+    const std::vector<std::uint8_t> played = device.Played();
+    EXPECT_TRUE(std::equal(tone.begin(), tone.end(), played.begin()));
+    control_.reset();
 }
 
 TEST(SequenceCtlRealWindow, PlaysAndOffersItsMenuInAnSdlWindow)
