@@ -70,8 +70,10 @@ int Run(int argc, char** argv)
         return 0;
     }
     if (name == "--version") {
-        std::printf("lumenar 0.1\nplayback: photo items with masks, picture transitions, captions\n"
-                    "not yet built: playing film streams (lumenar play), narration during playback\n"
+        std::printf("lumenar 0.1\nplayback: film streams from files and http, https and file addresses, photo items "
+                    "with masks, picture transitions, captions, narration\n"
+                    "not yet built: the picture and text effect rows 'lumenar effects' lists as not-built, "
+                    "the background-music controller (the control never starts it)\n"
                     "stand-ins: %.*s\n",
                     static_cast<int>(playback::kPlayersSummary.size()), playback::kPlayersSummary.data());
         return 0;
