@@ -8,7 +8,9 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <climits>
 #include <condition_variable>
 #include <cstdio>
@@ -39,8 +41,8 @@ constexpr const char* kPlayHelp =
     "  --headless                       play without a window (also the case when there is no display)\n"
     "  --dump DIR                       write every presented frame as DIR/NNNNNN-<ms>.png, where ms\n"
     "                                   counts from the window's creation\n"
-    "  --seconds N                      close after N seconds (otherwise: when the window is closed\n"
-    "                                   or the film has ended)\n"
+    "  --seconds N                      close after N seconds (otherwise: when the window is closed,\n"
+    "                                   the film has ended, or on Ctrl-C)\n"
     "\n"
     "The control is loaded from $LUMENAR_LIBRARY, or else from liblumenar.so next to this program.\n"
     "Exit status: 0 when the film played, 2 on bad arguments, a missing film or a control that\n"
@@ -140,6 +142,14 @@ private:
     std::string failure_;
     std::thread writer_;
 };
+
+// Ctrl-C and a polite kill end the film the way closing the window does, so that the control
+// stops its threads and removes its temporary folder.
+std::atomic<int> gInterrupted{0};
+extern "C" void OnInterrupt(int)
+{
+    gInterrupted.store(1);
+}
 
 bool ParseColour(const std::string& text, std::uint32_t& out)
 {
@@ -338,7 +348,9 @@ int PlayCommand(Args args)
 
     const auto start = std::chrono::steady_clock::now();
     const auto limit = std::chrono::seconds(seconds);
-    while (ctl->vtbl->Pump(ctl, 20) == LUM_S_OK) {
+    std::signal(SIGINT, OnInterrupt);
+    std::signal(SIGTERM, OnInterrupt);
+    while (ctl->vtbl->Pump(ctl, 20) == LUM_S_OK && gInterrupted.load() == 0) {
         if (seconds > 0 && std::chrono::steady_clock::now() - start >= limit)
             break;
         if (ctl->vtbl->IsPlaying(ctl) == 0)
@@ -346,6 +358,8 @@ int PlayCommand(Args args)
     }
     ctl->vtbl->SetFrameSink(ctl, nullptr, nullptr);
     ctl->vtbl->DestroyWindow(ctl);
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
     ctl->vtbl->Release(ctl);
     control.control = nullptr;
     int status = 0;

@@ -214,9 +214,9 @@ void PlayerWindow::Step()
         stepStarts_.push_back(t0);
     }
     film::FilmItem current = CurrentItem();
-    // An empty film counts as one of no items.
-    std::int32_t count = std::max(state_.ItemCount(), 0);
-    if (current.index == count) {
+    // A film whose file has not arrived yet counts −1 items and is waited for; one whose items were
+    // all removed on arrival counts 0 and ends here, as the item on screen is then number 0.
+    if (current.index == state_.ItemCount()) {
         PostToParent(platform::kMsgCommand, kCommandStop);
         host_->Invalidate(button_);
     }

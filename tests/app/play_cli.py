@@ -13,11 +13,12 @@ item 1 dwells must match the frame the headless player presents for item 1.
 """
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import time
 
-RATE = 200 * 1024
+RATE = 80 * 1024  # Slow enough that item 1 shows long before the end, even in sanitizer builds.
 COLOURS = [(200, 40, 40), (40, 170, 60), (40, 70, 200), (220, 200, 40), (150, 60, 170)]
 
 
@@ -168,9 +169,19 @@ def window(lumenar, server, work):
     srv = Server(server, film, os.path.join(work, "window.log"))
     frames = os.path.join(work, "frames-window")
     title = "Lumenar - " + srv.url
-    player = subprocess.Popen([lumenar, "play", srv.url, "--dump", frames, "--seconds", "8"],
+    player = subprocess.Popen([lumenar, "play", srv.url, "--dump", frames, "--seconds", "60"],
                               stderr=subprocess.PIPE)
-    time.sleep(4)  # Item 1 is on screen and dwelling (a 200 ms cut, no captions).
+    # Item 1 comes with a 200 ms cut and no captions, so once frames stop arriving it is dwelling.
+    deadline, seen, quiet_since = time.time() + 20, -1, time.time()
+    while time.time() < deadline:
+        count = len(os.listdir(frames)) if os.path.isdir(frames) else 0
+        if count != seen:
+            seen, quiet_since = count, time.time()
+        elif count > 0 and time.time() - quiet_since > 1.5:
+            break
+        time.sleep(0.1)
+    else:
+        fail("item 1 did not settle on screen within 20 s")
     info = run(["xwininfo", "-name", title]).stdout.decode()
     geometry = {}
     for line in info.splitlines():
@@ -180,6 +191,7 @@ def window(lumenar, server, work):
                 geometry[key] = int(line.split(":")[1])
     shot = os.path.join(work, "screen.png")
     run(["sh", "-c", "xwd -root -silent | convert xwd:- " + shot])
+    player.send_signal(signal.SIGINT)  # Closes the player as closing its window would.
     if player.wait(timeout=30) != 0:
         fail("lumenar play in a window: " + player.stderr.read().decode())
     srv.close()

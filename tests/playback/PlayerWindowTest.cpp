@@ -279,12 +279,26 @@ TEST(PlayerWindow, StopWhileWaitingForAPhotoReturnsQuickly)
     EXPECT_LT(Now() - start, 400u);
 }
 
-TEST(PlayerWindow, AFilmWithNoItemsPostsStop)
+TEST(PlayerWindow, AFilmWhoseItemsWereAllRemovedPostsStopButAnUnloadedOneIsWaitedFor)
 {
-    Harness h(film::kAdvanceManual);
-    h.Play({});
-    ASSERT_TRUE(h.PumpUntil([&] { return h.stops_ > 0; }, 3000));
-    EXPECT_EQ(h.player_.StepsDone(), 0);
+    {
+        // Nothing loaded yet (a stream whose film file is still on its way): no Stop.
+        Harness h(film::kAdvanceAutomatic);
+        h.Play({});
+        h.PumpFor(1500);
+        EXPECT_EQ(h.stops_, 0);
+        EXPECT_EQ(h.player_.StepsDone(), 0);
+    }
+    {
+        // Every item removed while the film loaded (a film of clip items, say): Stop at the first step.
+        Harness h(film::kAdvanceManual);
+        h.film_.AddItem(PhotoItem(UniformPhoto(0), 1, 0));
+        h.film_.RemoveItem(1);
+        ASSERT_EQ(h.film_.ItemCount(), 0);
+        h.Play({});
+        ASSERT_TRUE(h.PumpUntil([&] { return h.stops_ > 0; }, 3000));
+        EXPECT_EQ(h.player_.StepsDone(), 0);
+    }
 }
 
 TEST(PlayerWindow, DoubleClickPostsEscapeAndTheButtonFollowsThePointer)
