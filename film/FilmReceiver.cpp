@@ -133,6 +133,20 @@ private:
 
 } // namespace
 
+std::span<const std::uint8_t> FilmFileInStream(std::span<const std::uint8_t> stream)
+{
+    MarkerScan filmScan;
+    const std::int32_t start = FindMarker(stream, kFilmMarker, filmScan);
+    if (start == 0)
+        return {};
+    const std::span<const std::uint8_t> rest = stream.subspan(static_cast<std::size_t>(start));
+    MarkerScan mediaScan;
+    const std::int32_t end = FindMarker(rest, kMediaMarker, mediaScan);
+    if (end == 0)
+        return {};
+    return rest.first(static_cast<std::size_t>(end) - kMediaMarker.size());
+}
+
 std::int32_t MusicPieceSize(std::string_view musicPath)
 {
     return IsExtension(musicPath, ".cda") ? 0 : LeadingNumber(musicPath);

@@ -37,6 +37,10 @@ inline constexpr std::string_view kMediaMarker = "VistrelanMediaDescription";
 /// The name the film file is cut out to in the temporary folder.
 inline constexpr std::string_view kFilmFileName = "Film.flm";
 
+/// The film file inside a film stream: the bytes between the film marker and the media marker, found
+/// as the receiver finds them. Empty when either marker is missing.
+std::span<const std::uint8_t> FilmFileInStream(std::span<const std::uint8_t> stream);
+
 /// The bytes the stream carries for the film's music: the number its name starts with, or 0 for a
 /// compact-disc track (extension ".cda" in any case), which is played from the disc.
 std::int32_t MusicPieceSize(std::string_view musicPath);
