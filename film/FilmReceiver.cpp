@@ -133,6 +133,20 @@ private:
 
 } // namespace
 
+std::span<const std::uint8_t> FilmFileInStream(std::span<const std::uint8_t> stream)
+{
+    MarkerScan filmScan;
+    const std::int32_t start = FindMarker(stream, kFilmMarker, filmScan);
+    if (start == 0)
+        return {};
+    const std::span<const std::uint8_t> rest = stream.subspan(static_cast<std::size_t>(start));
+    MarkerScan mediaScan;
+    const std::int32_t end = FindMarker(rest, kMediaMarker, mediaScan);
+    if (end == 0)
+        return {};
+    return rest.first(static_cast<std::size_t>(end) - kMediaMarker.size());
+}
+
 std::int32_t MusicPieceSize(std::string_view musicPath)
 {
     return IsExtension(musicPath, ".cda") ? 0 : LeadingNumber(musicPath);
@@ -197,14 +211,21 @@ bool FilmReceiver::Append(const std::uint8_t* bytes, std::int32_t size)
     if (needed > kMaxBufferBytes)
         return false;
     if (needed > capacity_) {
-        // Exactly what is needed: the buffer only ever holds bytes not consumed yet.
-        auto grown = platform::TryAllocateArray<std::uint8_t>(static_cast<std::size_t>(needed));
+        // At least doubled, so that waiting for a large item in small chunks copies each byte a bounded
+        // number of times (growing to exactly what is needed made that quadratic).
+        std::int64_t wanted = std::min<std::int64_t>(
+            std::max<std::int64_t>(needed, 2 * std::int64_t{capacity_}), kMaxBufferBytes);
+        auto grown = platform::TryAllocateArray<std::uint8_t>(static_cast<std::size_t>(wanted));
+        if (!grown && wanted > needed) {
+            wanted = needed; // The doubling did not fit; what is needed may still.
+            grown = platform::TryAllocateArray<std::uint8_t>(static_cast<std::size_t>(wanted));
+        }
         if (!grown)
             return false;
         if (used_ > 0)
             std::memcpy(grown.get(), buffer_.get(), static_cast<std::size_t>(used_));
         buffer_ = std::move(grown);
-        capacity_ = static_cast<std::int32_t>(needed);
+        capacity_ = static_cast<std::int32_t>(wanted);
     }
     if (size > 0)
         std::memcpy(buffer_.get() + used_, bytes, static_cast<std::size_t>(size));

@@ -34,28 +34,14 @@ Bytes Pattern(std::size_t size, std::uint8_t seed)
 // A canonical 8 kHz 16-bit mono wave file holding `data`.
 Bytes Wave(const Bytes& data)
 {
-    Bytes out;
-    auto put = [&out](std::uint32_t v, int bytes) {
-        for (int i = 0; i < bytes; ++i)
-            out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
-    };
-    auto tag = [&out](const char* t) {
-        for (int i = 0; i < 4; ++i)
-            out.push_back(static_cast<std::uint8_t>(t[i]));
-    };
-    tag("RIFF");
-    put(static_cast<std::uint32_t>(36 + data.size()), 4);
-    tag("WAVE");
-    tag("fmt ");
-    put(16, 4);
-    put(1, 2);
-    put(1, 2);
-    put(8000, 4);
-    put(16000, 4);
-    put(2, 2);
-    put(16, 2);
-    tag("data");
-    put(static_cast<std::uint32_t>(data.size()), 4);
+    Bytes out = {'R', 'I', 'F', 'F', 0,  0, 0,   0,   'W', 'A',  'V',  'E', 'f', 'm',  't',
+                 ' ', 16,  0,   0,   0,  1, 0,   1,   0,   0x40, 0x1F, 0,   0,   0x80, 0x3E,
+                 0,   0,   2,   0,   16, 0, 'd', 'a', 't', 'a',  0,    0,   0,   0};
+    const auto size = static_cast<std::uint32_t>(data.size());
+    for (int i = 0; i < 4; ++i) {
+        out[4 + i] = static_cast<std::uint8_t>((36 + size) >> (8 * i)); // RIFF length.
+        out[40 + i] = static_cast<std::uint8_t>(size >> (8 * i));       // Data length.
+    }
     out.insert(out.end(), data.begin(), data.end());
     return out;
 }
@@ -380,13 +366,6 @@ TEST(FilmReceiver, ItemsTheLoaderCannotPlayAreRemoved)
              f.AddPhoto(Pattern(60, 2));
          },
          {Pattern(60, 2)},
-         0},
-        {"cd music carries nothing",
-         [](Fixture& f) {
-             f.film.SetMusic("D:\\5120track01.CDA");
-             f.AddPhoto(Pattern(50, 1));
-         },
-         {Pattern(50, 1)},
          0},
         {"clip skipped but its pictures and narration taken",
          [](Fixture& f) {

@@ -75,6 +75,9 @@ TEST(FilmStreamWriter, LaysOutPiecesInTheLoadersOrder)
     const std::string text(stream->begin(), stream->end());
     EXPECT_EQ(text.find(kFilmMarker), 2u);
     EXPECT_EQ(text.find(kMediaMarker), stream->size() - 13 - kMediaMarker.size());
+    const std::span<const std::uint8_t> file = FilmFileInStream(*stream);
+    EXPECT_EQ(Bytes(file.begin(), file.end()), WriteFilmFile(film).value());
+    EXPECT_TRUE(FilmFileInStream(std::span(*stream).first(stream->size() - 40)).empty()) << "no media marker";
 }
 
 TEST(FilmStreamWriter, RefusesPiecesTheirNamesDoNotDescribe)
