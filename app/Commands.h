@@ -38,4 +38,7 @@ int NarrationCommand(Args args);
 int RegisterCommand(Args args);
 int UnregisterCommand(Args args);
 
+/// `lumenar pack MANIFEST -o OUT.film`: a film stream from the files a manifest names.
+int PackCommand(Args args);
+
 } // namespace lumenar::app

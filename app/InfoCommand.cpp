@@ -2,6 +2,8 @@
 
 #include "app/FilmJson.h"
 #include "film/Film.h"
+#include "film/FilmReader.h"
+#include "film/FilmReceiver.h"
 #include "platform/CodePage.h"
 #include "platform/CompoundFile.h"
 
@@ -10,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <string>
 
 namespace lumenar::app {
@@ -17,9 +20,10 @@ namespace lumenar::app {
 namespace {
 
 constexpr const char* kInfoHelp =
-    "usage: lumenar info [--codepage N] FILM.flm\n"
+    "usage: lumenar info [--codepage N] FILM.flm|FILM.film\n"
     "\n"
-    "Reads a film file and prints its settings, items and captions as one JSON object:\n"
+    "Reads a film file (or the film file inside a film stream) and prints its settings, items and captions "
+    "as one JSON object:\n"
     "  {\"result\":1|0,\"loop\":N,\"advanceMode\":N,\"music\":\"...\",\"itemCount\":N,\"items\":[...]}\n"
     "result is 1 when the whole file was read and 0 when reading stopped early (the items read\n"
     "before that are listed). Text is converted to UTF-8 from the film's code page.\n"
@@ -48,7 +52,8 @@ int InfoCommand(Args args)
             const std::string& value = args[++i];
             char* end = nullptr;
             const long number = std::strtol(value.c_str(), &end, 10);
-            if (end == value.c_str() || *end != '\0' || !platform::IsSupportedCodePage(static_cast<int>(number)))
+            if (end == value.c_str() || *end != '\0' ||
+                !platform::IsSupportedCodePage(static_cast<int>(number)))
                 return Fail(value, "not a code page we can convert (try 1252, 932, 936, 949 or 950)");
             codePage = static_cast<int>(number);
         } else if (!arg.empty() && arg[0] == '-') {
@@ -69,12 +74,25 @@ int InfoCommand(Args args)
         return Fail(path, std::strerror(errno));
     std::uint8_t head[8] = {};
     in.read(reinterpret_cast<char*>(head), sizeof head);
-    if (!platform::CompoundStorage::Sniff(std::span<const std::uint8_t>(head, static_cast<std::size_t>(in.gcount()))))
-        return Fail(path, "not a film file (no compound-file signature)");
-    in.close();
-
     film::Film film;
-    const int result = film.Load(path);
+    int result = 0;
+    if (platform::CompoundStorage::Sniff(
+            std::span<const std::uint8_t>(head, static_cast<std::size_t>(in.gcount())))) {
+        in.close();
+        result = film.Load(path);
+    } else {
+        // A film stream: the film file sits between its two markers.
+        in.seekg(0);
+        const std::vector<std::uint8_t> stream((std::istreambuf_iterator<char>(in)),
+                                               std::istreambuf_iterator<char>());
+        const std::span<const std::uint8_t> file = film::FilmFileInStream(stream);
+        if (file.empty())
+            return Fail(path, "not a film file or film stream (no compound-file signature, no film markers)");
+        auto root = platform::CompoundStorage::OpenMemory(file);
+        if (!root.ok())
+            return Fail(path, root.error().message);
+        result = film::LoadFilmStorage(film, std::move(root).value());
+    }
     std::cout << FilmToJson(film, result, codePage) << '\n';
     return 0;
 }

@@ -43,6 +43,7 @@ constexpr Command kCommands[] = {
     {"effects", EffectsCommand, "list the rows of both effect tables"},
     {"effect", EffectCommand, "render one frame of a picture transition between two pictures"},
     {"caption", CaptionCommand, "draw a caption on a picture with a text effect, or print its layout"},
+    {"pack", PackCommand, "pack photos, masks, narration and music into a film stream"},
     {"narration", NarrationCommand, "decode narration (.ca) to a wave file, or pack G.723.1 frames into .ca"},
     {"register", RegisterCommand, "register the player control and the film type for the current user"},
     {"unregister", UnregisterCommand, "remove exactly what 'register' wrote"},

@@ -3,11 +3,12 @@
 #include "base/StrCat.h"
 #include "control/ControlMenu.h"
 #include "platform/CompoundFile.h"
+#include "platform/CompoundFileWriter.h"
 #include "platform/Cpu.h"
 #include "platform/DebugTrace.h"
+#include "platform/FileSystem.h"
 #include "platform/Download.h"
 #include "platform/MessageBox.h"
-#include "platform/StorageWriter.h"
 #include "platform/Sync.h"
 #include "platform/Timer.h"
 #include "playback/PlayerWindow.h"
@@ -142,8 +143,9 @@ base::Status SequenceCtl::LoadStorage(const std::string& path)
 
 base::Status SequenceCtl::SaveStorage(const std::string& path) const
 {
-    const platform::StorageStream streams[] = {{std::string(kStorageStreamName), SaveStream()}};
-    return platform::WriteCompoundFile(path, streams);
+    const auto bytes =
+        LUM_TRY(platform::WriteCompoundFile({platform::CompoundNode::Stream(std::string(kStorageStreamName), SaveStream())}));
+    return platform::WriteWholeFile(path, bytes);
 }
 
 ControlState SequenceCtl::State() const

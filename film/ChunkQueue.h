@@ -51,8 +51,8 @@ private:
         std::atomic<Node*> next{nullptr}; // The same node, published for Peek.
     };
 
-    std::mutex lock_;
-    Node head_; // Sentinel: its chunk is never used.
+    std::mutex lock_; // Guards the `owned` links, tail_ and count_ (Push, Pop, Clear).
+    Node head_;       // Sentinel: its chunk is never used.
     Node* tail_ = &head_;
     std::size_t count_ = 0;
 };

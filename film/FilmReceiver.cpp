@@ -33,16 +33,17 @@ constexpr std::uint32_t kBarFillColour = 0x00FF0000;
 // Offset just past the first occurrence of `marker`, or 0. Compatibility: after a mismatch the scan
 // goes on behind the mismatching byte without trying it as a new start, so a marker right behind
 // its own first letter ("VVistrelan…") is never found and the stream waits for ever.
-std::int32_t FindMarker(std::span<const std::uint8_t> data, std::string_view marker)
+// The scan is a left-to-right walk with one counter, so it resumes where the previous call on the same
+// buffer stopped (`scan`) and gives what a scan from the start would give, without rescanning.
+std::int32_t FindMarker(std::span<const std::uint8_t> data, std::string_view marker, MarkerScan& scan)
 {
-    std::size_t matched = 0;
-    for (std::size_t i = 0; i < data.size(); ++i) {
-        if (data[i] != static_cast<std::uint8_t>(marker[matched])) {
-            matched = 0;
+    for (; scan.scanned < data.size(); ++scan.scanned) {
+        if (data[scan.scanned] != static_cast<std::uint8_t>(marker[scan.matched])) {
+            scan.matched = 0;
             continue;
         }
-        if (++matched == marker.size())
-            return static_cast<std::int32_t>(i + 1);
+        if (++scan.matched == marker.size())
+            return static_cast<std::int32_t>(++scan.scanned);
     }
     return 0;
 }
@@ -132,6 +133,25 @@ private:
 
 } // namespace
 
+std::span<const std::uint8_t> FilmFileInStream(std::span<const std::uint8_t> stream)
+{
+    MarkerScan filmScan;
+    const std::int32_t start = FindMarker(stream, kFilmMarker, filmScan);
+    if (start == 0)
+        return {};
+    const std::span<const std::uint8_t> rest = stream.subspan(static_cast<std::size_t>(start));
+    MarkerScan mediaScan;
+    const std::int32_t end = FindMarker(rest, kMediaMarker, mediaScan);
+    if (end == 0)
+        return {};
+    return rest.first(static_cast<std::size_t>(end) - kMediaMarker.size());
+}
+
+std::int32_t MusicPieceSize(std::string_view musicPath)
+{
+    return IsExtension(musicPath, ".cda") ? 0 : LeadingNumber(musicPath);
+}
+
 ProgressBar ComputeProgressBar(int clientWidth, int clientHeight, std::int64_t expectedFirst,
                                std::int64_t received, int phase)
 {
@@ -191,14 +211,21 @@ bool FilmReceiver::Append(const std::uint8_t* bytes, std::int32_t size)
     if (needed > kMaxBufferBytes)
         return false;
     if (needed > capacity_) {
-        // Exactly what is needed: the buffer only ever holds bytes not consumed yet.
-        auto grown = platform::TryAllocateArray<std::uint8_t>(static_cast<std::size_t>(needed));
+        // At least doubled, so that waiting for a large item in small chunks copies each byte a bounded
+        // number of times (growing to exactly what is needed made that quadratic).
+        std::int64_t wanted = std::min<std::int64_t>(
+            std::max<std::int64_t>(needed, 2 * std::int64_t{capacity_}), kMaxBufferBytes);
+        auto grown = platform::TryAllocateArray<std::uint8_t>(static_cast<std::size_t>(wanted));
+        if (!grown && wanted > needed) {
+            wanted = needed; // The doubling did not fit; what is needed may still.
+            grown = platform::TryAllocateArray<std::uint8_t>(static_cast<std::size_t>(wanted));
+        }
         if (!grown)
             return false;
         if (used_ > 0)
             std::memcpy(grown.get(), buffer_.get(), static_cast<std::size_t>(used_));
         buffer_ = std::move(grown);
-        capacity_ = static_cast<std::int32_t>(needed);
+        capacity_ = static_cast<std::int32_t>(wanted);
     }
     if (size > 0)
         std::memcpy(buffer_.get() + used_, bytes, static_cast<std::size_t>(size));
@@ -237,9 +264,11 @@ FilmReceiver::Next FilmReceiver::StepOnce(Film& film, const ItemHandOver* handOv
 {
     switch (state_) {
     case kSeekFilmMarker: {
-        const std::int32_t start = FindMarker({buffer_.get(), static_cast<std::size_t>(used_)}, kFilmMarker);
+        const std::int32_t start =
+            FindMarker({buffer_.get(), static_cast<std::size_t>(used_)}, kFilmMarker, markerScan_);
         if (start == 0)
             return Next::Wait;
+        markerScan_ = {};
         filmStart_ = start;
         Consume(start);
         state_ = kSeekMediaMarker;
@@ -256,9 +285,11 @@ FilmReceiver::Next FilmReceiver::StepOnce(Film& film, const ItemHandOver* handOv
 
 FilmReceiver::Next FilmReceiver::SeekMediaMarker(Film& film, const ItemHandOver* handOver)
 {
-    const std::int32_t end = FindMarker({buffer_.get(), static_cast<std::size_t>(used_)}, kMediaMarker);
+    const std::int32_t end =
+        FindMarker({buffer_.get(), static_cast<std::size_t>(used_)}, kMediaMarker, markerScan_);
     if (end == 0)
         return Next::Wait;
+    markerScan_ = {};
     const std::int32_t fileBytes = end - static_cast<std::int32_t>(kMediaMarker.size());
     // A film that cannot be written or loaded is not reported: loading goes on with what the film holds.
     Film loaded;
@@ -274,7 +305,7 @@ FilmReceiver::Next FilmReceiver::SeekMediaMarker(Film& film, const ItemHandOver*
     processedCount_ = 1;
     arrivingItem_ = 1;
     const std::string musicPath = film.GetMusicPath();
-    musicSize_ = IsExtension(musicPath, ".cda") ? 0 : LeadingNumber(musicPath);
+    musicSize_ = MusicPieceSize(musicPath);
     const FilmItem first = film.GetItem(1);
     expectedFirst_ = static_cast<std::int64_t>(filmStart_) + end + std::max(musicSize_, 0);
     for (const FilmFile* file :

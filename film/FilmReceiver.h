@@ -37,6 +37,14 @@ inline constexpr std::string_view kMediaMarker = "VistrelanMediaDescription";
 /// The name the film file is cut out to in the temporary folder.
 inline constexpr std::string_view kFilmFileName = "Film.flm";
 
+/// The film file inside a film stream: the bytes between the film marker and the media marker, found
+/// as the receiver finds them. Empty when either marker is missing.
+std::span<const std::uint8_t> FilmFileInStream(std::span<const std::uint8_t> stream);
+
+/// The bytes the stream carries for the film's music: the number its name starts with, or 0 for a
+/// compact-disc track (extension ".cda" in any case), which is played from the disc.
+std::int32_t MusicPieceSize(std::string_view musicPath);
+
 /// What the receiver needs from the player to hand an item over. Every member may be null; the player
 /// window provides its own, a test or a headless run provides its own events. Not owned.
 struct ItemHandOver
@@ -80,6 +88,13 @@ struct LoaderProgress
 };
 LoaderProgress& ProcessLoaderProgress();
 
+/// How far a marker search has got in the receiver's buffer.
+struct MarkerScan
+{
+    std::size_t scanned = 0; ///< Bytes of the buffer looked at.
+    std::size_t matched = 0; ///< Marker bytes matched just before that point.
+};
+
 /// The run flags the control writes and the film loader polls.
 struct OpeningFlags
 {
@@ -105,8 +120,10 @@ public:
     FilmReceiver& operator=(const FilmReceiver&) = delete;
 
     /// Consumes one chunk of the stream. Returns `size` when the chunk has been taken (whatever was done
-    /// with it) or −1 on a fatal error, which has been reported through ReportBox. `handOver` may be null:
-    /// items are then stored and taken at once. Film loader thread only.
+    /// with it) or −1 on a fatal error, which has been reported through ReportBox. When the film file has
+    /// arrived, `film` is replaced by what it holds (a fresh film when it cannot be read); completed items
+    /// are written back into it. `handOver` may be null: items are then stored and taken at once. A piece
+    /// size past 2 GiB, or an item larger than any buffer, is a fatal error. Film loader thread only.
     std::int64_t FeedChunk(Film& film, const ItemHandOver* handOver, const std::uint8_t* bytes,
                            std::int32_t size, const std::atomic<std::int32_t>& stopRequested);
 
@@ -162,6 +179,7 @@ private:
     std::int32_t processedCount_ = 0;
     std::int32_t arrivingItem_ = 0;
     std::int32_t musicSize_ = 0;
+    MarkerScan markerScan_; // Nothing is consumed while a marker is sought, so the scan resumes.
     std::function<std::optional<std::string>()> opticalDriveQuery_;
     std::unique_ptr<audio::WaveStream> narration_;
 };
@@ -174,6 +192,7 @@ int RunFilmLoader(FilmReceiver& receiver, ChunkQueue& queue, Film& film, const I
 
 /// Removes the session's temporary files that the film names (clip, show and narration files, then
 /// "Film.flm"); nothing when the film has no item. Only files inside the receiver's folder are touched.
+/// Control thread, once the film loader thread has ended.
 /// Compatibility: the music file stays (it goes with the folder when the receiver is destroyed).
 void DeleteTemporaryFiles(FilmReceiver& receiver, const Film& film);
 

@@ -23,7 +23,7 @@ std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size
         description.items.push_back({item, std::nullopt});
         photos.push_back(std::move(photo));
     }
-    const auto filmFile = WriteCompoundFile(FilmNodes(description));
+    const auto filmFile = testing::WriteCompoundFile(FilmNodes(description));
     const std::string preamble = "any preamble ";
     std::vector<std::uint8_t> out(preamble.begin(), preamble.end());
     out.insert(out.end(), film::kFilmMarker.begin(), film::kFilmMarker.end());

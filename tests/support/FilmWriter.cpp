@@ -1,10 +1,5 @@
 #include "tests/support/FilmWriter.h"
 
-#include <gsf/gsf-outfile-msole.h>
-#include <gsf/gsf-outfile.h>
-#include <gsf/gsf-output-memory.h>
-#include <gsf/gsf-utils.h>
-
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -24,20 +19,6 @@ void Check(bool ok, const char* what)
     }
 }
 
-void WriteChildren(GsfOutfile* parent, const std::vector<Node>& nodes)
-{
-    for (const Node& node : nodes) {
-        GsfOutput* child = gsf_outfile_new_child(parent, node.name.c_str(), node.storage ? TRUE : FALSE);
-        Check(child != nullptr, "new child");
-        if (node.storage)
-            WriteChildren(GSF_OUTFILE(child), node.children);
-        else if (!node.bytes.empty())
-            Check(gsf_output_write(child, node.bytes.size(), node.bytes.data()), "write");
-        Check(gsf_output_close(child), "close child");
-        g_object_unref(child);
-    }
-}
-
 void Put(Bytes& out, std::size_t offset, const Bytes& bytes)
 {
     std::memcpy(out.data() + offset, bytes.data(), bytes.size());
@@ -52,23 +33,16 @@ void PutText(Bytes& out, std::size_t offset, std::size_t size, const std::string
 
 Bytes WriteCompoundFile(const std::vector<Node>& root)
 {
-    gsf_init();
-    GsfOutput* sink = gsf_output_memory_new();
-    GsfOutfile* outfile = gsf_outfile_msole_new(sink);
-    Check(outfile != nullptr, "compound file");
-    WriteChildren(outfile, root);
-    Check(gsf_output_close(GSF_OUTPUT(outfile)), "close file");
-    g_object_unref(outfile);
-    const guint8* data = gsf_output_memory_get_bytes(GSF_OUTPUT_MEMORY(sink));
-    Bytes bytes(data, data + gsf_output_size(sink));
-
-    g_object_unref(sink);
-    return bytes;
+    auto bytes = platform::WriteCompoundFile(root);
+    if (!bytes.ok())
+        std::fprintf(stderr, "film writer: %s\n", bytes.error().message.c_str());
+    Check(bytes.ok(), "compound file");
+    return std::move(bytes).value();
 }
 
 void WriteCompoundFileTo(const std::string& path, const std::vector<Node>& root)
 {
-    const Bytes bytes = WriteCompoundFile(root);
+    const Bytes bytes = testing::WriteCompoundFile(root);
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     Check(out.good(), "write file");
@@ -101,15 +75,18 @@ Bytes ItemRecord(const film::FilmItem& item, const film::FilmFile& slotC, const 
         Put(out, 516, FileReference(item.clipPicture1));
         Put(out, 1548, FileReference(item.clipPicture2));
         break;
-    case film::kFilmItemPowerPoint: Put(out, 0, FileReference(item.showFile)); break;
-    default: break;
+    case film::kFilmItemPowerPoint:
+        Put(out, 0, FileReference(item.showFile));
+        break;
+    default:
+        break;
     }
     Put(out, 1032, FileReference(slotC));
     Put(out, 2064, FileReference(slotE));
     Put(out, 2580, FileReference(item.sound));
-    const std::int32_t words[] = {item.width, item.height, item.displaySeconds, item.effect, item.effectMs,
-                                  item.index, item.kind,  item.soundMode,      item.rect[0], item.rect[1],
-                                  item.rect[2], item.rect[3]};
+    const std::int32_t words[] = {item.width,    item.height,  item.displaySeconds, item.effect,
+                                  item.effectMs, item.index,   item.kind,           item.soundMode,
+                                  item.rect[0],  item.rect[1], item.rect[2],        item.rect[3]};
     for (std::size_t i = 0; i < std::size(words); ++i)
         Put(out, 3096 + 4 * i, Word(static_cast<std::uint32_t>(words[i])));
     return out;
@@ -142,8 +119,9 @@ std::vector<Node> FilmNodes(const FilmDescription& film)
         if (item.captions) {
             std::vector<Node> texts;
             for (std::size_t k = 0; k < item.captions->size(); ++k)
-                texts.push_back(Node::Stream("TEXT" + std::to_string(k + 1),
-                                             CaptionRecord((*item.captions)[k], static_cast<std::int32_t>(k + 7))));
+                texts.push_back(
+                    Node::Stream("TEXT" + std::to_string(k + 1),
+                                 CaptionRecord((*item.captions)[k], static_cast<std::int32_t>(k + 7))));
             link.push_back(Node::Storage("TEXTLIST", std::move(texts)));
         }
         root.push_back(Node::Storage("FILMLINK" + std::to_string(i + 1), std::move(link)));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "film/Film.h"
+#include "platform/CompoundFileWriter.h"
 
 #include <cstdint>
 #include <optional>
@@ -12,21 +13,9 @@ namespace lumenar::testing {
 using Bytes = std::vector<std::uint8_t>;
 
 /// One element of a compound file to write: a stream with bytes or a storage with children.
-struct Node
-{
-    std::string name;
-    bool storage = false;
-    Bytes bytes;
-    std::vector<Node> children;
+using Node = platform::CompoundNode;
 
-    static Node Stream(std::string name, Bytes bytes) { return {std::move(name), false, std::move(bytes), {}}; }
-    static Node Storage(std::string name, std::vector<Node> children)
-    {
-        return {std::move(name), true, {}, std::move(children)};
-    }
-};
-
-/// Writes a compound file whose root holds `root`, in memory (libgsf's writer).
+/// Writes a compound file whose root holds `root`, in memory; aborts the test program on failure.
 Bytes WriteCompoundFile(const std::vector<Node>& root);
 /// The same, to a file; aborts the test program when the file cannot be written.
 void WriteCompoundFileTo(const std::string& path, const std::vector<Node>& root);
@@ -36,7 +25,8 @@ Bytes Word(std::uint32_t value);
 Bytes FileReference(const film::FilmFile& file);
 /// The 3144-byte item record of `item`, with its kind's slots filled; `slotC` and `slotE` fill the two
 /// slots no reader looks at.
-Bytes ItemRecord(const film::FilmItem& item, const film::FilmFile& slotC = {}, const film::FilmFile& slotE = {});
+Bytes ItemRecord(const film::FilmItem& item, const film::FilmFile& slotC = {},
+                 const film::FilmFile& slotE = {});
 /// The 360-byte caption record; the first word is `storedOrdinal`.
 Bytes CaptionRecord(const film::FilmText& text, std::int32_t storedOrdinal = 0);
 

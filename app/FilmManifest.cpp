@@ -1,0 +1,305 @@
+#include "app/FilmManifest.h"
+
+#include "base/ByteReader.h"
+#include "base/StrCat.h"
+#include "film/FilmReceiver.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+namespace lumenar::app {
+namespace {
+
+using base::Error;
+using base::ErrorCode;
+using base::StrCat;
+
+Error LineError(int line, std::string_view message)
+{
+    return Error{ErrorCode::BadData, StrCat("line ", line, ": ", message)};
+}
+
+// Splits a line into words; double quotes group words, with \" and \\ as escapes inside them.
+base::Result<std::vector<std::string>> Words(std::string_view line, int number)
+{
+    std::vector<std::string> words;
+    std::size_t i = 0;
+    while (i < line.size()) {
+        if (line[i] == ' ' || line[i] == '\t' || line[i] == '\r') {
+            ++i;
+            continue;
+        }
+        if (line[i] == '#')
+            break;
+        std::string word;
+        bool quoted = false;
+        for (; i < line.size(); ++i) {
+            const char c = line[i];
+            if (!quoted && (c == ' ' || c == '\t' || c == '\r'))
+                break;
+            if (c == '"') {
+                quoted = !quoted;
+            } else if (quoted && c == '\\' && i + 1 < line.size()) {
+                word += line[++i];
+            } else {
+                word += c;
+            }
+        }
+        if (quoted)
+            return LineError(number, "a quote is not closed");
+        words.push_back(std::move(word));
+    }
+    return words;
+}
+
+base::Result<std::int32_t> Number(const std::string& text, int line, std::string_view what)
+{
+    char* end = nullptr;
+    errno = 0;
+    const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const long long value = std::strtoll(text.c_str(), &end, hex ? 16 : 10);
+    if (text.empty() || *end != '\0' || errno != 0 || value < INT32_MIN || value > INT32_MAX)
+        return LineError(line, StrCat(what, " \"", text, "\" is not a 32-bit number"));
+    return static_cast<std::int32_t>(value);
+}
+
+std::string BaseName(const std::string& path)
+{
+    const std::size_t slash = path.find_last_of("/\\");
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+bool IsDiscTrack(const std::string& name)
+{
+    if (name.size() < 4)
+        return false;
+    std::string extension = name.substr(name.size() - 4);
+    for (char& c : extension)
+        c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    return extension == ".cda";
+}
+
+// Width and height from a JPEG picture's frame header; empty when there is none.
+std::optional<std::pair<std::int32_t, std::int32_t>> JpegSize(std::span<const std::uint8_t> bytes)
+{
+    base::ByteReader in(bytes);
+    auto soi = in.ReadU16BE();
+    if (!soi.ok() || *soi != 0xFFD8)
+        return std::nullopt;
+    for (;;) {
+        auto marker = in.ReadU16BE();
+        auto length = in.ReadU16BE();
+        if (!marker.ok() || !length.ok() || (*marker & 0xFF00) != 0xFF00 || *length < 2)
+            return std::nullopt;
+        const unsigned code = *marker & 0xFF;
+        if (code >= 0xC0 && code <= 0xC2) {
+            auto precision = in.ReadU8();
+            auto height = in.ReadU16BE();
+            auto width = in.ReadU16BE();
+            if (!precision.ok() || !height.ok() || !width.ok())
+                return std::nullopt;
+            return std::make_pair(static_cast<std::int32_t>(*width), static_cast<std::int32_t>(*height));
+        }
+        if (!in.Skip(*length - 2u).ok())
+            return std::nullopt;
+    }
+}
+
+struct Builder
+{
+    const ManifestFileReader& readFile;
+    ManifestFilm out;
+    std::optional<film::FilmItem> item;
+    film::ItemMedia media;
+
+    base::Result<std::vector<std::uint8_t>> Load(const std::string& name, int line)
+    {
+        auto bytes = readFile(name);
+        if (!bytes.ok())
+            return LineError(line, bytes.error().message);
+        return bytes;
+    }
+
+    void FinishItem()
+    {
+        if (!item)
+            return;
+        const std::int32_t number = out.film.AddItem(*item);
+        for (const film::FilmText& text : item->texts)
+            out.film.AddText(number, text);
+        out.media.push_back(std::move(media));
+        item.reset();
+        media = {};
+    }
+
+    base::Status Caption(const std::vector<std::string>& words, int line)
+    {
+        film::FilmText caption;
+        caption.style = out.film.CaptionStyle();
+        caption.style.x = 0;
+        caption.style.y = 0;
+        caption.style.extentWidth = caption.style.extentHeight = 0;
+        caption.style.effectState = 0;
+        bool hasText = false;
+        for (std::size_t i = 1; i < words.size(); ++i) {
+            const std::size_t eq = words[i].find('=');
+            if (eq == std::string::npos)
+                return LineError(line, StrCat("caption setting \"", words[i], "\" is not key=value"));
+            const std::string key = words[i].substr(0, eq);
+            const std::string value = words[i].substr(eq + 1);
+            records::TextRecord& style = caption.style;
+            if (key == "text") {
+                if (value.size() > 255)
+                    return LineError(line, StrCat("caption text has ", value.size(), " bytes (at most 255)"));
+                caption.text = value;
+                hasText = true;
+            } else if (key == "face") {
+                if (value.size() >= sizeof style.font.faceName)
+                    return LineError(line, StrCat("font face \"", value, "\" is longer than 31 bytes"));
+                std::memset(style.font.faceName, 0, sizeof style.font.faceName);
+                std::memcpy(style.font.faceName, value.data(), value.size());
+            } else {
+                const std::int32_t number = LUM_TRY(Number(value, line, key));
+                if (key == "effect")
+                    caption.effect = number;
+                else if (key == "x")
+                    style.x = number;
+                else if (key == "y")
+                    style.y = number;
+                else if (key == "height")
+                    style.font.height = -number;
+                else if (key == "colour" || key == "color")
+                    style.colour = static_cast<std::uint32_t>(number);
+                else if (key == "align")
+                    style.alignment = number;
+                else if (key == "shadow")
+                    style.shadow = number;
+                else if (key == "spacing")
+                    style.lineSpacing = number;
+                else if (key == "weight")
+                    style.font.weight = number;
+                else if (key == "italic")
+                    style.font.italic = number != 0 ? 1 : 0;
+                else
+                    return LineError(line, StrCat("unknown caption setting \"", key, "\""));
+            }
+        }
+        if (!hasText)
+            return LineError(line, "a caption needs text=\"…\"");
+        item->texts.push_back(caption);
+        return {};
+    }
+
+    base::Status Line(const std::vector<std::string>& words, int line)
+    {
+        const std::string& key = words[0];
+        auto expect = [&](std::size_t count) -> base::Status {
+            if (words.size() != count + 1)
+                return LineError(line,
+                                 StrCat("\"", key, "\" takes ", count, count == 1 ? " value" : " values"));
+            return {};
+        };
+        if (key == "photo") {
+            LUM_TRY(expect(1));
+            FinishItem();
+            item = film::FilmItem{};
+            item->kind = film::kFilmItemPhoto;
+            item->displaySeconds = 5;
+            media.photo = LUM_TRY(Load(words[1], line));
+            if (media.photo.empty())
+                return LineError(line, StrCat("photo ", words[1], " is empty"));
+            item->photo.cstrName = film::SizedName(media.photo.size(), BaseName(words[1]));
+            if (const auto size = JpegSize(media.photo)) {
+                item->width = size->first;
+                item->height = size->second;
+            }
+            return {};
+        }
+        if (key == "music" || key == "advance" || key == "loop") {
+            if (item)
+                return LineError(line,
+                                 StrCat("\"", key, "\" is a film setting: put it before the first photo"));
+            LUM_TRY(expect(1));
+            if (key == "music") {
+                if (IsDiscTrack(words[1])) {
+                    out.film.SetMusic(words[1]); // A disc track: played from the disc, not carried.
+                    return {};
+                }
+                out.music = LUM_TRY(Load(words[1], line));
+                out.film.SetMusic(film::SizedName(out.music.size(), BaseName(words[1])));
+            } else if (key == "advance") {
+                if (words[1] == "automatic")
+                    out.film.SetAdvanceMode(film::kAdvanceAutomatic);
+                else if (words[1] == "manual")
+                    out.film.SetAdvanceMode(film::kAdvanceManual);
+                else
+                    return LineError(line, StrCat("advance \"", words[1], "\" is not automatic or manual"));
+            } else {
+                out.film.SetLoop(LUM_TRY(Number(words[1], line, "loop")));
+            }
+            return {};
+        }
+        if (!item)
+            return LineError(line, StrCat("\"", key, "\" belongs to an item: start one with \"photo FILE\""));
+        if (key == "caption")
+            return Caption(words, line);
+        if (key == "mask" || key == "sound") {
+            LUM_TRY(expect(1));
+            std::vector<std::uint8_t>& bytes = key == "mask" ? media.mask : media.sound;
+            film::FilmFile& file = key == "mask" ? item->mask : item->sound;
+            bytes = LUM_TRY(Load(words[1], line));
+            if (bytes.empty())
+                return LineError(line, StrCat(key, " ", words[1], " is empty"));
+            file.cstrName = film::SizedName(bytes.size(), BaseName(words[1]));
+            return {};
+        }
+        if (key == "size") {
+            LUM_TRY(expect(2));
+            item->width = LUM_TRY(Number(words[1], line, "width"));
+            item->height = LUM_TRY(Number(words[2], line, "height"));
+            return {};
+        }
+        if (key == "rect") {
+            LUM_TRY(expect(4));
+            for (int i = 0; i < 4; ++i)
+                item->rect[i] = LUM_TRY(Number(words[static_cast<std::size_t>(i) + 1], line, "rect"));
+            return {};
+        }
+        LUM_TRY(expect(1));
+        const std::int32_t value = LUM_TRY(Number(words[1], line, key));
+        if (key == "effect")
+            item->effect = value;
+        else if (key == "effect-ms")
+            item->effectMs = value;
+        else if (key == "seconds")
+            item->displaySeconds = value;
+        else
+            return LineError(line, StrCat("unknown setting \"", key, "\""));
+        return {};
+    }
+};
+
+} // namespace
+
+base::Result<ManifestFilm> ReadFilmManifest(std::string_view text, const ManifestFileReader& readFile)
+{
+    Builder builder{readFile, {}, std::nullopt, {}};
+    int number = 0;
+    while (!text.empty()) {
+        ++number;
+        const std::size_t end = text.find('\n');
+        const std::string_view line = text.substr(0, end);
+        text = end == std::string_view::npos ? std::string_view{} : text.substr(end + 1);
+        const std::vector<std::string> words = LUM_TRY(Words(line, number));
+        if (!words.empty())
+            LUM_TRY(builder.Line(words, number));
+    }
+    builder.FinishItem();
+    if (builder.out.film.ItemCount() < 1)
+        return Error{ErrorCode::BadData, "the manifest has no photo"};
+    return std::move(builder.out);
+}
+
+} // namespace lumenar::app

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "base/Result.h"
+#include "film/Film.h"
+#include "film/FilmStreamWriter.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lumenar::app {
+
+/// A film and the bytes its stream carries, as a manifest describes them.
+struct ManifestFilm
+{
+    film::Film film;
+    std::vector<film::ItemMedia> media;
+    std::vector<std::uint8_t> music;
+};
+
+/// Loads the bytes of a file that a manifest names (as written in the manifest).
+using ManifestFileReader = std::function<base::Result<std::vector<std::uint8_t>>(const std::string& name)>;
+
+/// Reads a film manifest: one setting per line, '#' starts a comment, values with spaces in double
+/// quotes (\" and \\ inside them). Film settings come first, then each `photo` line starts an item:
+///
+///     music FILE | advance automatic|manual | loop N
+///     photo FILE
+///       mask FILE | sound FILE.ca|FILE.wav | effect N | effect-ms N | seconds N | size W H | rect L T R B
+///       caption text="…" [effect=N x=N y=N height=N colour=0xBBGGRR face=NAME align=0|1|2 shadow=0|1
+///                         spacing=N weight=N italic=0|1]
+///
+/// Files are loaded through `readFile`; the names written into the film are their base names prefixed
+/// with their byte counts, as the stream loader needs. A ".cda" music name is kept as it is and carries
+/// no bytes. An item's `size` defaults to the photo's own size when the photo is a JPEG picture.
+/// Fails with the line number and what was wrong there.
+base::Result<ManifestFilm> ReadFilmManifest(std::string_view text, const ManifestFileReader& readFile);
+
+} // namespace lumenar::app

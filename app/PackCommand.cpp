@@ -1,0 +1,96 @@
+#include "app/Commands.h"
+
+#include "app/FilmManifest.h"
+#include "base/StrCat.h"
+#include "film/FilmStreamWriter.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace lumenar::app {
+
+namespace {
+
+constexpr const char* kPackHelp =
+    "usage: lumenar pack MANIFEST -o OUT.film\n"
+    "\n"
+    "Packs the photos, masks, narration and music that MANIFEST names into one film stream, as the\n"
+    "player downloads it. MANIFEST is text, one setting per line ('#' starts a comment, values with\n"
+    "spaces in double quotes); file names are relative to the manifest's folder:\n"
+    "\n"
+    "  music FILE              background music (a .cda name is a disc track and carries no bytes)\n"
+    "  advance automatic|manual\n"
+    "  loop N\n"
+    "  photo FILE              starts an item (a baseline JPEG picture)\n"
+    "    mask FILE             its mask picture\n"
+    "    sound FILE            narration: .ca (compressed) or .wav\n"
+    "    effect N              picture transition (see 'lumenar effects'), effect-ms N its length\n"
+    "    seconds N             time on screen (default 5)\n"
+    "    size W H              picture size (default: the photo's own), rect L T R B the part shown\n"
+    "    caption text=\"...\" [effect=N x=N y=N height=N colour=0xBBGGRR face=NAME align=0|1|2\n"
+    "            shadow=0|1 spacing=N weight=N italic=0|1]\n"
+    "\n"
+    "The files keep their names in the film, prefixed with their byte counts (\"5120_song.wav\").\n";
+
+base::Result<std::vector<std::uint8_t>> ReadWholeFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return base::Error{base::ErrorCode::NotFound, base::StrCat("cannot open ", path)};
+    std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad())
+        return base::Error{base::ErrorCode::Io, base::StrCat("cannot read ", path)};
+    return bytes;
+}
+
+} // namespace
+
+int PackCommand(Args args)
+{
+    std::string manifest;
+    std::string output;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(kPackHelp, stdout);
+            return 0;
+        }
+        if (arg == "-o") {
+            if (i + 1 >= args.size())
+                return Fail("pack", "-o needs a file name");
+            output = args[++i];
+        } else if (!arg.empty() && arg[0] == '-') {
+            return Fail(arg, "unknown option for pack (try 'lumenar pack --help')");
+        } else if (manifest.empty()) {
+            manifest = arg;
+        } else {
+            return Fail(arg, "pack reads one manifest");
+        }
+    }
+    if (manifest.empty() || output.empty())
+        return Fail("pack", "needs MANIFEST and -o OUT.film (try 'lumenar pack --help')");
+
+    auto text = ReadWholeFile(manifest);
+    if (!text.ok())
+        return Fail(manifest, text.error().message);
+    const std::filesystem::path folder = std::filesystem::path(manifest).parent_path();
+    auto film = ReadFilmManifest(
+        std::string_view(reinterpret_cast<const char*>(text->data()), text->size()),
+        [&folder](const std::string& name) { return ReadWholeFile((folder / name).string()); });
+    if (!film.ok())
+        return Fail(manifest, film.error().message);
+    auto stream = film::WriteFilmStream(film->film, film->media, film->music);
+    if (!stream.ok())
+        return Fail(manifest, stream.error().message);
+    std::ofstream out(output, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(stream->data()), static_cast<std::streamsize>(stream->size()));
+    out.close();
+    if (!out)
+        return Fail(output, "cannot write the film stream");
+    return 0;
+}
+
+} // namespace lumenar::app

@@ -1,0 +1,57 @@
+// Feeds arbitrary bytes to a fresh film receiver in chunks whose sizes come from the input's first
+// bytes: whatever the stream says, the receiver must never crash, overflow or write outside its folder.
+#include "film/FilmReceiver.h"
+
+#include "platform/MessageBox.h"
+
+#include <cstdint>
+#include <string_view>
+
+namespace {
+
+class SilentSink : public lumenar::platform::MessageSink
+{
+public:
+    int Show(lumenar::platform::Window*, unsigned, std::string_view, std::string_view) override { return 1; }
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    using namespace lumenar;
+    constexpr std::size_t kChunkTable = 8;
+    if (size < kChunkTable || size > (1u << 16))
+        return 0;
+    static SilentSink sink;
+    platform::SetMessageSink(&sink);
+    film::ProcessLoaderProgress().progressVisible = 1;
+    platform::ManualClock clock;
+    platform::ManualTimers timers(clock);
+    film::Film film;
+    std::atomic<std::int32_t> stop{0};
+    {
+        film::FilmReceiver receiver(nullptr, timers);
+        std::size_t at = kChunkTable;
+        for (std::size_t turn = 0; at < size; ++turn) {
+            // Chunk sizes 1…256, cycling through the table.
+            const std::size_t wanted = data[turn % kChunkTable] + 1u;
+            const std::size_t chunk = std::min(wanted, size - at);
+            if (receiver.FeedChunk(film, nullptr, data + at, static_cast<std::int32_t>(chunk), stop) == -1)
+                break;
+            at += chunk;
+        }
+        film::DeleteTemporaryFiles(receiver, film);
+    }
+    std::uint64_t sum = 0;
+    for (std::int32_t i = 1; i <= film.ItemCount(); ++i) {
+        const film::FilmItem item = film.GetItem(i);
+        for (const film::FilmFile* file : {&item.photo, &item.mask, &item.sound, &item.clipPicture1})
+            for (char c : file->cstrPath + file->cstrName)
+                sum += static_cast<unsigned char>(c);
+    }
+    volatile std::uint64_t keep = sum;
+    (void)keep;
+    platform::SetMessageSink(nullptr);
+    return 0;
+}

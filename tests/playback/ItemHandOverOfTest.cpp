@@ -1,0 +1,78 @@
+// The film receiver handing a streamed film's items to a real player window on the headless host.
+#include "playback/ItemHandOverOf.h"
+
+#include "film/ChunkQueue.h"
+#include "film/FilmStreamWriter.h"
+#include "platform/Clock.h"
+#include "platform/Timer.h"
+#include "tests/support/JpegWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace lumenar::playback {
+namespace {
+
+std::vector<std::uint8_t> UniformJpeg(int dc)
+{
+    testing::ZigzagBlock block(64, 0);
+    block[0] = dc;
+    return testing::MakeUniformPhoto(64, 48, block);
+}
+
+TEST(ItemHandOverOf, StreamedFilmPlaysToItsEndThroughTheRealPlayer)
+{
+    film::Film film;
+    std::vector<film::ItemMedia> media;
+    for (int dc : {-600, 0, 600}) {
+        film::ItemMedia bytes;
+        bytes.photo = UniformJpeg(dc);
+        film::FilmItem item;
+        item.kind = film::kFilmItemPhoto;
+        item.photo.cstrName = film::SizedName(bytes.photo.size(), "photo.jpg");
+        item.displaySeconds = 1;
+        item.effectMs = 200;
+        film.AddItem(item);
+        media.push_back(std::move(bytes));
+    }
+    const std::vector<std::uint8_t> stream = film::WriteFilmStream(film, media, {}).value();
+
+    auto host = platform::WindowHost::Create(800, 600, "test", true);
+    int stops = 0;
+    const platform::WindowId control =
+        host->CreateChild(0, {0, 0, 800, 600}, [&stops](const platform::Message& m) {
+            if (m.code == platform::kMsgCommand && m.wParam == kCommandStop)
+                ++stops;
+        });
+    film::Film played;
+    PlayerWindow player;
+    ASSERT_EQ(player.Create(*host, control, &played, 1, true), 1);
+    const film::ItemHandOver handOver = ItemHandOverOf(player, *host);
+    EXPECT_EQ(std::tie(handOver.clientWidth, handOver.clientHeight), std::make_tuple(800, 600));
+
+    platform::ManualClock clock;
+    platform::ManualTimers timers(clock);
+    film::FilmReceiver receiver(nullptr, timers);
+    film::ChunkQueue queue;
+    film::OpeningFlags flags;
+    flags.openerRunning = 1;
+    std::jthread loader([&] { film::RunFilmLoader(receiver, queue, played, &handOver, flags); });
+    for (std::size_t at = 0; at < stream.size(); at += 4096) {
+        std::lock_guard guard(queue.Lock());
+        queue.Push(std::span(stream).subspan(at, std::min<std::size_t>(4096, stream.size() - at)));
+    }
+    const std::uint64_t start = platform::SystemClock().NowMs();
+    while (stops == 0 && platform::SystemClock().NowMs() - start < 20000)
+        host->Pump(10);
+    EXPECT_EQ(stops, 1);
+    EXPECT_EQ(player.StepsDone(), 3);
+    EXPECT_EQ(receiver.State(), film::kFinished);
+    flags.stopRequested = 1;
+    flags.openerRunning = 0;
+    loader.join();
+    player.Destroy();
+}
+
+} // namespace
+} // namespace lumenar::playback
