@@ -30,7 +30,8 @@ std::uint64_t Now()
 std::string WriteTemp(const std::vector<std::uint8_t>& bytes, const std::string& stem)
 {
     const std::string path = testing::TempPath(stem);
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
     return path;
 }
 
@@ -229,7 +230,8 @@ TEST_F(SequenceCtlTest, PlaysAFileAddressThroughToItsEndAndStopsItself)
     EXPECT_TRUE(std::filesystem::exists(folder));
     control_->Destroy();
     EXPECT_FALSE(std::filesystem::exists(folder));
-    EXPECT_EQ(control_->HandlerLog(), (std::vector<std::string>{"OnCreate", "OnStartFilm", "OnStop", "OnDestroy"}));
+    EXPECT_EQ(control_->HandlerLog(),
+              (std::vector<std::string>{"OnCreate", "OnStartFilm", "OnStop", "OnDestroy"}));
     control_.reset();
     EXPECT_EQ(ThreadCount(), threadsBefore);
 }
@@ -249,10 +251,20 @@ TEST_F(SequenceCtlTest, StateTableOverStopPlayAndDestroy)
         {"play while playing changes nothing", [&] { Command(kCommandPlay); }, ControlState::Playing, 1},
         {"stop", [&] { Command(kCommandStop); }, ControlState::Stopped, 1},
         {"second stop changes nothing", [&] { Command(kCommandStop); }, ControlState::Stopped, 1},
-        {"play again downloads again", [&] { Command(kCommandPlay); host_->Pump(0); }, ControlState::Playing, 2},
-        {"escape from the player is not the control's", [&] { host_->Post(control_->Window(), platform::kMsgKeyDown, platform::kKeyEscape); host_->Pump(0); },
+        {"play again downloads again",
+         [&] {
+             Command(kCommandPlay);
+             host_->Pump(0);
+         },
          ControlState::Playing, 2},
-        {"a command with a notification code is not Stop", [&] { Command(kCommandStop | 0x10000); }, ControlState::Playing, 2},
+        {"escape from the player is not the control's",
+         [&] {
+             host_->Post(control_->Window(), platform::kMsgKeyDown, platform::kKeyEscape);
+             host_->Pump(0);
+         },
+         ControlState::Playing, 2},
+        {"a command with a notification code is not Stop", [&] { Command(kCommandStop | 0x10000); },
+         ControlState::Playing, 2},
     };
     for (const Step& step : steps) {
         SCOPED_TRACE(step.name);
@@ -275,7 +287,7 @@ TEST_F(SequenceCtlTest, StateTableOverStopPlayAndDestroy)
 
 TEST_F(SequenceCtlTest, StopAbortsTheDownloadAndPlayFetchesFromTheFirstByte)
 {
-    const std::string film = FilmFile(4, film::kAdvanceManual, 60000);
+    const std::string film = FilmFile(4, film::kAdvanceManual, 200000);
     FilmServer server(film, {.throttle = 200000});
     ASSERT_FALSE(server.Address().empty()) << "the loopback server did not start (python3?)";
     ASSERT_EQ(Create(server.Address()), 0);
@@ -330,7 +342,8 @@ TEST_F(SequenceCtlTest, FileSetDuringPlaybackWaitsForTheNextPlay)
     ASSERT_TRUE(PumpUntil([&] { return FirstItemShown(); }));
     EXPECT_EQ(ItemCount(), 1);
     ASSERT_TRUE(PumpUntil([&] { return !control_->Downloading(); }));
-    EXPECT_EQ(control_->BytesQueued(), std::filesystem::file_size(first) + std::filesystem::file_size(second));
+    EXPECT_EQ(control_->BytesQueued(),
+              std::filesystem::file_size(first) + std::filesystem::file_size(second));
 }
 
 TEST_F(SequenceCtlTest, DestroyingMidDownloadLeavesNoThreadAndNoFile)
@@ -372,18 +385,24 @@ TEST_F(SequenceCtlTest, ContextMenuGreysTheRightEntryAndSendsTheChoice)
         bool playGrayed;              // Before the choice.
         ControlState after;
     } rows[] = {
-        {"click on Stop", [&] {
+        {"click on Stop",
+         [&] {
              auto r = host_->PopupMenuEntryRect(1);
              host_->InjectButtonUp((r.left + r.right) / 2, (r.top + r.bottom) / 2);
-         }, true, ControlState::Stopped},
-        {"click on the greyed Stop does nothing", [&] {
+         },
+         true, ControlState::Stopped},
+        {"click on the greyed Stop does nothing",
+         [&] {
              auto r = host_->PopupMenuEntryRect(1);
              host_->InjectButtonUp((r.left + r.right) / 2, (r.top + r.bottom) / 2);
-         }, false, ControlState::Stopped},
-        {"keys choose Play", [&] {
+         },
+         false, ControlState::Stopped},
+        {"keys choose Play",
+         [&] {
              host_->InjectKey(platform::kKeyDown);
              host_->InjectKey(platform::kKeyReturn);
-         }, false, ControlState::Playing},
+         },
+         false, ControlState::Playing},
         {"escape closes without a command", [&] { host_->InjectKey(platform::kKeyEscape); }, true,
          ControlState::Playing},
     };
