@@ -35,7 +35,8 @@ double CpuSeconds()
 {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
 long PeakResidentKiB()
@@ -62,13 +63,15 @@ int main(int argc, char** argv)
         else if (!std::strcmp(argv[i], "--padding") && i + 1 < argc)
             padding = std::max(0L, std::atol(argv[++i]));
         else {
-            std::fprintf(stderr, "usage: ControlStartRun [--items N] [--rate BYTES_PER_S] [--padding BYTES]\n");
+            std::fprintf(stderr,
+                         "usage: ControlStartRun [--items N] [--rate BYTES_PER_S] [--padding BYTES]\n");
             return 2;
         }
     }
     const auto stream = testing::MakeFilmStream(items, film::kAdvanceAutomatic, std::size_t(padding));
     const std::string path = testing::TempPath("start-run.film");
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(stream.data()), std::streamsize(stream.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(stream.data()), std::streamsize(stream.size()));
     testing::FilmServer server(path, {.throttle = rate});
     if (server.Address().empty()) {
         std::fprintf(stderr, "ControlStartRun: the loopback server did not start\n");
@@ -95,8 +98,7 @@ int main(int argc, char** argv)
             firstByte = now;
         film::FilmReceiver* receiver = control.Receiver();
         if (itemBytes == 0 && receiver && receiver->ExpectedFirst() > 0 &&
-            std::int64_t(control.BytesQueued()) >= receiver->ExpectedFirst())
-        {
+            std::int64_t(control.BytesQueued()) >= receiver->ExpectedFirst()) {
             itemBytes = now;
             expectedFirst = receiver->ExpectedFirst();
         }

@@ -29,7 +29,15 @@ constexpr std::uint8_t kTypeText = 2;
 constexpr std::size_t kMaxNameBytes = 64;
 constexpr std::uint16_t kMaxRecords = 256;
 
-enum class Slot { Cx, Cy, BackColor, FillColor, File, Unknown };
+enum class Slot
+{
+    Cx,
+    Cy,
+    BackColor,
+    FillColor,
+    File,
+    Unknown
+};
 
 Slot SlotOf(std::string_view name)
 {
@@ -49,11 +57,16 @@ Slot SlotOf(std::string_view name)
 std::uint32_t* NumberSlot(ControlProperties& p, Slot slot)
 {
     switch (slot) {
-    case Slot::Cx: return &p.cx;
-    case Slot::Cy: return &p.cy;
-    case Slot::BackColor: return &p.backColor;
-    case Slot::FillColor: return &p.fillColor;
-    default: return nullptr;
+    case Slot::Cx:
+        return &p.cx;
+    case Slot::Cy:
+        return &p.cy;
+    case Slot::BackColor:
+        return &p.backColor;
+    case Slot::FillColor:
+        return &p.fillColor;
+    default:
+        return nullptr;
     }
 }
 
@@ -65,7 +78,8 @@ std::optional<std::uint32_t> ParseNumber(std::string_view text, bool colour)
         text.remove_suffix(1);
     int base = 10;
     bool rgb = false;
-    if (text.starts_with("0x") || text.starts_with("0X") || text.starts_with("&H") || text.starts_with("&h")) {
+    if (text.starts_with("0x") || text.starts_with("0X") || text.starts_with("&H") ||
+        text.starts_with("&h")) {
         base = 16;
         text.remove_prefix(2);
         if (!text.empty() && text.back() == '&') // The basic-language long suffix.
@@ -138,7 +152,8 @@ base::Result<ControlProperties> LoadFromBag(PropertyBag& bag, const ControlPrope
         if (!text)
             continue;
         const Slot slot = SlotOf(name);
-        std::optional<std::uint32_t> value = ParseNumber(*text, slot == Slot::BackColor || slot == Slot::FillColor);
+        std::optional<std::uint32_t> value =
+            ParseNumber(*text, slot == Slot::BackColor || slot == Slot::FillColor);
         if (!value)
             return Error{ErrorCode::BadData, StrCat("property ", name, " value '", text->substr(0, 40),
                                                     "' is not a 32-bit number")};
@@ -146,8 +161,8 @@ base::Result<ControlProperties> LoadFromBag(PropertyBag& bag, const ControlPrope
     }
     if (std::optional<std::string> file = bag.Read("File")) {
         if (file->size() > kMaxFileBytes)
-            return Error{ErrorCode::TooLarge,
-                         StrCat("property File is ", file->size(), " bytes long (at most ", kMaxFileBytes, ")")};
+            return Error{ErrorCode::TooLarge, StrCat("property File is ", file->size(),
+                                                     " bytes long (at most ", kMaxFileBytes, ")")};
         out.file = *file;
     }
     return out;
@@ -179,13 +194,16 @@ base::Result<ControlProperties> LoadFromStream(std::span<const std::uint8_t> byt
     base::ByteReader in(bytes);
     const std::uint32_t tag = LUM_TRY(in.ReadU32LE());
     if (tag != kStreamTag)
-        return Error{ErrorCode::BadData, base::FormatPrintf("property stream tag is 0x%08X, not 0x%08X", tag, kStreamTag)};
+        return Error{ErrorCode::BadData,
+                     base::FormatPrintf("property stream tag is 0x%08X, not 0x%08X", tag, kStreamTag)};
     const std::uint16_t version = LUM_TRY(in.ReadU16LE());
     if (version != kStreamVersion)
-        return Error{ErrorCode::Unsupported, StrCat("property stream version ", version, " (only 1 is known)")};
+        return Error{ErrorCode::Unsupported,
+                     StrCat("property stream version ", version, " (only 1 is known)")};
     const std::uint16_t count = LUM_TRY(in.ReadU16LE());
     if (count > kMaxRecords)
-        return Error{ErrorCode::TooLarge, StrCat("property stream declares ", count, " records (at most ", kMaxRecords, ")")};
+        return Error{ErrorCode::TooLarge,
+                     StrCat("property stream declares ", count, " records (at most ", kMaxRecords, ")")};
     ControlProperties out;
     unsigned seen = 0;
     for (std::uint16_t i = 0; i < count; ++i) {
@@ -193,34 +211,40 @@ base::Result<ControlProperties> LoadFromStream(std::span<const std::uint8_t> byt
         const std::uint8_t type = LUM_TRY(in.ReadU8());
         const std::uint8_t nameLength = LUM_TRY(in.ReadU8());
         if (nameLength == 0 || nameLength > kMaxNameBytes)
-            return Error{ErrorCode::BadData, StrCat("property record at offset ", at, " has a name of ", nameLength, " bytes")};
+            return Error{ErrorCode::BadData,
+                         StrCat("property record at offset ", at, " has a name of ", nameLength, " bytes")};
         auto nameBytes = LUM_TRY(in.ReadBytes(nameLength));
         const std::string name(nameBytes.begin(), nameBytes.end());
         const Slot slot = SlotOf(name);
         if (type == kTypeNumber) {
             const std::uint32_t value = LUM_TRY(in.ReadU32LE());
             if (slot == Slot::File)
-                return Error{ErrorCode::BadData, StrCat("property File at offset ", at, " is a number, not text")};
+                return Error{ErrorCode::BadData,
+                             StrCat("property File at offset ", at, " is a number, not text")};
             if (std::uint32_t* target = NumberSlot(out, slot))
                 *target = value;
         } else if (type == kTypeText) {
             const std::uint32_t length = LUM_TRY(in.ReadU32LE());
             if (length > kMaxFileBytes)
-                return Error{ErrorCode::TooLarge,
-                             StrCat("property ", name, " at offset ", at, " declares ", length, " bytes (at most ", kMaxFileBytes, ")")};
+                return Error{ErrorCode::TooLarge, StrCat("property ", name, " at offset ", at, " declares ",
+                                                         length, " bytes (at most ", kMaxFileBytes, ")")};
             auto text = LUM_TRY(in.ReadBytes(length));
             if (slot != Slot::File && slot != Slot::Unknown)
-                return Error{ErrorCode::BadData, StrCat("property ", name, " at offset ", at, " is text, not a number")};
+                return Error{ErrorCode::BadData,
+                             StrCat("property ", name, " at offset ", at, " is text, not a number")};
             if (slot == Slot::File)
                 out.file.assign(text.begin(), text.end());
         } else {
-            return Error{ErrorCode::BadData, StrCat("property record at offset ", at, " has value type ", type)};
+            return Error{ErrorCode::BadData,
+                         StrCat("property record at offset ", at, " has value type ", type)};
         }
         if (slot != Slot::Unknown)
             seen |= 1u << static_cast<int>(slot);
     }
     if (seen != 0x1F)
-        return Error{ErrorCode::Truncated, StrCat("property stream lacks some of _cx, _cy, BackColor, FillColor, File (mask ", seen, ")")};
+        return Error{
+            ErrorCode::Truncated,
+            StrCat("property stream lacks some of _cx, _cy, BackColor, FillColor, File (mask ", seen, ")")};
     return out;
 }
 

@@ -23,11 +23,11 @@ inline constexpr std::size_t kMaxFileBytes = 32768;
 /// What the control persists, in the order it is written.
 struct ControlProperties
 {
-    std::uint32_t cx = 0;        ///< Extent in 0.01 mm.
+    std::uint32_t cx = 0; ///< Extent in 0.01 mm.
     std::uint32_t cy = 0;
     std::uint32_t backColor = 0; ///< OLE colour.
     std::uint32_t fillColor = 0;
-    std::string file;            ///< UTF-8.
+    std::string file; ///< UTF-8.
     bool operator==(const ControlProperties&) const = default;
 };
 

@@ -166,14 +166,16 @@ std::vector<StoreEntry> ClassEntries(std::string_view serverPath)
         {typelib, "@", "Lumenar 1.0 Type Library"},
         {typelib + "\\0\\linux64", "@", server},
         {typelib + "\\FLAGS", "@", "0"},
-        {typelib + "\\HELPDIR", "@", server.substr(0, server.rfind('/') == std::string::npos ? 0 : server.rfind('/'))},
+        {typelib + "\\HELPDIR", "@",
+         server.substr(0, server.rfind('/') == std::string::npos ? 0 : server.rfind('/'))},
         {iface, "@", "ISequenceCtl"},
         {iface + "\\TypeLib", "@", std::string(kLibraryId)},
         {iface + "\\TypeLib", "Version", "1.0"},
     };
 }
 
-base::Status RegisterServer(const std::string& dataFolder, std::string_view serverPath, std::string_view playerPath)
+base::Status RegisterServer(const std::string& dataFolder, std::string_view serverPath,
+                            std::string_view playerPath)
 {
     const std::filesystem::path store = Under(dataFolder, kStorePath);
     const std::vector<StoreEntry> entries = ClassEntries(serverPath);

@@ -43,7 +43,8 @@ std::vector<StoreEntry> ClassEntries(std::string_view serverPath);
 /// `playerPath play %u`, and the film mime type (by the extension ".film" and by the film marker at
 /// offset 0); then refreshes the desktop and mime databases when their tools are installed. Fails with
 /// Io naming the file that could not be written. Any thread.
-base::Status RegisterServer(const std::string& dataFolder, std::string_view serverPath, std::string_view playerPath);
+base::Status RegisterServer(const std::string& dataFolder, std::string_view serverPath,
+                            std::string_view playerPath);
 
 /// Removes exactly what RegisterServer wrote: our store entries (the store file too when nothing else
 /// is left in it), the desktop entry and the mime package; other files stay. Not being registered is

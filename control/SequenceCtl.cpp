@@ -3,11 +3,12 @@
 #include "base/StrCat.h"
 #include "control/ControlMenu.h"
 #include "platform/CompoundFile.h"
+#include "platform/CompoundFileWriter.h"
 #include "platform/Cpu.h"
 #include "platform/DebugTrace.h"
+#include "platform/FileSystem.h"
 #include "platform/Download.h"
 #include "platform/MessageBox.h"
-#include "platform/StorageWriter.h"
 #include "platform/Sync.h"
 #include "platform/Timer.h"
 #include "playback/PlayerWindow.h"
@@ -56,7 +57,8 @@ bool IsReflected(std::uint32_t code)
     case 0x0138: // colour: static
     case 0x0210: // parent notify
         return true;
-    default: return false;
+    default:
+        return false;
     }
 }
 
@@ -142,8 +144,9 @@ base::Status SequenceCtl::LoadStorage(const std::string& path)
 
 base::Status SequenceCtl::SaveStorage(const std::string& path) const
 {
-    const platform::StorageStream streams[] = {{std::string(kStorageStreamName), SaveStream()}};
-    return platform::WriteCompoundFile(path, streams);
+    const auto bytes = LUM_TRY(platform::WriteCompoundFile(
+        {platform::CompoundNode::Stream(std::string(kStorageStreamName), SaveStream())}));
+    return platform::WriteWholeFile(path, bytes);
 }
 
 ControlState SequenceCtl::State() const
@@ -199,17 +202,25 @@ void SequenceCtl::OnMessage(const platform::Message& message)
     if (IsReflected(message.code))
         return; // Default processing.
     switch (message.code) {
-    case platform::kMsgLButtonUp: return; // Default processing only.
-    case platform::kMsgRButtonUp: OnContextMenu(message.lParam); return;
-    case kMsgFilmStart: OnStartFilm(); return;
+    case platform::kMsgLButtonUp:
+        return; // Default processing only.
+    case platform::kMsgRButtonUp:
+        OnContextMenu(message.lParam);
+        return;
+    case kMsgFilmStart:
+        OnStartFilm();
+        return;
     case platform::kMsgCommand:
         if ((message.wParam >> 16) == 0 && (message.wParam & 0xFFFF) == kCommandPlay)
             OnPlay();
         else if ((message.wParam >> 16) == 0 && (message.wParam & 0xFFFF) == kCommandStop)
             OnStop();
         return;
-    case kMsgFilmData: DrainDownload(); return;
-    default: return; // Escape from the player among them: no effect of the control's own.
+    case kMsgFilmData:
+        DrainDownload();
+        return;
+    default:
+        return; // Escape from the player among them: no effect of the control's own.
     }
 }
 
@@ -275,12 +286,14 @@ void SequenceCtl::OnStartFilm()
         if (address.ok()) {
             platform::WindowHost* host = host_;
             platform::WindowId window = window_;
-            auto download = platform::Download::Start(*address, [host, window] { host->Post(window, kMsgFilmData); });
+            auto download =
+                platform::Download::Start(*address, [host, window] { host->Post(window, kMsgFilmData); });
             if (download.ok()) {
                 download_ = std::move(*download);
                 ++downloadsStarted_;
             } else {
-                platform::DebugTrace(StrCat("download not started: ", download.error().message, "\n").c_str());
+                platform::DebugTrace(
+                    StrCat("download not started: ", download.error().message, "\n").c_str());
             }
         } else {
             platform::DebugTrace(StrCat("download not started: ", address.error().message, "\n").c_str());
@@ -329,7 +342,8 @@ void SequenceCtl::OnContextMenu(std::int64_t position)
     const bool stopped = flags_->stopRequested != 0;
     std::vector<platform::MenuEntry> entries;
     for (const MenuItemResource& item : submenus[0].items) {
-        const bool grayed = (item.command == kCommandPlay && !stopped) || (item.command == kCommandStop && stopped);
+        const bool grayed =
+            (item.command == kCommandPlay && !stopped) || (item.command == kCommandStop && stopped);
         entries.push_back({std::string(item.text), item.command, grayed});
     }
     // The position comes as client coordinates: x in the low word, y in the high word, both signed.

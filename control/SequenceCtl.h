@@ -37,18 +37,24 @@ inline constexpr std::uint32_t kMsgFilmData = 0x048D;
 /// Where the control's window goes and the services its sessions use.
 struct ControlSite
 {
-    platform::WindowHost* host = nullptr; ///< Required; must outlive the control's window.
-    platform::WindowId parent = 0;        ///< The window the control is a child of.
-    platform::WindowRect rect;            ///< In the parent's coordinates; empty: the parent's whole area.
-    std::string documentUrl;              ///< What File is relative to; empty: the current directory.
-    bool userMode = true;                 ///< The ambient user mode; false is design mode (no download).
-    platform::SoundDevice* sound = nullptr;   ///< Narration output; null: silent.
+    platform::WindowHost* host = nullptr;   ///< Required; must outlive the control's window.
+    platform::WindowId parent = 0;          ///< The window the control is a child of.
+    platform::WindowRect rect;              ///< In the parent's coordinates; empty: the parent's whole area.
+    std::string documentUrl;                ///< What File is relative to; empty: the current directory.
+    bool userMode = true;                   ///< The ambient user mode; false is design mode (no download).
+    platform::SoundDevice* sound = nullptr; ///< Narration output; null: silent.
     platform::TimerService* timers = nullptr; ///< Null: the system's timers.
     std::function<bool()> hasMmx;             ///< The processor check; null asks the processor.
 };
 
 /// Where the control is in its life.
-enum class ControlState { NoWindow, Created, Playing, Stopped };
+enum class ControlState
+{
+    NoWindow,
+    Created,
+    Playing,
+    Stopped
+};
 
 /// The embeddable film player: three properties, their persistence, and a window that downloads the
 /// film named by File and plays it in a player window over its whole area. One session (film,

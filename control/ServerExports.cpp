@@ -155,23 +155,29 @@ LumResult ControlCreateWindow(LumSequenceCtl* self, const LumSite* site)
         object.host = platform::WindowHost::Create(width, height, site->title ? site->title : "Lumenar",
                                                    site->kind == LUM_WINDOW_HEADLESS);
         break;
-    case LUM_WINDOW_SDL: object.host = platform::WindowHost::Attach({site->sdlWindow, 0}); break;
-    case LUM_WINDOW_X11: object.host = platform::WindowHost::Attach({nullptr, site->x11Window}); break;
-    default: return LUM_E_INVALIDARG;
+    case LUM_WINDOW_SDL:
+        object.host = platform::WindowHost::Attach({site->sdlWindow, 0});
+        break;
+    case LUM_WINDOW_X11:
+        object.host = platform::WindowHost::Attach({nullptr, site->x11Window});
+        break;
+    default:
+        return LUM_E_INVALIDARG;
     }
     if (!object.host)
         return LUM_E_FAIL;
-    object.host->SetFrameSink([&object](std::uint64_t ms, const std::vector<std::uint8_t>& topDown, int w, int h) {
-        LumFrameSink sink;
-        void* context;
-        {
-            std::lock_guard guard(object.sinkLock);
-            sink = object.frameSink;
-            context = object.frameContext;
-        }
-        if (sink != nullptr)
-            sink(context, ms, topDown.data(), w, h);
-    });
+    object.host->SetFrameSink(
+        [&object](std::uint64_t ms, const std::vector<std::uint8_t>& topDown, int w, int h) {
+            LumFrameSink sink;
+            void* context;
+            {
+                std::lock_guard guard(object.sinkLock);
+                sink = object.frameSink;
+                context = object.frameContext;
+            }
+            if (sink != nullptr)
+                sink(context, ms, topDown.data(), w, h);
+        });
     object.sound = platform::OpenSdlSoundDevice();
     ControlSite controlSite;
     controlSite.host = object.host.get();
@@ -338,12 +344,12 @@ LumResult ControlSetFrameSink(LumSequenceCtl* self, LumFrameSink sink, void* con
 }
 
 const LumSequenceCtlVtbl kControlTable = {
-    ControlAddRef,        ControlRelease,         ControlCreateWindow,    ControlDestroyWindow,
-    ControlPump,          ControlSendCommand,     ControlIsPlaying,       ControlSetFile,
-    ControlGetFile,       ControlSetBackColor,    ControlGetBackColor,    ControlSetFillColor,
-    ControlGetFillColor,  ControlLoadPropertyBag, ControlSavePropertyBag, ControlLoadStream,
-    ControlSaveStream,    ControlLoadStorage,     ControlSaveStorage,     ControlAdvise,
-    ControlUnadvise,      ControlSetFrameSink,
+    ControlAddRef,       ControlRelease,         ControlCreateWindow,    ControlDestroyWindow,
+    ControlPump,         ControlSendCommand,     ControlIsPlaying,       ControlSetFile,
+    ControlGetFile,      ControlSetBackColor,    ControlGetBackColor,    ControlSetFillColor,
+    ControlGetFillColor, ControlLoadPropertyBag, ControlSavePropertyBag, ControlLoadStream,
+    ControlSaveStream,   ControlLoadStorage,     ControlSaveStorage,     ControlAdvise,
+    ControlUnadvise,     ControlSetFrameSink,
 };
 
 struct FactoryHandle
@@ -392,7 +398,8 @@ LumResult FactoryLockServer(LumClassFactory*, int32_t lock)
     return LUM_S_OK;
 }
 
-const LumClassFactoryVtbl kFactoryTable = {FactoryAddRef, FactoryRelease, FactoryCreateInstance, FactoryLockServer};
+const LumClassFactoryVtbl kFactoryTable = {FactoryAddRef, FactoryRelease, FactoryCreateInstance,
+                                           FactoryLockServer};
 
 /// The player program registration names: next to the library when it is there, else on PATH.
 std::string PlayerNextTo(const std::string& server)
@@ -433,7 +440,8 @@ LUM_EXPORT LumResult DllRegisterServer(void)
     auto folder = UserDataFolder();
     if (!folder.ok())
         return Report(folder.error());
-    const std::string server = lumenar::platform::ModulePath(reinterpret_cast<const void*>(&DllRegisterServer));
+    const std::string server =
+        lumenar::platform::ModulePath(reinterpret_cast<const void*>(&DllRegisterServer));
     return Report(RegisterServer(*folder, server, PlayerNextTo(server)));
 }
 

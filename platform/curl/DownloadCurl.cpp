@@ -115,7 +115,8 @@ struct Download::Impl
         if (bytes == 0)
             return 0;
         DownloadBlock block;
-        block.bytes.assign(reinterpret_cast<const std::uint8_t*>(data), reinterpret_cast<const std::uint8_t*>(data) + bytes);
+        block.bytes.assign(reinterpret_cast<const std::uint8_t*>(data),
+                           reinterpret_cast<const std::uint8_t*>(data) + bytes);
         self->received += bytes;
         self->Queue(std::move(block));
         return bytes;
@@ -134,7 +135,9 @@ struct Download::Impl
         const CURLcode code = curl_easy_perform(curl.get());
         base::Status result;
         if (code != CURLE_OK) {
-            const std::string reason = abort ? std::string("aborted") : message[0] ? std::string(message) : curl_easy_strerror(code);
+            const std::string reason = abort        ? std::string("aborted")
+                                       : message[0] ? std::string(message)
+                                                    : curl_easy_strerror(code);
             result = Error{ErrorCode::Io, StrCat("download of ", url, " ended: ", reason)};
         }
         {
@@ -149,7 +152,9 @@ struct Download::Impl
     }
 };
 
-Download::Download(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+Download::Download(std::unique_ptr<Impl> impl) : impl_(std::move(impl))
+{
+}
 
 Download::~Download()
 {
@@ -162,7 +167,8 @@ base::Result<std::unique_ptr<Download>> Download::Start(const std::string& url, 
 {
     const std::string scheme = SchemeOf(url);
     if (!SchemeSupported(scheme))
-        return Error{ErrorCode::Unsupported, StrCat("address ", url, " is not an http, https or file address")};
+        return Error{ErrorCode::Unsupported,
+                     StrCat("address ", url, " is not an http, https or file address")};
     GlobalInit();
     auto impl = std::make_unique<Impl>();
     impl->url = url;
@@ -222,7 +228,8 @@ base::Result<std::string> ResolveAddress(std::string_view documentUrl, std::stri
         return std::string(file);
     if (documentUrl.empty()) {
         std::error_code error;
-        std::filesystem::path path = std::filesystem::absolute(std::filesystem::path(std::string(file)), error);
+        std::filesystem::path path =
+            std::filesystem::absolute(std::filesystem::path(std::string(file)), error);
         if (error || file.empty())
             return Error{ErrorCode::InvalidInput, StrCat("cannot make a file address of '", file, "'")};
         return "file://" + EncodePath(path.lexically_normal().string());

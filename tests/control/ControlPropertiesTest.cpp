@@ -47,7 +47,10 @@ TEST(ControlProperties, BagValuesAsPagesWriteThem)
         ControlProperties expected;
     } rows[] = {
         {"only File", {{"File", "a.flm"}}, true, {1, 2, 3, 4, "a.flm"}},
-        {"hex forms", {{"BackColor", "0xFF"}, {"FillColor", "&H8000000F&"}}, true, {1, 2, 0xFF, 0x8000000Fu, "old"}},
+        {"hex forms",
+         {{"BackColor", "0xFF"}, {"FillColor", "&H8000000F&"}},
+         true,
+         {1, 2, 0xFF, 0x8000000Fu, "old"}},
         {"html colour is red first", {{"BackColor", "#102030"}}, true, {1, 2, 0x302010, 4, "old"}},
         {"spaces around numbers", {{"_cx", " 42 "}}, true, {42, 2, 3, 4, "old"}},
         {"largest number", {{"_cy", "4294967295"}}, true, {1, 0xFFFFFFFFu, 3, 4, "old"}},
@@ -124,8 +127,13 @@ std::vector<std::uint8_t> Text(const std::string& name, const std::string& text,
 TEST(ControlProperties, HostileStreams)
 {
     const auto all = [](std::vector<std::uint8_t> extra, std::uint8_t count) {
-        return Stream({{count, 0}, Number("_cx", 1), Number("_cy", 2), Number("BackColor", 3), Number("FillColor", 4),
-                       Text("File", "f", 1), extra});
+        return Stream({{count, 0},
+                       Number("_cx", 1),
+                       Number("_cy", 2),
+                       Number("BackColor", 3),
+                       Number("FillColor", 4),
+                       Text("File", "f", 1),
+                       extra});
     };
     struct Row
     {
@@ -144,7 +152,8 @@ TEST(ControlProperties, HostileStreams)
         {"empty name", Stream({{1, 0}, {1, 0, 0, 0, 0, 0}}), false},
         {"more records than bytes", all({}, 6), false},
         {"too many records", Stream({{0xFF, 0xFF}}), false},
-        {"missing File", Stream({{4, 0}, Number("_cx", 1), Number("_cy", 2), Number("BackColor", 3), Number("FillColor", 4)}),
+        {"missing File",
+         Stream({{4, 0}, Number("_cx", 1), Number("_cy", 2), Number("BackColor", 3), Number("FillColor", 4)}),
          false},
         {"wrong version", {'L', 'M', 'S', 'Q', 2, 0, 0, 0}, false},
         {"wrong tag", {'X', 'M', 'S', 'Q', 1, 0, 0, 0}, false},

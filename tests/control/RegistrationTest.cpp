@@ -62,7 +62,8 @@ TEST_F(RegistrationTest, WritesTheClassEntriesDesktopEntryAndFilmType)
         {"Lumenar.SequenceCtl\\CurVer\t@\tLumenar.SequenceCtl.1"},
         {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\InprocServer32\t@\t/opt/lumenar/liblumenar.so"},
         {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\InprocServer32\tThreadingModel\tApartment"},
-        {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\ToolboxBitmap32\t@\t/opt/lumenar/liblumenar.so, 102"},
+        {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\ToolboxBitmap32\t@\t/opt/lumenar/liblumenar.so, "
+         "102"},
         {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\MiscStatus\\1\t@\t131473"},
         {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\VersionIndependentProgID\t@\tLumenar.SequenceCtl"},
         {"TypeLib\\{3F6A2C40-8D1E-4B57-9A0C-5E71D248B613}\\1.0\t@\tLumenar 1.0 Type Library"},
@@ -82,8 +83,9 @@ TEST_F(RegistrationTest, WritesTheClassEntriesDesktopEntryAndFilmType)
 TEST_F(RegistrationTest, UnregisterRemovesExactlyWhatRegisterWrote)
 {
     // Someone else's store entries and files in the same folders.
-    Write(root_ / kStorePath, "# Lumenar per-user registration store: KEY<TAB>NAME<TAB>VALUE, NAME \"@\" is the "
-                              "key's own value.\nOther.Control.1\t@\tOther\n");
+    Write(root_ / kStorePath,
+          "# Lumenar per-user registration store: KEY<TAB>NAME<TAB>VALUE, NAME \"@\" is the "
+          "key's own value.\nOther.Control.1\t@\tOther\n");
     Write(root_ / "applications/other.desktop", "[Desktop Entry]\nName=Other\n");
     Write(root_ / "mime/packages/other.xml", "<mime-info/>\n");
     Write(root_ / "lumenar/notes.txt", "keep me\n");

@@ -5,6 +5,7 @@
 #include "lumenar/lumenar.h"
 
 #include <dlfcn.h>
+#include <stdatomic.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -62,13 +63,13 @@ static void OnChanged(void* context, int32_t dispid)
     ++changeCount;
 }
 
-static int frames = 0;
+static atomic_int frames = 0; /* Counted on the presenting threads. */
 static void OnFrame(void* context, uint64_t ms, const uint8_t* bgrx, int32_t width, int32_t height)
 {
     (void)context;
     (void)ms;
     if (bgrx != NULL && width == 800 && height == 600)
-        ++frames; /* Several threads may present; the count is only compared with zero. */
+        atomic_fetch_add(&frames, 1);
 }
 
 static double Seconds(void)
@@ -159,9 +160,9 @@ int main(int argc, char** argv)
     CHECK(ctl->vtbl->CreateWindow(ctl, &site) == LUM_E_WRONGSTATE);
     changeCount = 0;
     const double start = Seconds();
-    while (Seconds() - start < 20 && (frames == 0 || changeCount == 0))
+    while (Seconds() - start < 20 && (atomic_load(&frames) == 0 || changeCount == 0))
         CHECK(ctl->vtbl->Pump(ctl, 10) == LUM_S_OK);
-    CHECK(frames > 0);
+    CHECK(atomic_load(&frames) > 0);
     CHECK(changeCount == 1 && changes[0] == LUM_DISPID_READYSTATE);
     CHECK(ctl->vtbl->IsPlaying(ctl) == 1);
     CHECK(ctl->vtbl->SendCommand(ctl, LUM_COMMAND_STOP) == LUM_S_OK);

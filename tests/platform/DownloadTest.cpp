@@ -27,7 +27,8 @@ std::vector<std::uint8_t> Pattern(std::size_t size)
 std::string WriteFile(const std::vector<std::uint8_t>& bytes)
 {
     std::string path = testing::TempPath("download.bin");
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
     return path;
 }
 
@@ -44,8 +45,7 @@ public:
         };
     }
     /// Takes blocks until `done` holds or the transfer finished; false on a 20 s timeout.
-    template <typename Done>
-    bool Drain(Download& download, Done done)
+    template <typename Done> bool Drain(Download& download, Done done)
     {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         for (;;) {

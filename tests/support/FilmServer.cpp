@@ -14,7 +14,7 @@ namespace {
 std::string SourceDir()
 {
     const char* dir = std::getenv("LUMENAR_SOURCE_DIR");
-    return dir != nullptr ? dir : ".";
+    return dir != nullptr ? dir : LUMENAR_DEFAULT_SOURCE_DIR;
 }
 
 } // namespace
