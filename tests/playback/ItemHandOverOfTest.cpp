@@ -67,10 +67,10 @@ TEST(ItemHandOverOf, StreamedFilmPlaysToItsEndThroughTheRealPlayer)
         host->Pump(10);
     EXPECT_EQ(stops, 1);
     EXPECT_EQ(player.StepsDone(), 3);
-    EXPECT_EQ(receiver.State(), film::kFinished);
     flags.stopRequested = 1;
     flags.openerRunning = 0;
     loader.join();
+    EXPECT_EQ(receiver.State(), film::kFinished);
     player.Destroy();
 }
 
