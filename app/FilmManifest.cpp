@@ -81,8 +81,15 @@ bool IsDiscTrack(const std::string& name)
     return extension == ".cda";
 }
 
-// Width and height from a JPEG picture's frame header; empty when there is none.
-std::optional<std::pair<std::int32_t, std::int32_t>> JpegSize(std::span<const std::uint8_t> bytes)
+struct JpegFrame
+{
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+    int lumaH = 1; ///< The first component's horizontal sampling factor.
+};
+
+// Size and luma sampling from a JPEG picture's frame header; empty when there is none.
+std::optional<JpegFrame> JpegSize(std::span<const std::uint8_t> bytes)
 {
     base::ByteReader in(bytes);
     auto soi = in.ReadU16BE();
@@ -100,7 +107,13 @@ std::optional<std::pair<std::int32_t, std::int32_t>> JpegSize(std::span<const st
             auto width = in.ReadU16BE();
             if (!precision.ok() || !height.ok() || !width.ok())
                 return std::nullopt;
-            return std::make_pair(static_cast<std::int32_t>(*width), static_cast<std::int32_t>(*height));
+            JpegFrame frame{static_cast<std::int32_t>(*width), static_cast<std::int32_t>(*height), 1};
+            auto components = in.ReadU8();
+            auto id = in.ReadU8();
+            auto sampling = in.ReadU8();
+            if (components.ok() && *components > 0 && id.ok() && sampling.ok())
+                frame.lumaH = *sampling >> 4;
+            return frame;
         }
         if (!in.Skip(*length - 2u).ok())
             return std::nullopt;
@@ -212,8 +225,16 @@ struct Builder
                 return LineError(line, StrCat("photo ", words[1], " is empty"));
             item->photo.cstrName = film::SizedName(media.photo.size(), BaseName(words[1]));
             if (const auto size = JpegSize(media.photo)) {
-                item->width = size->first;
-                item->height = size->second;
+                item->width = size->width;
+                item->height = size->height;
+                // The player steps through the luma plane by the width rounded up to 8, while a photo
+                // with halved chroma is stored in rows of whole 16-pixel units: such a photo shows
+                // sheared unless its width rounds up to a multiple of 16.
+                if (size->lumaH == 2 && ((size->width + 7) / 8) % 2 == 1)
+                    out.warnings.push_back(StrCat("photo ", words[1], " is ", size->width,
+                                                  " pixels wide with halved chroma: the player shows it sheared "
+                                                  "(encode it at 4:4:4, e.g. cjpeg -sample 1x1, or make it a "
+                                                  "multiple of 16 pixels wide)"));
             }
             return {};
         }

@@ -18,6 +18,8 @@ struct ManifestFilm
     film::Film film;
     std::vector<film::ItemMedia> media;
     std::vector<std::uint8_t> music;
+    /// What packs but will not look as its author expects, one line each ("photo x.jpg: …").
+    std::vector<std::string> warnings;
 };
 
 /// Loads the bytes of a file that a manifest names (as written in the manifest).

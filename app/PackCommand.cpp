@@ -82,6 +82,8 @@ int PackCommand(Args args)
         [&folder](const std::string& name) { return ReadWholeFile((folder / name).string()); });
     if (!film.ok())
         return Fail(manifest, film.error().message);
+    for (const std::string& warning : film->warnings)
+        std::fprintf(stderr, "lumenar: %s: warning: %s\n", manifest.c_str(), warning.c_str());
     auto stream = film::WriteFilmStream(film->film, film->media, film->music);
     if (!stream.ok())
         return Fail(manifest, stream.error().message);
