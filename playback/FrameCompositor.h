@@ -2,6 +2,7 @@
 
 #include "effects/EffectRegistry.h"
 #include "platform/Presenter.h"
+#include "playback/Rect.h"
 #include "playback/records/Glyph.h"
 #include "playback/records/TextRecord.h"
 
@@ -16,18 +17,6 @@ class Photo;
 }
 
 namespace lumenar::playback {
-
-struct Rect
-{
-    std::int32_t left = 0;
-    std::int32_t top = 0;
-    std::int32_t right = 0;
-    std::int32_t bottom = 0;
-
-    std::int32_t Width() const { return right - left; }
-    std::int32_t Height() const { return bottom - top; }
-    bool operator==(const Rect&) const = default;
-};
 
 /// The largest rectangle of the design's aspect ratio inside the client area, centred.
 Rect FitRect(int designWidth, int designHeight, int clientWidth, int clientHeight);

@@ -31,7 +31,7 @@ PhotoCache::PhotoCache(std::int32_t mode) : mode_(mode)
 // The slots are unique_ptrs: destruction releases all six.
 PhotoCache::~PhotoCache() = default;
 
-int PhotoCache::Init(const film::FilmItem* item, const ViewRect& frame, const ViewRect& window)
+int PhotoCache::Init(const film::FilmItem* item, const Rect& frame, const Rect& window)
 {
     item_ = item;
     viewer_.frame = frame;

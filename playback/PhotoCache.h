@@ -1,6 +1,7 @@
 #pragma once
 
 #include "film/Film.h"
+#include "playback/Rect.h"
 
 #include <cstdint>
 #include <memory>
@@ -12,18 +13,6 @@ class Photo;
 }
 
 namespace lumenar::playback {
-
-/// A rectangle in window pixels: left, top, right and bottom (right and bottom exclusive).
-struct ViewRect
-{
-    std::int32_t left = 0;
-    std::int32_t top = 0;
-    std::int32_t right = 0;
-    std::int32_t bottom = 0;
-
-    std::int32_t Width() const { return right - left; }
-    std::int32_t Height() const { return bottom - top; }
-};
 
 /// The key codes the still viewer answers (the classic virtual-key values the player window passes on).
 inline constexpr int kViewerKeyLeft = 0x25;
@@ -43,8 +32,8 @@ inline constexpr std::int64_t kViewerMaxZoomBytes = 16 * 1024 * 1024;
 struct ViewerState
 {
     std::string fileName;
-    ViewRect frame;  ///< The frame rectangle inside the player window.
-    ViewRect window; ///< The player window's rectangle.
+    Rect frame;  ///< The frame rectangle inside the player window.
+    Rect window; ///< The player window's rectangle.
     std::int32_t scrollX = 0;
     std::int32_t scrollY = 0;
     std::int32_t viewedWidth = 1; ///< The zoomed picture's size.
@@ -71,7 +60,7 @@ public:
     PhotoCache& operator=(const PhotoCache&) = delete;
 
     /// Stores the item (not owned) and the rectangles for the viewer. Returns 1.
-    int Init(const film::FilmItem* item, const ViewRect& frame, const ViewRect& window);
+    int Init(const film::FilmItem* item, const Rect& frame, const Rect& window);
 
     /// Decodes the next item's photo and mask into the next slots. Returns 1 and writes `*outPhoto`
     /// (and `*outMask`: the mask, or null when `maskRef` is "0" or cannot be decoded) on success; returns

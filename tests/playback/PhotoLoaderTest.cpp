@@ -257,7 +257,7 @@ TEST(PhotoCache, ViewerKeysScrollAndZoomWithinBounds)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         PhotoCache cache(0);
-        cache.Init(nullptr, ViewRect{0, 0, 100, 100}, ViewRect{0, 0, 100, 100});
+        cache.Init(nullptr, Rect{0, 0, 100, 100}, Rect{0, 0, 100, 100});
         if (row.width != 0) {
             ASSERT_TRUE(cache.SetViewerPicture(row.width, row.height));
         }
