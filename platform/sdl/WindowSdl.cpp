@@ -85,6 +85,12 @@ protected:
                 if (event.button.button == SDL_BUTTON_LEFT && event.button.clicks == 2)
                     InjectDoubleClick(event.button.x, event.button.y);
                 break;
+            case SDL_WINDOWEVENT:
+                // A resized or uncovered window shows the picture again at its new scale.
+                if (event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED ||
+                    event.window.event == SDL_WINDOWEVENT_EXPOSED)
+                    ShowBackBuffer(BackBuffer());
+                break;
             default: break;
             }
             got = SDL_PollEvent(&event);
@@ -126,8 +132,13 @@ std::unique_ptr<WindowHost> MakeSdlWindowHost(int width, int height, const char*
         return nullptr;
     if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0)
         return nullptr;
-    SDL_Window* window = SDL_CreateWindow(title, SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width, height, 0);
+    // The viewer may resize the window: the picture keeps its size and is scaled to the window,
+    // letterboxed, and SDL maps the pointer back to picture coordinates (the renderer's logical size).
+    SDL_Window* window = SDL_CreateWindow(title, SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width, height,
+                                          SDL_WINDOW_RESIZABLE);
     SDL_Renderer* renderer = window ? SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE) : nullptr;
+    if (renderer != nullptr)
+        SDL_RenderSetLogicalSize(renderer, width, height);
     SDL_Texture* texture = renderer ? SDL_CreateTexture(renderer, SDL_PIXELFORMAT_ARGB8888,
                                                         SDL_TEXTUREACCESS_STREAMING, width, height)
                                     : nullptr;
