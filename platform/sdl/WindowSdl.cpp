@@ -122,6 +122,28 @@ private:
     bool ownsWindow_;
 };
 
+// The host over `window` (null: it could not be made), drawing a picture of width × height through a
+// software renderer; on failure everything made here goes again, `window` too when `owns`.
+std::unique_ptr<WindowHost> HostOver(SDL_Window* window, bool owns, int width, int height)
+{
+    SDL_Renderer* renderer = window && width > 0 && height > 0 ? SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE)
+                                                               : nullptr;
+    if (renderer != nullptr)
+        SDL_RenderSetLogicalSize(renderer, width, height);
+    SDL_Texture* texture = renderer ? SDL_CreateTexture(renderer, SDL_PIXELFORMAT_ARGB8888,
+                                                        SDL_TEXTUREACCESS_STREAMING, width, height)
+                                    : nullptr;
+    if (texture == nullptr) {
+        if (renderer)
+            SDL_DestroyRenderer(renderer);
+        if (window && owns)
+            SDL_DestroyWindow(window);
+        SDL_QuitSubSystem(SDL_INIT_VIDEO);
+        return nullptr;
+    }
+    return std::make_unique<SdlHost>(width, height, window, renderer, texture, owns);
+}
+
 } // namespace
 
 std::unique_ptr<WindowHost> MakeSdlWindowHost(int width, int height, const char* title)
@@ -136,21 +158,7 @@ std::unique_ptr<WindowHost> MakeSdlWindowHost(int width, int height, const char*
     // letterboxed, and SDL maps the pointer back to picture coordinates (the renderer's logical size).
     SDL_Window* window = SDL_CreateWindow(title, SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width, height,
                                           SDL_WINDOW_RESIZABLE);
-    SDL_Renderer* renderer = window ? SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE) : nullptr;
-    if (renderer != nullptr)
-        SDL_RenderSetLogicalSize(renderer, width, height);
-    SDL_Texture* texture = renderer ? SDL_CreateTexture(renderer, SDL_PIXELFORMAT_ARGB8888,
-                                                        SDL_TEXTUREACCESS_STREAMING, width, height)
-                                    : nullptr;
-    if (texture == nullptr) {
-        if (renderer)
-            SDL_DestroyRenderer(renderer);
-        if (window)
-            SDL_DestroyWindow(window);
-        SDL_QuitSubSystem(SDL_INIT_VIDEO);
-        return nullptr;
-    }
-    return std::make_unique<SdlHost>(width, height, window, renderer, texture);
+    return HostOver(window, /*owns=*/true, width, height);
 }
 
 std::unique_ptr<WindowHost> WindowHost::Attach(const NativeWindow& native)
@@ -167,20 +175,7 @@ std::unique_ptr<WindowHost> WindowHost::Attach(const NativeWindow& native)
     int width = 0, height = 0;
     if (window != nullptr)
         SDL_GetWindowSize(window, &width, &height);
-    SDL_Renderer* renderer = window && width > 0 && height > 0 ? SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE)
-                                                               : nullptr;
-    SDL_Texture* texture = renderer ? SDL_CreateTexture(renderer, SDL_PIXELFORMAT_ARGB8888,
-                                                        SDL_TEXTUREACCESS_STREAMING, width, height)
-                                    : nullptr;
-    if (texture == nullptr) {
-        if (renderer)
-            SDL_DestroyRenderer(renderer);
-        if (window && owns)
-            SDL_DestroyWindow(window);
-        SDL_QuitSubSystem(SDL_INIT_VIDEO);
-        return nullptr;
-    }
-    return std::make_unique<SdlHost>(width, height, window, renderer, texture, owns);
+    return HostOver(window, owns, width, height);
 }
 
 } // namespace lumenar::platform

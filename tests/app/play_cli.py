@@ -128,14 +128,19 @@ def headless(lumenar, server, work):
     env = dict(os.environ, TMPDIR=os.path.join(work, "tmp"))
     os.makedirs(env["TMPDIR"], exist_ok=True)
 
+    def serve_and_play(name, seconds, *server_options):
+        """Plays the film from a fresh server headless; the items in order of appearance, when each
+        first appeared (ms) and how long the player ran (s)."""
+        srv = Server(server, film, os.path.join(work, name + ".log"), *server_options)
+        frames = os.path.join(work, "frames-" + name)
+        started = time.time()
+        run([lumenar, "play", srv.url, "--headless", "--dump", frames, "--seconds", str(seconds)], env=env)
+        took = time.time() - started
+        srv.close()
+        return (*first_appearances(played_items(frames)), took)
+
     # Throttled: the whole film plays, in order, and starts long before the download can be over.
-    srv = Server(server, film, os.path.join(work, "throttled.log"), "--throttle", str(RATE))
-    frames = os.path.join(work, "frames")
-    started = time.time()
-    run([lumenar, "play", srv.url, "--headless", "--dump", frames, "--seconds", "60"], env=env)
-    took = time.time() - started
-    srv.close()
-    order, first = first_appearances(played_items(frames))
+    order, first, took = serve_and_play("throttled", 60, "--throttle", str(RATE))
     if order != list(range(1, len(COLOURS) + 1)):
         fail("items appeared in the order %s" % order)
     download_ms = size * 1000 // RATE
@@ -149,13 +154,7 @@ def headless(lumenar, server, work):
 
     # Stalled after the second item: both play, then closing mid-download ends promptly and cleanly.
     stall_at = size - sum(os.path.getsize(os.path.join(work, "film", "p%d.jpg" % i)) for i in range(2, 5))
-    srv = Server(server, film, os.path.join(work, "stalled.log"), "--stall-after", str(stall_at))
-    frames = os.path.join(work, "frames-stalled")
-    started = time.time()
-    run([lumenar, "play", srv.url, "--headless", "--dump", frames, "--seconds", "6"], env=env)
-    took = time.time() - started
-    srv.close()
-    order, _ = first_appearances(played_items(frames))
+    order, _, took = serve_and_play("stalled", 6, "--stall-after", str(stall_at))
     if order != [1, 2]:
         fail("with the stalled server items %s appeared, not [1, 2]" % order)
     if took > 15:
