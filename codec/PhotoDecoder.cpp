@@ -790,15 +790,31 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
     return k == 0 ? kBlockFlat : kBlockDone;
 }
 
+bool PhotoDecoder::ScanBlocksAreDisjoint() const
+{
+    for (int i = 0; i < scanCount_; ++i) {
+        const ComponentInfo* c = scanComponents_[static_cast<std::size_t>(i)];
+        if (c->h > (1 << c->log2h) || c->v > (1 << c->log2v))
+            return false;
+        for (int j = 0; j < i; ++j) {
+            if (scanComponents_[static_cast<std::size_t>(j)] == c)
+                return false;
+        }
+    }
+    return true;
+}
+
 Status PhotoDecoder::DecodeScan()
 {
     auto* idct = useMmx_ ? &FastIdct : &PortableIdct;
     auto* store = useMmx_ ? &FastStoreBlock : &PortableStoreBlock;
     const bool fusedIdct = useMmx_ && Sse2Built() && platform::HasSse2();
     // With AVX2 the fused transform runs on two blocks at once: a block waits in one buffer while the
-    // next is decoded into the other. Blocks land in disjoint parts of the planes, so the order of
-    // the stores does not matter; whatever waits is stored when the scan ends, however it ends.
-    const bool pairedIdct = fusedIdct && Avx2Built() && platform::HasAvx2();
+    // next is decoded into the other, so stores leave decode order. That is harmless only where no two
+    // blocks of the scan land on the same samples; a scan that lists a component twice, or a sampling
+    // factor of 3 (whose third block reaches into the next MCU), must store in order, one at a time.
+    // Whatever waits is stored when the scan ends, however it ends.
+    const bool pairedIdct = fusedIdct && Avx2Built() && platform::HasAvx2() && ScanBlocksAreDisjoint();
     // A block buffer is cleared before a block is decoded into it, unless the previous user left it
     // clear: the paired transform clears what it read, and a flat block only ever set its first value.
     alignas(32) std::int16_t blocks[2][64] = {};

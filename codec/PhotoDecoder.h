@@ -139,6 +139,8 @@ private:
     base::Status ReadScanHeader();
     base::Status SkipSegment();
     base::Status DecodeScan();
+    /// True when no two blocks of the current scan write the same samples, so stores may leave decode order.
+    bool ScanBlocksAreDisjoint() const;
     /// Decodes one block through the register, starting at coefficient `k` (-1: the DC difference first).
     base::Status DecodeBlock(ComponentInfo& component, std::int16_t* block, int k);
     std::int32_t ReadValue(int size);
