@@ -62,7 +62,8 @@ base::Result<std::unique_ptr<PhotoDecoder>> PhotoDecoder::Create(std::span<const
     if (bytes.size() > 0xFFFFFFF0u)
         return Error{ErrorCode::TooLarge, StrCat("photo of ", bytes.size(), " bytes is beyond 4 GiB")};
     if (options.chunkCapacity < 4)
-        return Error{ErrorCode::InvalidInput, StrCat("chunk capacity ", options.chunkCapacity, " is below 4 bytes")};
+        return Error{ErrorCode::InvalidInput,
+                     StrCat("chunk capacity ", options.chunkCapacity, " is below 4 bytes")};
     std::unique_ptr<PhotoDecoder> decoder(new (std::nothrow) PhotoDecoder());
     if (!decoder)
         return Error{ErrorCode::TooLarge, "no memory for a photo decoder"};
@@ -249,8 +250,9 @@ Status PhotoDecoder::ReadFrameHeader()
         const std::size_t size = c.planeStride * c.planeRows;
         if (size > maxPlaneBytes_) {
             components_.clear();
-            return Error{ErrorCode::TooLarge, StrCat("plane of component ", i, " (", width_, "x", height_,
-                                                     " frame) needs ", size, " bytes, more than ", maxPlaneBytes_)};
+            return Error{ErrorCode::TooLarge,
+                         StrCat("plane of component ", i, " (", width_, "x", height_, " frame) needs ", size,
+                                " bytes, more than ", maxPlaneBytes_)};
         }
         c.plane = platform::TryAllocateArray<std::uint8_t>(size);
         if (!c.plane) {
@@ -295,7 +297,8 @@ Status PhotoDecoder::ReadHuffmanTables()
         if (tc == 0 || tc == 1) {
             if (th > 1)
                 return Damaged(StrCat("huffman table ", th, " is defined (only 0-1 exist)"));
-            selectedTable_ = tc == 0 ? &dcTables_[static_cast<std::size_t>(th)] : &acTables_[static_cast<std::size_t>(th)];
+            selectedTable_ =
+                tc == 0 ? &dcTables_[static_cast<std::size_t>(th)] : &acTables_[static_cast<std::size_t>(th)];
         }
         int counts[17] = {};
         int total = 0;
@@ -387,7 +390,8 @@ Status PhotoDecoder::ReadScanHeader()
     for (int i = 0; i < scanCount_; ++i) {
         const ComponentInfo& c = *scanComponents_[static_cast<std::size_t>(i)];
         if (c.quantTable > 3)
-            return Damaged(StrCat("component ", c.id, " uses quantisation table ", c.quantTable, " (only 0-3 exist)"));
+            return Damaged(
+                StrCat("component ", c.id, " uses quantisation table ", c.quantTable, " (only 0-3 exist)"));
         if (c.dcTable > 1 || c.acTable > 1)
             return Damaged(StrCat("component ", c.id, " uses huffman tables ", c.dcTable, "/", c.acTable,
                                   " (only 0-1 exist)"));
@@ -794,7 +798,12 @@ bool PhotoDecoder::ScanBlocksAreDisjoint() const
 {
     for (int i = 0; i < scanCount_; ++i) {
         const ComponentInfo* c = scanComponents_[static_cast<std::size_t>(i)];
-        if (c->h > (1 << c->log2h) || c->v > (1 << c->log2v))
+        // A factor that is not a power of two spreads its blocks wider than the MCU step (a zero
+        // factor places none).
+        const auto spreads = [](int factor) {
+            return factor > 0 && !std::has_single_bit(static_cast<unsigned>(factor));
+        };
+        if (spreads(c->h) || spreads(c->v))
             return false;
         for (int j = 0; j < i; ++j) {
             if (scanComponents_[static_cast<std::size_t>(j)] == c)
@@ -872,7 +881,8 @@ Status PhotoDecoder::DecodeScan()
                             LUM_TRY(DecodeBlock(c, block, resume));
                         block[0] = static_cast<std::int16_t>(static_cast<std::uint16_t>(block[0] + 1024));
                         const std::size_t row = (static_cast<std::size_t>(mcuRow) << (c.log2v + 3)) + 8u * by;
-                        const std::size_t column = (static_cast<std::size_t>(mcuCol) << (c.log2h + 3)) + 8u * bx;
+                        const std::size_t column =
+                            (static_cast<std::size_t>(mcuCol) << (c.log2h + 3)) + 8u * bx;
                         const std::size_t offset = row * stride + column;
                         const bool inside = offset + 7 * stride + 8 <= planeSize;
                         if (resume == kBlockFlat && useMmx_) {
@@ -894,8 +904,8 @@ Status PhotoDecoder::DecodeScan()
                                 waiting.stride = static_cast<std::ptrdiff_t>(stride);
                                 current ^= 1;
                             } else {
-                                FastIdctStoreAndClearPairAvx2(waiting.block, waiting.destination, waiting.stride,
-                                                              block, c.plane.get() + offset,
+                                FastIdctStoreAndClearPairAvx2(waiting.block, waiting.destination,
+                                                              waiting.stride, block, c.plane.get() + offset,
                                                               static_cast<std::ptrdiff_t>(stride));
                                 waiting.block = nullptr;
                                 cleared[0] = cleared[1] = true;
@@ -934,8 +944,8 @@ Status PhotoDecoder::DecodeScan()
                 if (!last) {
                     const std::uint32_t value = Get16();
                     if (value < 0xFFD0 || value > 0xFFD7) {
-                        platform::ReportBox(nullptr, platform::kBoxOk, 0, nullptr, 0, "Going Out value=%04X rs_int=%d",
-                                            value, restartInterval_);
+                        platform::ReportBox(nullptr, platform::kBoxOk, 0, nullptr, 0,
+                                            "Going Out value=%04X rs_int=%d", value, restartInterval_);
                         return {};
                     }
                     for (ComponentInfo& c : components_)

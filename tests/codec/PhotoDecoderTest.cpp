@@ -138,7 +138,8 @@ std::pair<std::vector<std::uint8_t>, std::size_t> PhotoWithStuffedPair()
         block[1] = dc % 7 - 3;
         auto bytes = MakeUniformPhoto(64, 8, block);
         const auto sos = std::search(bytes.begin(), bytes.end(), kSos.begin(), kSos.end());
-        const auto start = static_cast<std::size_t>(sos - bytes.begin()) + 14; // Marker and 3-component header.
+        const auto start =
+            static_cast<std::size_t>(sos - bytes.begin()) + 14; // Marker and 3-component header.
         for (std::size_t i = start; i + 1 < start + 12 && i + 1 < bytes.size(); ++i) {
             if (bytes[i] == 0xFF && bytes[i + 1] == 0x00)
                 return {bytes, i};
@@ -163,7 +164,8 @@ TEST(PhotoDecoder, StuffedPairAcrossAChunkBoundaryIsNotRecognised)
     const auto split = Decode(bytes, nullptr, {.chunkCapacity = splitting});
     bool splitDiffers = false;
     for (int i = 0; i < 3; ++i) {
-        const auto a = whole->Component(i).Plane(), b = inside->Component(i).Plane(), c = split->Component(i).Plane();
+        const auto a = whole->Component(i).Plane(), b = inside->Component(i).Plane(),
+                   c = split->Component(i).Plane();
         EXPECT_TRUE(std::equal(a.begin(), a.end(), b.begin(), b.end()));
         splitDiffers = splitDiffers || !std::equal(a.begin(), a.end(), c.begin(), c.end());
     }
@@ -269,8 +271,8 @@ TEST(PhotoDecoder, CoefficientRunsEndAtSixtyThree)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        const auto decoder = Decode(PhotoWithLumaSymbols(row.symbols, FlatAcTable()).photo, nullptr,
-                                    {.idct = IdctPath::Fast});
+        const auto decoder =
+            Decode(PhotoWithLumaSymbols(row.symbols, FlatAcTable()).photo, nullptr, {.idct = IdctPath::Fast});
         std::int16_t expected[64] = {1024};
         if (row.naturalIndex >= 0)
             expected[row.naturalIndex] = 1;
@@ -320,7 +322,7 @@ TEST(PhotoDecoder, LaterBlockWinsWhereAScanWritesSamplesTwice)
     {
         const char* name;
         int height, v;
-        int scanEntries; // How often the scan lists the one component.
+        int scanEntries;                 // How often the scan lists the one component.
         std::vector<ZigzagBlock> blocks; // In decode order.
         std::vector<Placed> expected;
     };
@@ -328,7 +330,9 @@ TEST(PhotoDecoder, LaterBlockWinsWhereAScanWritesSamplesTwice)
         {"listed twice: textured, then flat", 8, 1, 2, {textured(40), DcBlock(-16)}, {{DcBlock(-16), 0}}},
         {"listed twice: flat, then textured", 8, 1, 2, {DcBlock(-16), textured(40)}, {{textured(40), 0}}},
         {"sampled 3 down: the third block is overwritten by the next MCU's first",
-         48, 3, 1,
+         48,
+         3,
+         1,
          {DcBlock(24), DcBlock(24), textured(0), DcBlock(-24), DcBlock(-24), DcBlock(-24)},
          {{DcBlock(24), 0}, {DcBlock(24), 8}, {DcBlock(-24), 16}, {DcBlock(-24), 24}}},
     };
@@ -338,8 +342,8 @@ TEST(PhotoDecoder, LaterBlockWinsWhereAScanWritesSamplesTwice)
         SCOPED_TRACE(row.name);
         JpegWriter w;
         w.Soi().Dqt(0, std::vector<int>(64, 1)).Sof0(8, row.height, {{1, 1, row.v, 0}});
-        w.Dht(0, 0, dc).Dht(1, 0, ac).Sos(std::vector<std::pair<int, int>>(static_cast<std::size_t>(row.scanEntries),
-                                                                             {1, 0x00}));
+        w.Dht(0, 0, dc).Dht(1, 0, ac).Sos(
+            std::vector<std::pair<int, int>>(static_cast<std::size_t>(row.scanEntries), {1, 0x00}));
         EntropyWriter e;
         int predictor = 0; // One component: one predictor, however often the scan lists it.
         for (const ZigzagBlock& block : row.blocks)
@@ -462,14 +466,17 @@ TEST(PhotoDecoder, HostileHeadersFailCleanly)
     rows.push_back({"huffman table 2 in a scan", frame(8, 8, three).Sos({{1, 0x22}}).Eoi().bytes, false});
     rows.push_back({"quantisation table 7", frame(8, 8, {{1, 1, 1, 7}}).Sos({{1, 0}}).Eoi().bytes, false});
     rows.push_back({"scan before any frame", JpegWriter().Soi().Sos({{1, 0}}).Eoi().bytes, false});
-    rows.push_back({"quantisation table 5 defined", JpegWriter().Soi().Dqt(5, std::vector<int>(64, 1)).bytes, false});
+    rows.push_back(
+        {"quantisation table 5 defined", JpegWriter().Soi().Dqt(5, std::vector<int>(64, 1)).bytes, false});
     rows.push_back({"huffman table 3 defined", JpegWriter().Soi().Dht(1, 3, ac).bytes, false});
     rows.push_back({"segment length 1", JpegWriter().Soi().Raw({0xFF, 0xFE, 0x00, 0x01}).bytes, false});
     JpegHuffman tooMany = FlatAcTable();
     tooMany.counts[0] = 3; // Three 1-bit codes do not fit.
     rows.push_back({"overfull code lengths", JpegWriter().Soi().Dht(1, 0, tooMany).bytes, false});
-    rows.push_back({"progressive frame is skipped", JpegWriter().Soi().Segment(0xC2, {8, 0, 8}).Eoi().bytes, true});
-    rows.push_back({"fill bytes start a segment", JpegWriter().Soi().Raw({0xFF, 0xFF, 0x00, 0x02}).Eoi().bytes, true});
+    rows.push_back(
+        {"progressive frame is skipped", JpegWriter().Soi().Segment(0xC2, {8, 0, 8}).Eoi().bytes, true});
+    rows.push_back(
+        {"fill bytes start a segment", JpegWriter().Soi().Raw({0xFF, 0xFF, 0x00, 0x02}).Eoi().bytes, true});
     rows.push_back({"huge frame, small cap", frame(4000, 4000, three).Sos({{1, 0}}).Eoi().bytes, false});
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -478,7 +485,8 @@ TEST(PhotoDecoder, HostileHeadersFailCleanly)
         EXPECT_EQ(status.ok(), row.parses);
     }
     Photo photo;
-    EXPECT_EQ(DecodePhoto(photo, frame(8, 8, {{1, 1, 1, 0}, {2, 1, 1, 0}}).Sos({{1, 0}, {2, 0}}).Eoi().bytes), 0)
+    EXPECT_EQ(DecodePhoto(photo, frame(8, 8, {{1, 1, 1, 0}, {2, 1, 1, 0}}).Sos({{1, 0}, {2, 0}}).Eoi().bytes),
+              0)
         << "two components cannot make a picture";
 }
 
@@ -551,7 +559,8 @@ bool ReadersAgree(const std::vector<std::uint8_t>& bytes, DecodeOptions options)
     for (int c = 0; c < std::min(decoders[0]->ComponentCount(), decoders[1]->ComponentCount()); ++c) {
         const auto fast = decoders[0]->Component(c).Plane();
         const auto reference = decoders[1]->Component(c).Plane();
-        EXPECT_TRUE(std::equal(fast.begin(), fast.end(), reference.begin(), reference.end())) << "component " << c;
+        EXPECT_TRUE(std::equal(fast.begin(), fast.end(), reference.begin(), reference.end()))
+            << "component " << c;
     }
     return true;
 }
@@ -615,7 +624,8 @@ TEST(PhotoDecoder, FuzzRegressionsDecodeWithoutFaults)
             continue;
         SCOPED_TRACE(entry.path().string());
         std::ifstream in(entry.path(), std::ios::binary);
-        const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in),
+                                              std::istreambuf_iterator<char>()};
         Photo photo;
         (void)DecodePhoto(photo, bytes, {.maxPlaneBytes = 16u << 20});
         (void)ReadersAgree(bytes, {.idct = IdctPath::Fast, .maxPlaneBytes = 16u << 20});
