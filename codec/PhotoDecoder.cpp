@@ -473,6 +473,8 @@ Status PhotoDecoder::DecodeBlock(ComponentInfo& component, std::int16_t* block, 
 namespace {
 
 constexpr std::uint32_t kFastValid = 0x80000000u;
+// A coefficient-table entry for the end-of-block code: the flag and the code's length in bits 16-20.
+constexpr std::uint32_t kFastEndOfBlock = 0x40000000u;
 // DecodeBlockFast's results besides a coefficient index to go on from.
 constexpr int kBlockDone = -2;
 constexpr int kBlockFlat = -3; // Done, and only the first coefficient can be non-zero.
@@ -531,7 +533,8 @@ void PhotoDecoder::BuildFastTable(const HuffmanLookup& lookup, FastTable& table)
 }
 
 // A coefficient entry: valid flag, the zigzag step (run + 1) in bits 21-26, the bits the code and its
-// value take in bits 16-20, the value (EXTEND applied) in the low 16 bits.
+// value take in bits 16-20, the value (EXTEND applied) in the low 16 bits. The end-of-block code has
+// an entry of its own (kFastEndOfBlock), so that most blocks end without a second look-up.
 void PhotoDecoder::BuildCoefficientTable(const FastTable& ac, FastTable& table)
 {
     for (std::size_t i = 0; i < table.size(); ++i) {
@@ -540,6 +543,10 @@ void PhotoDecoder::BuildCoefficientTable(const FastTable& ac, FastTable& table)
         const int length = static_cast<int>((e >> 16) & 0xFF);
         const std::uint32_t rs = e & 0xFF;
         const int size = static_cast<int>(rs & 0x0F);
+        if ((e & kFastValid) != 0 && rs == 0) {
+            table[i] = kFastEndOfBlock | static_cast<std::uint32_t>(length) << 16;
+            continue;
+        }
         if ((e & kFastValid) == 0 || size == 0 || length + size > kFastBits)
             continue;
         const std::uint32_t mask = (1u << size) - 1;
@@ -756,6 +763,13 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
                 return kBlockDone;
             }
             continue;
+        }
+        if ((f & kFastEndOfBlock) != 0) {
+            const int taken = static_cast<int>((f >> 16) & 0x1F);
+            bits <<= taken;
+            count -= taken;
+            save();
+            return k == 0 ? kBlockFlat : kBlockDone;
         }
         e = lookup(acFast, ac);
         const int length = static_cast<int>((e >> 16) & 0xFF);
