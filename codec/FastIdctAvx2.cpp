@@ -19,6 +19,24 @@ inline __m256i LoadPair(const std::int16_t* a, const std::int16_t* b)
     return _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
 }
 
+// Row r of both blocks, shifted and multiplied by the prescale row; a template so that each row's
+// shift is an immediate with no test left in the transform.
+template <int kRow> inline __m256i PrescaledRow(const std::int16_t* a, const std::int16_t* b)
+{
+    const __m256i x = LoadPair(a + kRow * 8, b + kRow * 8);
+    __m256i shifted;
+    if constexpr (kRow == 5)
+        shifted = _mm256_mullo_epi16(x, _mm256_setr_epi16(8, 8, 8, 8, 4, 4, 4, 4, 8, 8, 8, 8, 4, 4, 4, 4));
+    else if constexpr (kRow == 6)
+        shifted = _mm256_slli_epi16(x, 2);
+    else if constexpr (kRow == 7)
+        shifted = _mm256_slli_epi16(x, 1);
+    else
+        shifted = _mm256_slli_epi16(x, 3);
+    const __m128i prescale = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kFastPrescale + kRow * 8));
+    return _mm256_mulhi_epi16(shifted, _mm256_broadcastsi128_si256(prescale));
+}
+
 inline void Butterfly(__m256i p[8])
 {
     const __m256i k1 = _mm256_set1_epi16(23170);
@@ -97,21 +115,10 @@ bool Avx2Built()
 void FastIdctStoreAndClearPairAvx2(std::int16_t* blockA, std::uint8_t* destinationA, std::ptrdiff_t strideA,
                                    std::int16_t* blockB, std::uint8_t* destinationB, std::ptrdiff_t strideB)
 {
-    __m256i p[8];
-    for (int r = 0; r < 8; ++r) {
-        const __m256i x = LoadPair(blockA + r * 8, blockB + r * 8);
-        __m256i shifted;
-        if (r == 5)
-            shifted = _mm256_mullo_epi16(x, _mm256_setr_epi16(8, 8, 8, 8, 4, 4, 4, 4, 8, 8, 8, 8, 4, 4, 4, 4));
-        else if (r == 6)
-            shifted = _mm256_slli_epi16(x, 2);
-        else if (r == 7)
-            shifted = _mm256_slli_epi16(x, 1);
-        else
-            shifted = _mm256_slli_epi16(x, 3);
-        const __m128i prescale = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kFastPrescale + r * 8));
-        p[r] = _mm256_mulhi_epi16(shifted, _mm256_broadcastsi128_si256(prescale));
-    }
+    __m256i p[8] = {PrescaledRow<0>(blockA, blockB), PrescaledRow<1>(blockA, blockB),
+                    PrescaledRow<2>(blockA, blockB), PrescaledRow<3>(blockA, blockB),
+                    PrescaledRow<4>(blockA, blockB), PrescaledRow<5>(blockA, blockB),
+                    PrescaledRow<6>(blockA, blockB), PrescaledRow<7>(blockA, blockB)};
     // The decoder's next blocks start from zero; clearing here saves it a separate pass.
     const __m256i zero = _mm256_setzero_si256();
     for (int i = 0; i < 4; ++i) {

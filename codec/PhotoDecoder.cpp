@@ -77,6 +77,7 @@ base::Result<std::unique_ptr<PhotoDecoder>> PhotoDecoder::Create(std::span<const
     decoder->chunkCapacity_ = options.chunkCapacity;
     decoder->maxPlaneBytes_ = options.maxPlaneBytes;
     decoder->useFastReader_ = options.bitReader == BitReader::Fast;
+    decoder->pairBlocks_ = options.pairBlocks;
     switch (options.idct) {
     case IdctPath::Fast:
         decoder->useMmx_ = true;
@@ -832,31 +833,39 @@ Status PhotoDecoder::DecodeScan()
     auto* idct = useMmx_ ? &FastIdct : &PortableIdct;
     auto* store = useMmx_ ? &FastStoreBlock : &PortableStoreBlock;
     const bool fusedIdct = useMmx_ && Sse2Built() && platform::HasSse2();
-    // With AVX2 the fused transform runs on two blocks at once: a block waits in one buffer while the
-    // next is decoded into the other, so stores leave decode order. That is harmless only where no two
-    // blocks of the scan land on the same samples; a scan that lists a component twice, or a sampling
-    // factor of 3 (whose third block reaches into the next MCU), must store in order, one at a time.
-    // Whatever waits is stored when the scan ends, however it ends.
-    const bool pairedIdct = fusedIdct && Avx2Built() && platform::HasAvx2() && ScanBlocksAreDisjoint();
+    // With AVX2 the fused transform runs on two blocks at once. Two blocks wait while the next is
+    // decoded, so the pair is read back only after the decoder's narrow stores to it have retired (a
+    // fresh block read whole stalls on store forwarding). Stores thus leave decode order, which is
+    // harmless only where no two blocks of the scan land on the same samples; a scan that lists a
+    // component twice, or a sampling factor of 3 (whose third block reaches into the next MCU), must
+    // store in order, one at a time. Whatever waits is stored when the scan ends, however it ends.
+    const bool pairedIdct =
+        fusedIdct && Avx2Built() && platform::HasAvx2() && pairBlocks_ && ScanBlocksAreDisjoint();
     // A block buffer is cleared before a block is decoded into it, unless the previous user left it
     // clear: the paired transform clears what it read, and a flat block only ever set its first value.
-    alignas(32) std::int16_t blocks[2][64] = {};
-    bool cleared[2] = {true, true};
+    alignas(32) std::int16_t blocks[3][64] = {};
+    bool cleared[3] = {true, true, true};
     int current = 0;
     struct Waiting
     {
-        Waiting() = default;
-        Waiting(const Waiting&) = delete;
-        Waiting& operator=(const Waiting&) = delete;
-        std::int16_t* block = nullptr;
+        int buffer = 0;
         std::uint8_t* destination = nullptr;
         std::ptrdiff_t stride = 0;
-        ~Waiting()
+    };
+    struct Queue
+    {
+        explicit Queue(std::int16_t (&b)[3][64]) : blocks(b) {}
+        Queue(const Queue&) = delete;
+        Queue& operator=(const Queue&) = delete;
+        ~Queue()
         {
-            if (block != nullptr)
-                FastIdctStoreSse2(block, destination, stride);
+            for (int i = 0; i < count; ++i)
+                FastIdctStoreSse2(blocks[waiting[i].buffer], waiting[i].destination, waiting[i].stride);
         }
-    } waiting;
+        std::int16_t (&blocks)[3][64];
+        Waiting waiting[2];
+        int count = 0;
+    } queue(blocks);
 
     for (std::size_t t = 0; t < 2; ++t) {
         BuildFastTable(dcTables_[t], dcFast_[t]);
@@ -912,18 +921,20 @@ Status PhotoDecoder::DecodeScan()
                             }
                             std::fill_n(block, 64, sample);
                         } else if (pairedIdct && inside) {
-                            if (waiting.block == nullptr) {
-                                waiting.block = block;
-                                waiting.destination = c.plane.get() + offset;
-                                waiting.stride = static_cast<std::ptrdiff_t>(stride);
-                                current ^= 1;
-                            } else {
-                                FastIdctStoreAndClearPairAvx2(waiting.block, waiting.destination,
-                                                              waiting.stride, block, c.plane.get() + offset,
-                                                              static_cast<std::ptrdiff_t>(stride));
-                                waiting.block = nullptr;
-                                cleared[0] = cleared[1] = true;
+                            if (queue.count == 2) {
+                                const Waiting& a = queue.waiting[0];
+                                const Waiting& b = queue.waiting[1];
+                                FastIdctStoreAndClearPairAvx2(blocks[a.buffer], a.destination, a.stride,
+                                                              blocks[b.buffer], b.destination, b.stride);
+                                cleared[a.buffer] = cleared[b.buffer] = true;
+                                queue.count = 0;
                             }
+                            queue.waiting[queue.count++] = {current, c.plane.get() + offset,
+                                                            static_cast<std::ptrdiff_t>(stride)};
+                            // The next block goes to a buffer nothing waits in.
+                            do
+                                current = current == 2 ? 0 : current + 1;
+                            while (queue.count == 2 && current == queue.waiting[0].buffer);
                             continue;
                         } else if (fusedIdct && inside) {
                             FastIdctStoreSse2(block, c.plane.get() + offset,

@@ -13,7 +13,8 @@
 namespace lumenar::codec {
 
 /// Which inverse transform a decoder uses.
-enum class IdctPath {
+enum class IdctPath
+{
     Auto,     ///< The fast path when the processor has MMX, unless LUMENAR_PORTABLE_IDCT=1 forces portable.
     Fast,     ///< The fast (MMX lane) path.
     Portable, ///< The portable path.
@@ -37,8 +38,11 @@ struct DecodeOptions
 {
     IdctPath idct = IdctPath::Auto;
     BitReader bitReader = BitReader::Fast;
+    /// Lets the AVX2 transform take blocks two at a time where the scan allows it. Off, every block is
+    /// stored as soon as it is decoded: the same samples, which the tests and the fuzz target check.
+    bool pairBlocks = true;
     std::uint32_t chunkCapacity = kPhotoChunkCapacity;
-    std::size_t maxPlaneBytes = kMaxPlaneBytes; ///< Hosts with less memory (fuzzers) set it lower.
+    std::size_t maxPlaneBytes = kMaxPlaneBytes;         ///< Hosts with less memory (fuzzers) set it lower.
     std::size_t maxPictureBytes = std::size_t{1} << 30; ///< A larger picture counts as memory not had.
 };
 
@@ -209,6 +213,7 @@ private:
     int inImage_ = 0;
     bool useMmx_ = false;
     bool useFastReader_ = true;
+    bool pairBlocks_ = true;
     std::size_t maxPlaneBytes_ = kMaxPlaneBytes;
     bool failed_ = false; // A fatal condition met the FailPhoto policy.
 };

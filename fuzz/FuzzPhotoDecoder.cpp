@@ -1,6 +1,7 @@
 // Decodes arbitrary bytes as a photo (both transforms, small chunks too) under the "fail this photo"
 // policy: the decoder must never crash, hang, read out of bounds or use uninitialised memory, and the
-// fast bit reader must leave exactly the planes of the 32-bit register.
+// fast bit reader with paired transforms must leave exactly the planes of the 32-bit register storing
+// one block at a time.
 #include "codec/Photo.h"
 #include "platform/CorruptPhotoPolicy.h"
 #include "platform/MessageBox.h"
@@ -29,14 +30,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     // The input's length picks the transform and the chunk size, so that the chunk-boundary rules are
     // fuzzed too while every input stays a plain photo stream.
-    const codec::DecodeOptions options{.idct = (size & 1) != 0 ? codec::IdctPath::Portable : codec::IdctPath::Fast,
-                                       .chunkCapacity = (size & 2) != 0 ? 16u + static_cast<std::uint32_t>(size & 0x70)
-                                                                       : codec::kPhotoChunkCapacity,
-                                       .maxPlaneBytes = 256u << 10,
-                                       .maxPictureBytes = 1u << 20};
+    const codec::DecodeOptions options{
+        .idct = (size & 1) != 0 ? codec::IdctPath::Portable : codec::IdctPath::Fast,
+        .chunkCapacity =
+            (size & 2) != 0 ? 16u + static_cast<std::uint32_t>(size & 0x70) : codec::kPhotoChunkCapacity,
+        .maxPlaneBytes = 256u << 10,
+        .maxPictureBytes = 1u << 20};
     {
         codec::DecodeOptions registerOptions = options;
         registerOptions.bitReader = codec::BitReader::Register;
+        registerOptions.pairBlocks = false;
         auto fast = codec::PhotoDecoder::Create({data, size}, options);
         auto reference = codec::PhotoDecoder::Create({data, size}, registerOptions);
         if (fast.ok() && reference.ok()) {

@@ -533,8 +533,8 @@ TEST(PhotoDecoder, DamagedStreamsDecodeWithoutFaults)
     EXPECT_GT(decoded, 0);
 }
 
-// Decodes `bytes` with the fast reader and with the 32-bit register: both must give the same outcome,
-// messages and samples. True when the photo decoded.
+// Decodes `bytes` with the fast reader and paired transforms, and with the 32-bit register storing one
+// block at a time: both must give the same outcome, messages and samples. True when the photo decoded.
 bool ReadersAgree(const std::vector<std::uint8_t>& bytes, DecodeOptions options)
 {
     base::Status statuses[2];
@@ -543,6 +543,7 @@ bool ReadersAgree(const std::vector<std::uint8_t>& bytes, DecodeOptions options)
     for (int r = 0; r < 2; ++r) {
         CaptureSink sink;
         options.bitReader = r == 0 ? BitReader::Fast : BitReader::Register;
+        options.pairBlocks = r == 0;
         auto created = PhotoDecoder::Create(bytes, options);
         EXPECT_TRUE(created.ok());
         if (!created.ok())

@@ -32,8 +32,8 @@ std::vector<std::uint8_t> ReadFile(const fs::path& path)
 // Runs a shell command; a missing tool fails the test loudly.
 void RunTool(const std::string& command)
 {
-    ASSERT_EQ(std::system(command.c_str()), 0) << "command failed (is the tool installed? scripts/install-deps): "
-                                              << command;
+    ASSERT_EQ(std::system(command.c_str()), 0)
+        << "command failed (is the tool installed? scripts/install-deps): " << command;
 }
 
 // PSNR over the colour bytes of every pixel; ours is bottom-up, `expected` top-down BGRX.
@@ -91,7 +91,7 @@ struct Source
 {
     const char* name;
     const char* magick; // ImageMagick arguments that draw it.
-    bool subsample;     // False where h = 2 reads luma rows at the shorter stride (width not a multiple of 16).
+    bool subsample; // False where h = 2 reads luma rows at the shorter stride (width not a multiple of 16).
     bool noisy = false;
 };
 
@@ -127,7 +127,8 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
     const Source sources[] = {
         {"plasma-800x600", "-size 800x600 -seed 7 plasma:fractal", true},
         {"gradient-1021x767", "-size 1021x767 gradient:navy-orange", true},
-        {"text-320x240", "-size 320x240 xc:white -fill blue -pointsize 36 -draw \"text 20,120 'Lumenar 123'\"", true},
+        {"text-320x240",
+         "-size 320x240 xc:white -fill blue -pointsize 36 -draw \"text 20,120 'Lumenar 123'\"", true},
         {"noise-64x33", "-size 64x33 -seed 3 xc:gray +noise Random", true, true},
         {"checker-17x9", "-size 17x9 pattern:checkerboard -fill red -draw 'rectangle 2,2 9,6'", false},
     };
@@ -154,11 +155,12 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
                                              std::to_string(quality) + (*restart != 0 ? "-restart" : "");
                     SCOPED_TRACE(name);
                     const fs::path jpg = dir / (name + ".jpg");
-                    RunTool(std::string("cjpeg -quality ") + std::to_string(quality) + " " + sampling.cjpeg + " " +
-                            restart + " -outfile " + jpg.string() + " " + ppm.string());
+                    RunTool(std::string("cjpeg -quality ") + std::to_string(quality) + " " + sampling.cjpeg +
+                            " " + restart + " -outfile " + jpg.string() + " " + ppm.string());
                     const auto bytes = ReadFile(jpg);
                     const auto reference = testing::DecodeWithLibjpeg(bytes);
-                    const auto samples = testing::DecodeWithLibjpeg(bytes, nullptr, testing::ReferenceColours::YCbCr);
+                    const auto samples =
+                        testing::DecodeWithLibjpeg(bytes, nullptr, testing::ReferenceColours::YCbCr);
                     ASSERT_TRUE(reference.has_value() && samples.has_value());
                     const auto sameLayout = WithChromaLead(*samples, sampling.h);
                     // Such a pair is not unstuffed (tested on its own); feed these photos in one chunk.
@@ -173,12 +175,14 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
                         const double psnr = Psnr(photo, reference->width, reference->height, reference->bgrx);
                         const double psnrSame = Psnr(photo, reference->width, reference->height, sameLayout);
                         std::printf("%-36s %-8s %6.2f dB vs libjpeg, %6.2f dB vs libjpeg with the lead\n",
-                                    name.c_str(), path == IdctPath::Fast ? "fast" : "portable", psnr, psnrSame);
+                                    name.c_str(), path == IdctPath::Fast ? "fast" : "portable", psnr,
+                                    psnrSame);
                         EXPECT_GE(psnr, sampling.minPsnrLibjpeg);
                         EXPECT_GE(psnrSame, kMinPsnrSameLayout);
                         if (path == IdctPath::Fast) {
-                            // The fast bit reader against the 32-bit register: the same bytes exactly,
-                            // also with chunks that cut the scan every few hundred bytes.
+                            // The fast bit reader and paired transforms against the 32-bit register
+                            // and one block at a time: the same bytes exactly, also with chunks that
+                            // cut the scan every few hundred bytes.
                             // A small chunk splits stuffed pairs, which damages the scan: the photo may
                             // then fail, but both readers must fail alike.
                             platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
@@ -187,6 +191,7 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
                                 const int registerResult = DecodePhoto(viaRegister, bytes,
                                                                        {.idct = path,
                                                                         .bitReader = BitReader::Register,
+                                                                        .pairBlocks = false,
                                                                         .chunkCapacity = registerChunk});
                                 ASSERT_EQ(DecodePhoto(viaFast, bytes,
                                                       {.idct = path, .chunkCapacity = registerChunk}),
