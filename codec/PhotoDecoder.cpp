@@ -474,8 +474,16 @@ Status PhotoDecoder::DecodeBlock(ComponentInfo& component, std::int16_t* block, 
 namespace {
 
 constexpr std::uint32_t kFastValid = 0x80000000u;
-// A coefficient-table entry for the end-of-block code: the flag and the code's length in bits 16-20.
-constexpr std::uint32_t kFastEndOfBlock = 0x40000000u;
+// Coefficient and difference entries keep the bits they take in bits 0-5, so that the register
+// shifts by the entry itself (x86 masks a 64-bit shift count to six bits): the table load and
+// the shift are then the whole dependency chain from one code to the next.
+constexpr std::uint32_t kTakenMask = 0x3F;
+constexpr int kStepShift = 8;
+// A coefficient entry's step of 64 can never pass the index check: the entry is not a usable
+// coefficient (the end of the block, or a code the two-level tables must read).
+constexpr std::uint32_t kNoStep = 64u << kStepShift;
+constexpr std::uint32_t kFastEndOfBlock = 0x8000u;
+constexpr std::uint32_t kDifferenceValid = 0x100u;
 // DecodeBlockFast's results besides a coefficient index to go on from.
 constexpr int kBlockDone = -2;
 constexpr int kBlockFlat = -3; // Done, and only the first coefficient can be non-zero.
@@ -533,19 +541,19 @@ void PhotoDecoder::BuildFastTable(const HuffmanLookup& lookup, FastTable& table)
     }
 }
 
-// A coefficient entry: valid flag, the zigzag step (run + 1) in bits 21-26, the bits the code and its
-// value take in bits 16-20, the value (EXTEND applied) in the low 16 bits. The end-of-block code has
-// an entry of its own (kFastEndOfBlock), so that most blocks end without a second look-up.
+// A coefficient entry: the bits the code and its value take in bits 0-5, the zigzag step (run + 1)
+// in bits 8-14, the value (EXTEND applied) in the high 16 bits. The end-of-block code has an entry of
+// its own (kFastEndOfBlock with its length), so that most blocks end without a second look-up.
 void PhotoDecoder::BuildCoefficientTable(const FastTable& ac, FastTable& table)
 {
     for (std::size_t i = 0; i < table.size(); ++i) {
-        table[i] = 0;
+        table[i] = kNoStep;
         const std::uint32_t e = ac[i];
         const int length = static_cast<int>((e >> 16) & 0xFF);
         const std::uint32_t rs = e & 0xFF;
         const int size = static_cast<int>(rs & 0x0F);
         if ((e & kFastValid) != 0 && rs == 0) {
-            table[i] = kFastEndOfBlock | static_cast<std::uint32_t>(length) << 16;
+            table[i] = kNoStep | kFastEndOfBlock | static_cast<std::uint32_t>(length);
             continue;
         }
         if ((e & kFastValid) == 0 || size == 0 || length + size > kFastBits)
@@ -553,13 +561,12 @@ void PhotoDecoder::BuildCoefficientTable(const FastTable& ac, FastTable& table)
         const std::uint32_t mask = (1u << size) - 1;
         const std::uint32_t raw = (static_cast<std::uint32_t>(i) >> (kFastBits - length - size)) & mask;
         const std::uint32_t value = (raw >> (size - 1)) != 0 ? raw : raw - mask;
-        table[i] = kFastValid | ((rs >> 4) + 1) << 21 | static_cast<std::uint32_t>(length + size) << 16 |
-                   (value & 0xFFFF);
+        table[i] = value << 16 | ((rs >> 4) + 1) << kStepShift | static_cast<std::uint32_t>(length + size);
     }
 }
 
-// A DC entry: valid flag, the bits the code and its value take in bits 16-20, the difference (EXTEND
-// applied; 0 for size 0) in the low 16 bits.
+// A DC entry: the bits the code and its value take in bits 0-5, kDifferenceValid, the difference
+// (EXTEND applied; 0 for size 0) in the high 16 bits.
 void PhotoDecoder::BuildDifferenceTable(const FastTable& dc, FastTable& table)
 {
     for (std::size_t i = 0; i < table.size(); ++i) {
@@ -575,7 +582,7 @@ void PhotoDecoder::BuildDifferenceTable(const FastTable& dc, FastTable& table)
             const std::uint32_t raw = (static_cast<std::uint32_t>(i) >> (kFastBits - length - size)) & mask;
             value = (raw >> (size - 1)) != 0 ? raw : raw - mask;
         }
-        table[i] = kFastValid | static_cast<std::uint32_t>(length + size) << 16 | (value & 0xFFFF);
+        table[i] = value << 16 | kDifferenceValid | static_cast<std::uint32_t>(length + size);
     }
 }
 
@@ -720,11 +727,10 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
     const std::uint32_t d =
         dcDifferences_[static_cast<std::size_t>(component.dcTable)][bits >> (64 - kFastBits)];
     std::uint32_t e = 0;
-    if ((d & kFastValid) != 0) {
-        const int taken = static_cast<int>((d >> 16) & 0x1F);
-        bits <<= taken;
-        count -= taken;
-        diff = static_cast<std::int16_t>(d & 0xFFFF);
+    if ((d & kDifferenceValid) != 0) {
+        bits <<= (d & kTakenMask);
+        count -= static_cast<int>(d & kTakenMask);
+        diff = static_cast<std::int32_t>(d) >> 16;
     } else {
         e = lookup(dcFast, dcTables_[static_cast<std::size_t>(component.dcTable)]);
         const int s = static_cast<int>(e & 0xFFFF);
@@ -751,14 +757,13 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
         if (count < 32)
             refill();
         const std::uint32_t f = coefficients[bits >> (64 - kFastBits)];
-        if ((f & kFastValid) != 0 && k + static_cast<int>((f >> 21) & 0x3F) <= 63) {
-            k += static_cast<int>((f >> 21) & 0x3F);
-            const int taken = static_cast<int>((f >> 16) & 0x1F);
-            bits <<= taken;
-            count -= taken;
-            block[kZigzag[k]] = static_cast<std::int16_t>(static_cast<std::uint16_t>(
-                quant[static_cast<std::size_t>(k)] *
-                static_cast<std::uint32_t>(static_cast<std::int16_t>(f & 0xFFFF))));
+        if (k + static_cast<int>(f >> kStepShift & 0x7F) <= 63) {
+            k += static_cast<int>(f >> kStepShift & 0x7F);
+            bits <<= (f & kTakenMask);
+            count -= static_cast<int>(f & kTakenMask);
+            block[kZigzag[k]] = static_cast<std::int16_t>(
+                static_cast<std::uint16_t>(quant[static_cast<std::size_t>(k)] *
+                                           static_cast<std::uint32_t>(static_cast<std::int32_t>(f) >> 16)));
             if (k == 63) {
                 save();
                 return kBlockDone;
@@ -766,9 +771,8 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
             continue;
         }
         if ((f & kFastEndOfBlock) != 0) {
-            const int taken = static_cast<int>((f >> 16) & 0x1F);
-            bits <<= taken;
-            count -= taken;
+            bits <<= (f & kTakenMask);
+            count -= static_cast<int>(f & kTakenMask);
             save();
             return k == 0 ? kBlockFlat : kBlockDone;
         }
