@@ -478,11 +478,13 @@ constexpr std::uint32_t kFastValid = 0x80000000u;
 // shifts by the entry itself (x86 masks a 64-bit shift count to six bits): the table load and
 // the shift are then the whole dependency chain from one code to the next.
 constexpr std::uint32_t kTakenMask = 0x3F;
+// A coefficient entry's zigzag step: to its last coefficient in bits 8-14, to its first in bits 16-20.
 constexpr int kStepShift = 8;
-// A coefficient entry's step of 64 can never pass the index check: the entry is not a usable
-// coefficient (the end of the block, or a code the two-level tables must read).
-constexpr std::uint32_t kNoStep = 64u << kStepShift;
-constexpr std::uint32_t kFastEndOfBlock = 0x8000u;
+constexpr int kFirstStepShift = 16;
+// A step of 64 can never pass the index check: the entry is not a usable coefficient (the end of the
+// block, or a code the two-level tables must read).
+constexpr std::uint64_t kNoStep = 64u << kStepShift;
+constexpr std::uint64_t kFastEndOfBlock = 0x8000u;
 constexpr std::uint32_t kDifferenceValid = 0x100u;
 // DecodeBlockFast's results besides a coefficient index to go on from.
 constexpr int kBlockDone = -2;
@@ -541,27 +543,52 @@ void PhotoDecoder::BuildFastTable(const HuffmanLookup& lookup, FastTable& table)
     }
 }
 
-// A coefficient entry: the bits the code and its value take in bits 0-5, the zigzag step (run + 1)
-// in bits 8-14, the value (EXTEND applied) in the high 16 bits. The end-of-block code has an entry of
-// its own (kFastEndOfBlock with its length), so that most blocks end without a second look-up.
-void PhotoDecoder::BuildCoefficientTable(const FastTable& ac, FastTable& table)
+// A coefficient entry: the bits its codes and values take in bits 0-5, the zigzag steps (run + 1) to
+// its last and first coefficient, and the two values (EXTEND applied) in bits 32-47 and 48-63. An entry
+// holds two coefficients where the second code and its value are also decided by the first bits, else
+// one, given twice. The end-of-block code has an entry of its own (kFastEndOfBlock with its length), so
+// that most blocks end without a second look-up.
+void PhotoDecoder::BuildCoefficientTable(const FastTable& ac, CoefficientTable& table)
 {
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        table[i] = kNoStep;
-        const std::uint32_t e = ac[i];
+    struct Coefficient
+    {
+        int taken = 0; // 0: not a coefficient decided by the bits at hand.
+        std::uint32_t step = 0;
+        std::uint32_t value = 0;
+    };
+    // The coefficient whose code starts the `known` top bits of a fast-table index.
+    const auto decode = [&](std::size_t index, int known) {
+        Coefficient c;
+        const std::uint32_t e = ac[index];
         const int length = static_cast<int>((e >> 16) & 0xFF);
         const std::uint32_t rs = e & 0xFF;
         const int size = static_cast<int>(rs & 0x0F);
-        if ((e & kFastValid) != 0 && rs == 0) {
-            table[i] = kNoStep | kFastEndOfBlock | static_cast<std::uint32_t>(length);
+        if ((e & kFastValid) == 0 || size == 0 || length + size > known)
+            return c;
+        const std::uint32_t mask = (1u << size) - 1;
+        const std::uint32_t raw = (static_cast<std::uint32_t>(index) >> (kFastBits - length - size)) & mask;
+        c.taken = length + size;
+        c.step = (rs >> 4) + 1;
+        c.value = ((raw >> (size - 1)) != 0 ? raw : raw - mask) & 0xFFFF;
+        return c;
+    };
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        table[i] = kNoStep;
+        const std::uint32_t e = ac[i];
+        if ((e & kFastValid) != 0 && (e & 0xFF) == 0) {
+            table[i] = kNoStep | kFastEndOfBlock | ((e >> 16) & 0xFF);
             continue;
         }
-        if ((e & kFastValid) == 0 || size == 0 || length + size > kFastBits)
+        const Coefficient first = decode(i, kFastBits);
+        if (first.taken == 0)
             continue;
-        const std::uint32_t mask = (1u << size) - 1;
-        const std::uint32_t raw = (static_cast<std::uint32_t>(i) >> (kFastBits - length - size)) & mask;
-        const std::uint32_t value = (raw >> (size - 1)) != 0 ? raw : raw - mask;
-        table[i] = value << 16 | ((rs >> 4) + 1) << kStepShift | static_cast<std::uint32_t>(length + size);
+        Coefficient second = decode((i << first.taken) & (table.size() - 1), kFastBits - first.taken);
+        if (second.taken == 0)
+            second = {0, 0, first.value};
+        table[i] = std::uint64_t{second.value} << 48 | std::uint64_t{first.value} << 32 |
+                   std::uint64_t{first.step} << kFirstStepShift |
+                   std::uint64_t{first.step + second.step} << kStepShift |
+                   static_cast<std::uint64_t>(first.taken + second.taken);
     }
 }
 
@@ -751,19 +778,22 @@ int PhotoDecoder::DecodeBlockFast(FastReader& reader, ComponentInfo& component, 
         static_cast<std::uint16_t>(quant[0] * static_cast<std::uint32_t>(component.dcPredictor)));
 
     const HuffmanLookup& ac = acTables_[static_cast<std::size_t>(component.acTable)];
-    const FastTable& coefficients = acCoefficients_[static_cast<std::size_t>(component.acTable)];
+    const CoefficientTable& coefficients = acCoefficients_[static_cast<std::size_t>(component.acTable)];
     int k = 0;
     for (;;) {
         if (count < 32)
             refill();
-        const std::uint32_t f = coefficients[bits >> (64 - kFastBits)];
+        const std::uint64_t f = coefficients[bits >> (64 - kFastBits)];
         if (k + static_cast<int>(f >> kStepShift & 0x7F) <= 63) {
+            // Two stores, one or two coefficients: a single one is given twice, to the same place.
+            const int first = k + static_cast<int>(f >> kFirstStepShift & 0x1F);
             k += static_cast<int>(f >> kStepShift & 0x7F);
             bits <<= (f & kTakenMask);
             count -= static_cast<int>(f & kTakenMask);
-            block[kZigzag[k]] = static_cast<std::int16_t>(
-                static_cast<std::uint16_t>(quant[static_cast<std::size_t>(k)] *
-                                           static_cast<std::uint32_t>(static_cast<std::int32_t>(f) >> 16)));
+            block[kZigzag[first]] = static_cast<std::int16_t>(static_cast<std::uint16_t>(
+                quant[static_cast<std::size_t>(first)] * static_cast<std::uint32_t>(f >> 32)));
+            block[kZigzag[k]] = static_cast<std::int16_t>(static_cast<std::uint16_t>(
+                quant[static_cast<std::size_t>(k)] * static_cast<std::uint32_t>(f >> 48)));
             if (k == 63) {
                 save();
                 return kBlockDone;

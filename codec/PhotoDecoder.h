@@ -164,8 +164,10 @@ private:
     static constexpr int kFastBits = 11; // The bits the fast tables are indexed by.
     using FastTable = std::array<std::uint32_t, std::size_t{1} << kFastBits>;
     static void BuildFastTable(const HuffmanLookup& lookup, FastTable& table);
-    /// For AC codes whose value bits also fit in the first bits: the whole coefficient at once.
-    static void BuildCoefficientTable(const FastTable& ac, FastTable& table);
+    using CoefficientTable = std::array<std::uint64_t, std::size_t{1} << kFastBits>;
+    /// For AC codes whose value bits also fit in the first bits: the whole coefficient at once, and
+    /// the one after it too where both fit.
+    static void BuildCoefficientTable(const FastTable& ac, CoefficientTable& table);
     /// For DC codes whose value bits also fit in the first bits: the whole difference at once.
     static void BuildDifferenceTable(const FastTable& dc, FastTable& table);
     bool EnterFastReader(FastReader& reader) const;
@@ -203,7 +205,7 @@ private:
     HuffmanLookup* selectedTable_ = nullptr;
     std::array<FastTable, 2> dcFast_{};
     std::array<FastTable, 2> acFast_{};
-    std::array<FastTable, 2> acCoefficients_{};
+    std::array<CoefficientTable, 2> acCoefficients_{};
     std::array<FastTable, 2> dcDifferences_{};
     int restartEnabled_ = 0;
     int restartInterval_ = 0;
