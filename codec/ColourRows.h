@@ -11,7 +11,8 @@ namespace lumenar::codec {
 /// How ConvertToDib computes its rows. Both give the same bytes.
 enum class ColourPath
 {
-    Auto,     ///< SSE2 where the processor has it and the bitmap holds the standard tables.
+    Auto,     ///< AVX2 or SSE2 where the processor has it and the bitmap holds the standard tables.
+    Sse2,     ///< As Auto, without AVX2.
     Portable, ///< The table look-ups, one pixel at a time.
 };
 
@@ -30,5 +31,13 @@ std::size_t ConvertRowSse2(const std::uint8_t* yRow, const std::uint8_t* cbRow, 
 
 /// True when this build carries ConvertRowSse2.
 bool ColourRowsSse2Built();
+
+/// ConvertRowSse2 thirty-two pixels at a time (it leaves more pixels to the caller). Only call when
+/// platform::HasAvx2() and ColourRowsAvx2Built().
+std::size_t ConvertRowAvx2(const std::uint8_t* yRow, const std::uint8_t* cbRow, const std::uint8_t* crRow,
+                           std::uint8_t* out, std::size_t width, int h);
+
+/// True when this build carries ConvertRowAvx2.
+bool ColourRowsAvx2Built();
 
 } // namespace lumenar::codec

@@ -77,8 +77,8 @@ std::span<const std::uint8_t> PhotoBitmap::Pixels() const
     return {block_.get() + kPixelOffset, size_ - kPixelOffset};
 }
 
-int ConvertToDib(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, std::span<const std::uint8_t> cbPlane,
-                 std::span<const std::uint8_t> crPlane, int h, int v)
+int ConvertToDib(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
+                 std::span<const std::uint8_t> cbPlane, std::span<const std::uint8_t> crPlane, int h, int v)
 {
     return ConvertToDibWith(bitmap, yPlane, cbPlane, crPlane, h, v, ColourPath::Auto);
 }
@@ -95,10 +95,10 @@ int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
     const std::optional<std::size_t> pixelBytes = base::CheckedMul(width * 4, height);
     std::unique_ptr<std::uint8_t[]> block;
     if (pixelBytes && *pixelBytes + PhotoBitmap::kPixelOffset <= bitmap.maxPictureBytes_)
-        block = platform::TryAllocateUninitialisedArray<std::uint8_t>(*pixelBytes + PhotoBitmap::kPixelOffset);
+        block =
+            platform::TryAllocateUninitialisedArray<std::uint8_t>(*pixelBytes + PhotoBitmap::kPixelOffset);
     if (!block) {
-        platform::CurrentMessageSink().Show(nullptr, platform::kBoxOk, "",
-                                            "Unable to allocate DIB memory");
+        platform::CurrentMessageSink().Show(nullptr, platform::kBoxOk, "", "Unable to allocate DIB memory");
         return 0;
     }
     const std::size_t total = *pixelBytes + PhotoBitmap::kPixelOffset;
@@ -130,17 +130,18 @@ int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
     const std::size_t lastChroma = width == 0 ? 0 : ChromaColumn(width - 1, hh);
     // The whole-row path computes the standard colour terms rather than reading the tables.
     const PhotoBitmap standard(0, 0);
-    const bool simd = path == ColourPath::Auto && (hh == 1 || hh == 2) && ColourRowsSse2Built() &&
+    const bool simd = path != ColourPath::Portable && (hh == 1 || hh == 2) && ColourRowsSse2Built() &&
                       platform::HasSse2() && bitmap.blueFromCb == standard.blueFromCb &&
                       bitmap.greenFromCb == standard.greenFromCb &&
                       bitmap.greenFromCr == standard.greenFromCr && bitmap.redFromCr == standard.redFromCr;
+    const bool wide = simd && path == ColourPath::Auto && ColourRowsAvx2Built() && platform::HasAvx2();
 
     for (std::size_t y = 0; y < height && width != 0; ++y) {
         const std::size_t yBase = y * rowStride;
         const std::size_t cBase = (y / vv) * chromaStride;
         std::uint8_t* out = pixels + (height - 1 - y) * width * 4;
         const bool inside = (yBase + width <= yPlane.size() && cBase + lastChroma < cbPlane.size() &&
-                                           cBase + lastChroma < crPlane.size());
+                             cBase + lastChroma < crPlane.size());
         if (inside) {
             const std::uint8_t* yRow = yPlane.data() + yBase;
             const std::uint8_t* cbRow = cbPlane.data() + cBase;
@@ -153,7 +154,13 @@ int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
                                             static_cast<std::uint32_t>(kClamp[luma + red + 256]) << 16;
                 std::memcpy(out + 4 * x, &pixel, 4);
             };
-            std::size_t x = simd ? ConvertRowSse2(yRow, cbRow, crRow, out, width, static_cast<int>(hh)) : 0;
+            std::size_t x = 0;
+            if (wide)
+                x = ConvertRowAvx2(yRow, cbRow, crRow, out, width, static_cast<int>(hh));
+            // The narrower form goes on where the wider one stopped (x is even, a whole chroma step).
+            if (simd)
+                x += ConvertRowSse2(yRow + x, cbRow + x / hh, crRow + x / hh, out + 4 * x, width - x,
+                                    static_cast<int>(hh));
             if (hh == 2) {
                 // Pixel 0 takes sample 0; pixels 2i - 1 and 2i share sample i.
                 for (; x < width; ++x) {
