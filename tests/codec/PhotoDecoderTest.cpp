@@ -612,6 +612,55 @@ TEST(PhotoDecoder, FastReaderMatchesTheRegister)
     EXPECT_GT(fastTaken, 1000);
 }
 
+// Short codes put two coefficients in one fast look-up; where the block ends at index 63, the pair
+// must stop there (or not be taken) exactly as the register does.
+TEST(PhotoDecoder, ShortCodesEndBlocksAtSixtyThreeLikeTheRegister)
+{
+    FailPhotoPolicy policy;
+    std::vector<std::pair<int, std::uint8_t>> codes{{2, 0x01}, {3, 0x11}, {3, 0x00}, {9, 0xF0}};
+    for (int run = 0; run < 16; ++run) {
+        for (int size = 1; size <= 10; ++size) {
+            const auto symbol = static_cast<std::uint8_t>(run << 4 | size);
+            if (symbol != 0x01 && symbol != 0x11)
+                codes.emplace_back(9, symbol);
+        }
+    }
+    const JpegHuffman ac = JpegHuffman::Make(codes);
+    const JpegHuffman dc = FlatDcTable();
+    auto ending = [](int last, bool gapBeforeLast) {
+        ZigzagBlock block(64, 0);
+        block[0] = 40;
+        for (int k = 1; k <= last; ++k)
+            block[static_cast<std::size_t>(k)] = k % 2 == 0 ? 1 : -1;
+        if (gapBeforeLast)
+            block[static_cast<std::size_t>(last - 1)] = 0;
+        return block;
+    };
+    const struct
+    {
+        const char* name;
+        ZigzagBlock block;
+    } rows[] = {
+        {"63 coefficients", ending(63, false)},
+        {"62 coefficients, then the end", ending(62, false)},
+        {"61, then a run of one to 63", ending(63, true)},
+        {"a run of one to 62, then the end", ending(62, true)},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        JpegWriter w;
+        w.Soi().Dqt(0, std::vector<int>(64, 1)).Sof0(16, 8, {{1, 1, 1, 0}, {2, 1, 1, 0}, {3, 1, 1, 0}});
+        w.Dht(0, 0, dc).Dht(1, 0, ac).Sos({{1, 0x00}, {2, 0x00}, {3, 0x00}});
+        EntropyWriter e;
+        int predictors[3] = {};
+        for (int block = 0; block < 6; ++block)
+            e.Block(row.block, predictors[block % 3], dc, ac);
+        e.Flush();
+        w.Raw(e.bytes).Eoi();
+        EXPECT_TRUE(ReadersAgree(w.bytes, {}));
+    }
+}
+
 TEST(PhotoDecoder, FuzzRegressionsDecodeWithoutFaults)
 {
     FailPhotoPolicy policy;
