@@ -1,12 +1,12 @@
 #pragma once
 
-#include "codec/PhotoBitmap.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
 namespace lumenar::codec {
+
+class PhotoBitmap;
 
 /// How ConvertToDib computes its rows. Both give the same bytes.
 enum class ColourPath
@@ -20,6 +20,19 @@ enum class ColourPath
 int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
                      std::span<const std::uint8_t> cbPlane, std::span<const std::uint8_t> crPlane, int h,
                      int v, ColourPath path);
+
+/// trunc(d * factor) for a chroma difference d in -128..127, computed as the high half of
+/// (|d| << shift) * multiplier with the sign put back: for each factor these pairs give exactly the
+/// truncated double product for every |d| up to 128 (the tests compare all of them with the tables).
+struct ColourFactor
+{
+    int shift;
+    std::int16_t multiplier;
+};
+inline constexpr ColourFactor kBlueFromCb{5, 3629}; // 1.772
+inline constexpr ColourFactor kGreenFromCb{5, 705}; // 0.34414
+inline constexpr ColourFactor kGreenFromCr{6, 731}; // 0.71414
+inline constexpr ColourFactor kRedFromCr{3, 11485}; // 1.402
 
 /// Converts the leading pixels of one row, sixteen at a time, computing the colour terms
 /// trunc((c - 128) * factor) with exact fixed-point products instead of the tables. Pixel x takes

@@ -1,7 +1,7 @@
 // The colour conversion of whole rows in AVX2: the SSE2 form's lane arithmetic on 32 pixels at a time.
-// This file is compiled with -mavx2 and only called after the processor check; it includes nothing but
-// the intrinsics, so that no shared inline function is compiled here with instructions other files
-// must not run.
+// This file is compiled with -mavx2 and only called after the processor check; it includes only the
+// intrinsics and declarations, so that no shared inline function is compiled here with instructions
+// other files must not run.
 #include "codec/ColourRows.h"
 
 #if defined(__AVX2__)
@@ -11,18 +11,7 @@ namespace lumenar::codec {
 
 namespace {
 
-// The same (shift, multiplier) pairs as the SSE2 form: exact truncated products for |d| up to 128.
-struct Factor
-{
-    int shift;
-    std::int16_t multiplier;
-};
-constexpr Factor kBlueFromCb{5, 3629};
-constexpr Factor kGreenFromCb{5, 705};
-constexpr Factor kGreenFromCr{6, 731};
-constexpr Factor kRedFromCr{3, 11485};
-
-inline __m256i Term(__m256i sign, __m256i magnitude, Factor f)
+inline __m256i Term(__m256i sign, __m256i magnitude, ColourFactor f)
 {
     const __m256i t = _mm256_mulhi_epu16(_mm256_sll_epi16(magnitude, _mm_cvtsi32_si128(f.shift)),
                                          _mm256_set1_epi16(f.multiplier));

@@ -8,20 +8,7 @@ namespace lumenar::codec {
 
 namespace {
 
-// trunc(d * factor) for d in -128..127, as the high half of (|d| << shift) * multiplier with the sign
-// put back: for each factor these (shift, multiplier) pairs give exactly the truncated double product
-// for every |d| up to 128 (the tests compare all of them with the tables).
-struct Factor
-{
-    int shift;
-    std::int16_t multiplier;
-};
-constexpr Factor kBlueFromCb{5, 3629}; // 1.772
-constexpr Factor kGreenFromCb{5, 705}; // 0.34414
-constexpr Factor kGreenFromCr{6, 731}; // 0.71414
-constexpr Factor kRedFromCr{3, 11485}; // 1.402
-
-inline __m128i Term(__m128i sign, __m128i magnitude, Factor f)
+inline __m128i Term(__m128i sign, __m128i magnitude, ColourFactor f)
 {
     const __m128i t =
         _mm_mulhi_epu16(_mm_sll_epi16(magnitude, _mm_cvtsi32_si128(f.shift)), _mm_set1_epi16(f.multiplier));
