@@ -93,18 +93,33 @@ std::size_t ConvertRowAvx2(const std::uint8_t* yRow, const std::uint8_t* cbRow, 
         }
     } else if (h == 2) {
         // Pixels x .. x + 31 (x even) take samples x/2, x/2+1, x/2+1, ..., x/2+16: the terms of the
-        // sixteen samples from x/2 interleaved with those of the sixteen from x/2 + 1. The last of
-        // those is the one pixel x + 32 takes, so it is read only while that pixel exists.
-        for (; x + 33 <= width; x += 32) {
-            const std::size_t c = x / 2;
-            const Terms a = TermsOf(Widen16(cbRow + c), Widen16(crRow + c));
-            const Terms b = TermsOf(Widen16(cbRow + c + 1), Widen16(crRow + c + 1));
+        // sixteen samples from x/2 interleaved with those of the sixteen from x/2 + 1.
+        auto terms = [&](std::size_t c) { return TermsOf(Widen16(cbRow + c), Widen16(crRow + c)); };
+        auto store = [&](const Terms& a, const Terms& b) {
             Store32(out + 4 * x, Load32(yRow + x),
                     {_mm256_unpacklo_epi16(a.blue, b.blue), _mm256_unpacklo_epi16(a.green, b.green),
                      _mm256_unpacklo_epi16(a.red, b.red)},
                     {_mm256_unpackhi_epi16(a.blue, b.blue), _mm256_unpackhi_epi16(a.green, b.green),
                      _mm256_unpackhi_epi16(a.red, b.red)});
+        };
+        // Each sample's terms are computed once: those from x/2 + 1 are the ones from x/2 moved down by
+        // one, the last borrowed from the next 32 pixels' terms. That reads samples up to x/2 + 31,
+        // the one pixel x + 62 takes, so it runs while that pixel exists.
+        if (width >= 64) {
+            auto moveDown = [](__m256i current, __m256i next) {
+                return _mm256_alignr_epi8(_mm256_permute2x128_si256(current, next, 0x21), current, 2);
+            };
+            Terms current = terms(0);
+            for (; x + 64 <= width; x += 32) {
+                const Terms next = terms(x / 2 + 16);
+                store(current, {moveDown(current.blue, next.blue), moveDown(current.green, next.green),
+                                moveDown(current.red, next.red)});
+                current = next;
+            }
         }
+        // Then both sets of terms directly, reading sample x/2 + 16 while pixel x + 32 exists.
+        for (; x + 33 <= width; x += 32)
+            store(terms(x / 2), terms(x / 2 + 1));
     }
     return x;
 }
