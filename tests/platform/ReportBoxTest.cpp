@@ -51,13 +51,5 @@ TEST(ReportBox, TakesTextsFromTheTableAndFallsBack)
     }
 }
 
-TEST(StringTable, HoldsThePlayersMessages)
-{
-    EXPECT_STREQ(LoadStringId(kStrWarning), "Warning");
-    EXPECT_STREQ(LoadStringId(kStrInvalidFileFormat), "%s\nInvalid file format!");
-    EXPECT_STREQ(LoadStringId(kStrProductName), "Lumenar");
-    EXPECT_EQ(LoadStringId(1), nullptr);
-}
-
 } // namespace
 } // namespace lumenar::platform
