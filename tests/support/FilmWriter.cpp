@@ -1,10 +1,11 @@
 #include "tests/support/FilmWriter.h"
 
+#include "tests/support/WriteFile.h"
+
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <unistd.h>
 
 namespace lumenar::testing {
@@ -42,10 +43,7 @@ Bytes WriteCompoundFile(const std::vector<Node>& root)
 
 void WriteCompoundFileTo(const std::string& path, const std::vector<Node>& root)
 {
-    const Bytes bytes = testing::WriteCompoundFile(root);
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    Check(out.good(), "write file");
+    Check(WriteFile(path, testing::WriteCompoundFile(root)), "write file");
 }
 
 Bytes Word(std::uint32_t value)
@@ -170,9 +168,7 @@ std::string TempPath(const std::string& stem)
 std::string WriteTempFile(const Bytes& bytes, const std::string& stem)
 {
     const std::string path = TempPath(stem);
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    Check(out.good(), "write a temporary file");
+    Check(WriteFile(path, bytes), "write a temporary file");
     return path;
 }
 
