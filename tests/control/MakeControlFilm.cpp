@@ -2,10 +2,10 @@
 //   make_control_film OUT [ITEMS]
 #include "film/Film.h"
 #include "tests/support/FilmStream.h"
+#include "tests/support/WriteFile.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 
 int main(int argc, char** argv)
 {
@@ -15,7 +15,5 @@ int main(int argc, char** argv)
     }
     const int items = argc > 2 ? std::atoi(argv[2]) : 2;
     const auto bytes = lumenar::testing::MakeFilmStream(items, lumenar::film::kAdvanceAutomatic);
-    std::ofstream out(argv[1], std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-    return out ? 0 : 1;
+    return lumenar::testing::WriteFile(argv[1], bytes) ? 0 : 1;
 }

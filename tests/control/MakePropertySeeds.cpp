@@ -1,8 +1,8 @@
 // Writes the seed corpus of the control's property-stream fuzzer into the folder given.
 #include "control/ControlProperties.h"
+#include "tests/support/WriteFile.h"
 
 #include <cstdio>
-#include <fstream>
 #include <string>
 
 int main(int argc, char** argv)
@@ -18,10 +18,9 @@ int main(int argc, char** argv)
         {1, 2, 3, 4, std::string(300, 'x')},
     };
     int n = 0;
-    for (const ControlProperties& seed : seeds) {
-        const auto bytes = lumenar::control::SaveToStream(seed);
-        std::ofstream out(std::string(argv[1]) + "/seed-" + std::to_string(n++), std::ios::binary);
-        out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-    }
-    return 0;
+    bool ok = true;
+    for (const ControlProperties& seed : seeds)
+        ok &= lumenar::testing::WriteFile(std::string(argv[1]) + "/seed-" + std::to_string(n++),
+                                          lumenar::control::SaveToStream(seed));
+    return ok ? 0 : 1;
 }

@@ -103,15 +103,5 @@ TEST_F(RegistrationTest, UnregisterRemovesExactlyWhatRegisterWrote)
     ASSERT_TRUE(UnregisterServer(root_).ok()) << "unregistering twice is not an error";
 }
 
-TEST_F(RegistrationTest, AStoreOfOnlyOurEntriesGoesAway)
-{
-    ASSERT_TRUE(RegisterServer(root_, "/x/liblumenar.so", "/x/lumenar").ok());
-    ASSERT_TRUE(UnregisterServer(root_).ok());
-    for (std::string_view path : {kStorePath, kDesktopEntryPath, kMimePackagePath}) {
-        SCOPED_TRACE(path);
-        EXPECT_FALSE(fs::exists(root_ / path));
-    }
-}
-
 } // namespace
 } // namespace lumenar::control

@@ -1,7 +1,7 @@
 #include "film/FilmReader.h"
 
-#include "platform/MessageBox.h"
 #include "tests/support/FilmWriter.h"
+#include "tests/support/MessageCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -16,19 +16,6 @@ using testing::Bytes;
 using testing::FilmDescription;
 using testing::Node;
 
-class CountingSink : public platform::MessageSink
-{
-public:
-    int Show(platform::Window*, unsigned, std::string_view title, std::string_view text) override
-    {
-        titles.emplace_back(title);
-        texts.emplace_back(text);
-        return platform::kAnswerOk;
-    }
-    std::vector<std::string> titles;
-    std::vector<std::string> texts;
-};
-
 // Loads root elements written by the test writer, capturing messages.
 struct Loaded
 {
@@ -40,12 +27,10 @@ struct Loaded
 Loaded LoadBytes(const Bytes& bytes)
 {
     Loaded loaded;
-    CountingSink sink;
-    platform::SetMessageSink(&sink);
+    testing::MessageCapture messages;
     auto root = platform::CompoundStorage::OpenMemory(bytes);
     loaded.result = root.ok() ? LoadFilmStorage(*loaded.film, std::move(root).value()) : 0;
-    platform::SetMessageSink(nullptr);
-    loaded.messages = sink.texts;
+    loaded.messages = messages.Texts();
     return loaded;
 }
 
@@ -139,11 +124,12 @@ TEST(FilmLoad, ClampsEffectNumbersAgainstTheTables)
     struct Row
     {
         std::int32_t stored, picture, text;
-    } rows[] = {{150, 98, 53}, {99, 99, 53}, {100, 98, 53}, {54, 54, 54}, {55, 55, 53}, {-5, -5, -5}, {0, 0, 0}};
+    } rows[] = {{150, 98, 53}, {99, 99, 53}, {100, 98, 53}, {54, 54, 54},
+                {55, 55, 53},  {-5, -5, -5}, {0, 0, 0}};
     FilmDescription description;
     for (const Row& row : rows) {
-        description.items.push_back(
-            {testing::PhotoItem("p.jpg", row.stored), std::vector<FilmText>{testing::Caption("c", row.stored)}});
+        description.items.push_back({testing::PhotoItem("p.jpg", row.stored),
+                                     std::vector<FilmText>{testing::Caption("c", row.stored)}});
     }
     Loaded loaded = LoadFilm(description);
     ASSERT_EQ(loaded.result, 1);
@@ -221,14 +207,13 @@ TEST(FilmLoad, PartialLoadsKeepWhatWasRead)
     } rows[] = {
         {"an extra storage leads to a missing FILMLINK4",
          [](std::vector<Node>& nodes) { nodes.push_back(Node::Storage("Other", {})); }, 0, 3},
-        {"extra streams are skipped", [](std::vector<Node>& nodes) { nodes.push_back(Node::Stream("Note", Bytes{1})); },
-         1, 3},
-        {"FILMITEM one byte short",
-         [](std::vector<Node>& nodes) { nodes[2].children[0].bytes.resize(3143); }, 0, 1},
+        {"extra streams are skipped",
+         [](std::vector<Node>& nodes) { nodes.push_back(Node::Stream("Note", Bytes{1})); }, 1, 3},
+        {"FILMITEM one byte short", [](std::vector<Node>& nodes) { nodes[2].children[0].bytes.resize(3143); },
+         0, 1},
         {"FILMITEM longer than a record reads one record",
          [](std::vector<Node>& nodes) { nodes[2].children[0].bytes.resize(4000); }, 1, 3},
-        {"FILMITEM missing",
-         [](std::vector<Node>& nodes) { nodes[3].children[0].name = "ITEM"; }, 0, 2},
+        {"FILMITEM missing", [](std::vector<Node>& nodes) { nodes[3].children[0].name = "ITEM"; }, 0, 2},
         {"a storage under another name is found by counting only",
          [](std::vector<Node>& nodes) { nodes[1].name = "Renamed"; }, 0, 0},
         {"names compare without case",
@@ -257,16 +242,20 @@ TEST(FilmLoad, CaptionListsEndAtTheFirstGap)
         std::vector<Node> textList;
         std::vector<std::string> texts;
     } rows[] = {
-        {"TEXT1 and TEXT3", {Node::Stream("TEXT1", caption("one")), Node::Stream("TEXT3", caption("three"))}, {"one"}},
+        {"TEXT1 and TEXT3",
+         {Node::Stream("TEXT1", caption("one")), Node::Stream("TEXT3", caption("three"))},
+         {"one"}},
         {"a short record ends the list",
          {Node::Stream("TEXT1", caption("one")), Node::Stream("TEXT2", Bytes(359, 0)),
           Node::Stream("TEXT3", caption("three"))},
          {"one"}},
         {"storages count as elements",
-         {Node::Storage("Sub", {}), Node::Stream("TEXT1", caption("one")), Node::Stream("TEXT2", caption("two"))},
+         {Node::Storage("Sub", {}), Node::Stream("TEXT1", caption("one")),
+          Node::Stream("TEXT2", caption("two"))},
          {"one", "two"}},
         {"only as many captions as elements",
-         {Node::Stream("TEXT1", caption("one")), Node::Stream("TEXT2", caption("two")), Node::Storage("x", {})},
+         {Node::Stream("TEXT1", caption("one")), Node::Stream("TEXT2", caption("two")),
+          Node::Storage("x", {})},
          {"one", "two"}},
         {"empty list", {}, {}},
     };

@@ -5,10 +5,10 @@
 #include "film/FilmStreamWriter.h"
 #include "film/FilmWriter.h"
 #include "platform/InMemoryPictures.h"
-#include "platform/MessageBox.h"
 #include "platform/Presenter.h"
 #include "platform/Sync.h"
 #include "tests/support/FilmWriter.h"
+#include "tests/support/MessageCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -23,28 +23,8 @@ namespace {
 namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes Pattern(std::size_t size, std::uint8_t seed)
-{
-    Bytes out(size);
-    for (std::size_t i = 0; i < size; ++i)
-        out[i] = static_cast<std::uint8_t>(seed + i * 7);
-    return out;
-}
-
-// A canonical 8 kHz 16-bit mono wave file holding `data`.
-Bytes Wave(const Bytes& data)
-{
-    Bytes out = {'R', 'I', 'F', 'F', 0,  0, 0,   0,   'W', 'A',  'V',  'E', 'f', 'm',  't',
-                 ' ', 16,  0,   0,   0,  1, 0,   1,   0,   0x40, 0x1F, 0,   0,   0x80, 0x3E,
-                 0,   0,   2,   0,   16, 0, 'd', 'a', 't', 'a',  0,    0,   0,   0};
-    const auto size = static_cast<std::uint32_t>(data.size());
-    for (int i = 0; i < 4; ++i) {
-        out[4 + i] = static_cast<std::uint8_t>((36 + size) >> (8 * i)); // RIFF length.
-        out[40 + i] = static_cast<std::uint8_t>(size >> (8 * i));       // Data length.
-    }
-    out.insert(out.end(), data.begin(), data.end());
-    return out;
-}
+using testing::Pattern;
+using testing::WaveFile;
 
 // One film and the media its stream carries.
 struct Fixture
@@ -154,17 +134,6 @@ private:
     std::jthread thread_;
 };
 
-class CaptureSink : public platform::MessageSink
-{
-public:
-    int Show(platform::Window*, unsigned, std::string_view title, std::string_view text) override
-    {
-        shown.push_back(std::string(title) + "|" + std::string(text));
-        return platform::kAnswerOk;
-    }
-    std::vector<std::string> shown;
-};
-
 std::map<std::string, Bytes> FolderFiles(const std::string& folder)
 {
     std::map<std::string, Bytes> files;
@@ -214,7 +183,7 @@ Fixture ThreePhotos()
     f.film.SetMusic("C:\\Music\\" + SizedName(5120, "song.wav"));
     f.music = Pattern(5120, 1);
     f.AddPhoto(Pattern(700, 2), Pattern(90, 3));
-    f.AddPhoto(Pattern(401, 4), {}, Wave(Pattern(640, 5)));
+    f.AddPhoto(Pattern(401, 4), {}, WaveFile(Pattern(640, 5)));
     FilmItem third = testing::PhotoItem(SizedName(333, "last.jpg"), 7, 4);
     third.texts = {testing::Caption("Hello", 3, 1), testing::Caption("There", 5, 2)};
     f.Add(third, {.photo = Pattern(333, 6)});
@@ -374,11 +343,11 @@ TEST(FilmReceiver, ItemsTheLoaderCannotPlayAreRemoved)
              clip.clipFile.cstrName = SizedName(99, "c.avi");
              clip.clipPicture1.cstrName = SizedName(20, "a.jpg");
              clip.clipPicture2.cstrName = SizedName(21, "b.jpg");
-             clip.sound.cstrName = SizedName(Wave(Pattern(320, 3)).size(), "c.wav");
+             clip.sound.cstrName = SizedName(WaveFile(Pattern(320, 3)).size(), "c.wav");
              f.Add(clip, {.clipPicture1 = Pattern(20, 4),
                           .clipFile = Pattern(99, 5),
                           .clipPicture2 = Pattern(21, 6),
-                          .sound = Wave(Pattern(320, 3))});
+                          .sound = WaveFile(Pattern(320, 3))});
              f.AddPhoto(Pattern(60, 2));
          },
          {Pattern(60, 2)},
@@ -467,13 +436,11 @@ TEST(FilmReceiver, FatalPiecesAreReportedAndEndTheFeed)
         film.AddItem(item);
         Bytes pieces = Pattern(10 + row.soundBytes, 3);
         const Bytes stream = RawStream(film, pieces);
-        CaptureSink sink;
-        platform::SetMessageSink(&sink);
+        testing::MessageCapture messages;
         FeedRun run;
         run.Feed(stream, stream.size());
-        platform::SetMessageSink(nullptr);
         EXPECT_EQ(run.results.back(), -1);
-        EXPECT_EQ(sink.shown, std::vector<std::string>{row.message});
+        EXPECT_EQ(messages.Lines(), std::vector<std::string>{row.message});
         EXPECT_TRUE(run.playback.Taken().empty());
     }
 }
@@ -512,7 +479,7 @@ TEST(FilmReceiver, HostileNamesStayInsideThePrivateFolder)
 {
     const fs::path outside = fs::temp_directory_path() / "5_evil.wav";
     fs::remove(outside);
-    const Bytes narration = Wave(Pattern(8, 1));
+    const Bytes narration = WaveFile(Pattern(8, 1));
     for (const char* folder : {"..\\..\\", "../../", "/tmp/", "C:", "..\\../", ""}) {
         SCOPED_TRACE(folder);
         Fixture f;
@@ -659,10 +626,10 @@ TEST(FilmLoader, EndsOnAFatalChunkAndOnStopWhileWaitingForPlayback)
         std::lock_guard guard(queue.Lock());
         queue.Push(RawStream(fatal, {1, 2}));
     }
-    CaptureSink sink;
-    platform::SetMessageSink(&sink);
-    RunFilmLoader(run.receiver, queue, run.film, nullptr, flags); // Returns by itself.
-    platform::SetMessageSink(nullptr);
+    {
+        testing::MessageCapture messages;
+        RunFilmLoader(run.receiver, queue, run.film, nullptr, flags); // Returns by itself.
+    }
     EXPECT_NE(queue.Peek(), nullptr) << "the failed chunk is not popped";
 
     // Nobody takes the item: only Stop ends the wait for the step.

@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <fstream>
 #include <mutex>
 
 namespace lumenar::platform {
@@ -16,21 +15,7 @@ namespace {
 using testing::FilmServer;
 using testing::FilmServerOptions;
 
-std::vector<std::uint8_t> Pattern(std::size_t size)
-{
-    std::vector<std::uint8_t> bytes(size);
-    for (std::size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<std::uint8_t>((i * 7 + i / 251) & 0xFF);
-    return bytes;
-}
-
-std::string WriteFile(const std::vector<std::uint8_t>& bytes)
-{
-    std::string path = testing::TempPath("download.bin");
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-    return path;
-}
+using testing::Pattern;
 
 /// Collects what a download delivers, the way the control does: on wake, take the blocks.
 class Receiver
@@ -48,17 +33,17 @@ public:
     template <typename Done> bool Drain(Download& download, Done done)
     {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        for (;;) {
+        const auto take = [&] {
             for (DownloadBlock& block : download.TakeBlocks()) {
                 bytes.insert(bytes.end(), block.bytes.begin(), block.bytes.end());
                 lastCount += block.last ? 1 : 0;
                 ++blocks;
             }
+        };
+        for (;;) {
+            take();
             if (done() || download.Finished()) {
-                for (DownloadBlock& block : download.TakeBlocks()) {
-                    bytes.insert(bytes.end(), block.bytes.begin(), block.bytes.end());
-                    lastCount += block.last ? 1 : 0;
-                }
+                take();
                 return true;
             }
             std::unique_lock guard(lock_);
@@ -120,7 +105,7 @@ TEST(Download, RefusesOtherSchemes)
 TEST(Download, DeliversEveryByteInOrderWithOneFinalNotification)
 {
     const auto film = Pattern(300000);
-    const std::string path = WriteFile(film);
+    const std::string path = testing::WriteTempFile(film, "download.bin");
     FilmServer server(path);
     ASSERT_FALSE(server.Address().empty()) << "the loopback server did not start (python3?)";
     for (const std::string& url : {*ResolveAddress("", path), server.Address()}) {
@@ -140,7 +125,7 @@ TEST(Download, DeliversEveryByteInOrderWithOneFinalNotification)
 TEST(Download, FailedTransfersGiveNoFinalNotification)
 {
     const auto film = Pattern(50000);
-    const std::string path = WriteFile(film);
+    const std::string path = testing::WriteTempFile(film, "download.bin");
     FilmServer early(path, {.closeAfter = 20000});
     ASSERT_FALSE(early.Address().empty());
     struct Row
@@ -169,7 +154,7 @@ TEST(Download, FailedTransfersGiveNoFinalNotification)
 TEST(Download, AbortEndsTheTransferAtItsNextBlock)
 {
     const auto film = Pattern(400000);
-    const std::string path = WriteFile(film);
+    const std::string path = testing::WriteTempFile(film, "download.bin");
     FilmServer server(path, {.throttle = 200000});
     ASSERT_FALSE(server.Address().empty());
     Receiver receiver;
@@ -189,7 +174,7 @@ TEST(Download, AbortEndsTheTransferAtItsNextBlock)
 TEST(Download, DestroyingAStalledTransferJoinsItsThread)
 {
     const auto film = Pattern(100000);
-    const std::string path = WriteFile(film);
+    const std::string path = testing::WriteTempFile(film, "download.bin");
     FilmServer server(path, {.stallAfter = 10000});
     ASSERT_FALSE(server.Address().empty());
     Receiver receiver;

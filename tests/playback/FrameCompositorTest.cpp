@@ -106,39 +106,59 @@ protected:
     FrameCompositor compositor{640, 480, 640, 480};
 };
 
-TEST_F(Compositor, PortraitPhotoGetsBlackBarsAtTheSides)
+TEST(FrameCompositor, PlacesAndScalesThePhotoInTheFrame)
 {
-    codec::Photo photo = Uniform(300, 400, 400);
-    std::uint32_t colour = PixelAt(photo.Bitmap()->Pixels(), 300, 400, 0, 0);
-    compositor.RenderPhoto(&photo, nullptr, {}, const_cast<std::uint8_t*>(compositor.Target().data()));
-    // 533 × 400 around the photo at x = 116, enlarged by 640 / 533: bars of about 139 pixels.
-    EXPECT_EQ(Target(100, 240), 0u);
-    EXPECT_EQ(Target(135, 240), 0u);
-    EXPECT_EQ(Target(145, 240), colour);
-    EXPECT_EQ(Target(320, 240), colour);
-    EXPECT_EQ(Target(495, 240), colour);
-    EXPECT_EQ(Target(505, 240), 0u);
-}
-
-TEST_F(Compositor, LargerPhotoFillsTheFrame)
-{
-    codec::Photo photo = Uniform(1600, 1200, -200);
-    std::uint32_t colour = PixelAt(photo.Bitmap()->Pixels(), 1600, 1200, 0, 0);
-    compositor.RenderPhoto(&photo, nullptr, {}, const_cast<std::uint8_t*>(compositor.Target().data()));
-    for (auto [x, y] : {std::pair{0, 0}, {639, 0}, {0, 479}, {639, 479}, {320, 240}})
-        EXPECT_EQ(Target(x, y), colour) << x << "," << y;
-}
-
-TEST_F(Compositor, RectangleAboveThePhotoMovesItDown)
-{
-    codec::Photo photo = Uniform(64, 48, 300);
-    std::uint32_t colour = PixelAt(photo.Bitmap()->Pixels(), 64, 48, 0, 0);
-    // 100 rows above the photo: the intermediate is 64 × 148 with the photo in its lowest 48 rows.
-    compositor.RenderPhoto(&photo, nullptr, {0, -100, 64, 48}, const_cast<std::uint8_t*>(compositor.Target().data()));
-    EXPECT_EQ(Target(320, 10), 0u);
-    EXPECT_EQ(Target(320, 300), 0u);
-    EXPECT_EQ(Target(320, 340), colour);
-    EXPECT_EQ(Target(320, 479), colour);
+    struct Point
+    {
+        int x, y;
+        bool photo; // Otherwise black.
+    };
+    struct Row
+    {
+        const char* name;
+        int width, height, dc;
+        Rect rect;
+        std::vector<Point> points;
+    } rows[] = {
+        // 533 x 400 around the photo at x = 116, enlarged by 640 / 533: bars of about 139 pixels.
+        {"portrait photo gets black bars at the sides",
+         300,
+         400,
+         400,
+         {},
+         {{100, 240, false},
+          {135, 240, false},
+          {145, 240, true},
+          {320, 240, true},
+          {495, 240, true},
+          {505, 240, false}}},
+        {"larger photo fills the frame",
+         1600,
+         1200,
+         -200,
+         {},
+         {{0, 0, true}, {639, 0, true}, {0, 479, true}, {639, 479, true}, {320, 240, true}}},
+        // 100 rows above the photo: the intermediate is 64 x 148 with the photo in its lowest 48 rows.
+        {"rectangle above the photo moves it down",
+         64,
+         48,
+         300,
+         {0, -100, 64, 48},
+         {{320, 10, false}, {320, 300, false}, {320, 340, true}, {320, 479, true}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        codec::Photo photo = Uniform(row.width, row.height, row.dc);
+        const std::uint32_t colour = PixelAt(photo.Bitmap()->Pixels(), row.width, row.height, 0, 0);
+        FrameCompositor compositor(640, 480, 640, 480);
+        compositor.Open();
+        compositor.RenderPhoto(&photo, nullptr, row.rect,
+                               const_cast<std::uint8_t*>(compositor.Target().data()));
+        for (const Point& point : row.points) {
+            EXPECT_EQ(PixelAt(compositor.Target(), 640, 480, point.x, point.y), point.photo ? colour : 0u)
+                << point.x << "," << point.y;
+        }
+    }
 }
 
 TEST_F(Compositor, MaskDarkensSubtractively)

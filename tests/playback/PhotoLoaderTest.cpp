@@ -4,10 +4,10 @@
 #include "platform/CorruptPhotoPolicy.h"
 #include "platform/DebugTrace.h"
 #include "platform/InMemoryPictures.h"
-#include "platform/MessageBox.h"
 #include "playback/ClipPlayer.h"
 #include "playback/SlidePlayer.h"
 #include "tests/support/JpegWriter.h"
+#include "tests/support/MessageCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -271,17 +271,6 @@ TEST(PhotoCache, ViewerKeysScrollAndZoomWithinBounds)
     }
 }
 
-class CapturingSink : public platform::MessageSink
-{
-public:
-    int Show(platform::Window*, unsigned, std::string_view title, std::string_view text) override
-    {
-        shown.push_back(std::string(title) + "|" + std::string(text));
-        return platform::kAnswerOk;
-    }
-    std::vector<std::string> shown;
-};
-
 TEST(FallbackPlayers, ClipShowsItsStillAndShowReportsTheMissingViewerOnce)
 {
     platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
@@ -295,15 +284,13 @@ TEST(FallbackPlayers, ClipShowsItsStillAndShowReportsTheMissingViewerOnce)
     ASSERT_EQ(clips.LoadClip("b.avi", film::JoinFilmFile(GoodPhoto(8, 8)), 8, 8, &next), 1);
     EXPECT_EQ(current->Width(), 24) << "the still on screen outlives the next clip's load";
 
-    CapturingSink sink;
-    platform::SetMessageSink(&sink);
+    testing::MessageCapture messages;
     SlidePlayer slides;
     for (int attempt = 0; attempt < 2; ++attempt) {
         EXPECT_EQ(slides.StartShow(nullptr, &current), 0);
         EXPECT_EQ(current, nullptr);
     }
-    platform::SetMessageSink(nullptr);
-    EXPECT_EQ(sink.shown, std::vector<std::string>{"Error|PowerPoint Viewer missed"});
+    EXPECT_EQ(messages.Lines(), std::vector<std::string>{"Error|PowerPoint Viewer missed"});
 }
 
 } // namespace

@@ -1,10 +1,11 @@
 #include "tests/support/FilmWriter.h"
 
+#include "tests/support/WriteFile.h"
+
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <unistd.h>
 
 namespace lumenar::testing {
@@ -42,10 +43,7 @@ Bytes WriteCompoundFile(const std::vector<Node>& root)
 
 void WriteCompoundFileTo(const std::string& path, const std::vector<Node>& root)
 {
-    const Bytes bytes = testing::WriteCompoundFile(root);
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    Check(out.good(), "write file");
+    Check(WriteFile(path, testing::WriteCompoundFile(root)), "write file");
 }
 
 Bytes Word(std::uint32_t value)
@@ -165,6 +163,47 @@ std::string TempPath(const std::string& stem)
     const char* dir = std::getenv("TMPDIR");
     return std::string(dir != nullptr ? dir : "/tmp") + "/lumenar-test-" + std::to_string(getpid()) + "-" +
            std::to_string(counter++) + "-" + stem;
+}
+
+std::string WriteTempFile(const Bytes& bytes, const std::string& stem)
+{
+    const std::string path = TempPath(stem);
+    Check(WriteFile(path, bytes), "write a temporary file");
+    return path;
+}
+
+Bytes Pattern(std::size_t size, std::uint8_t seed)
+{
+    Bytes out(size);
+    for (std::size_t i = 0; i < size; ++i)
+        out[i] = static_cast<std::uint8_t>(seed + i * 7 + i / 251);
+    return out;
+}
+
+Bytes WaveFile(const Bytes& pcm)
+{
+    Bytes out;
+    const auto put = [&out](std::uint32_t value, int bytes) {
+        for (int i = 0; i < bytes; ++i)
+            out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+    };
+    const auto tag = [&out](const char* text) { out.insert(out.end(), text, text + 4); };
+    const auto size = static_cast<std::uint32_t>(pcm.size());
+    tag("RIFF");
+    put(36 + size, 4);
+    tag("WAVE");
+    tag("fmt ");
+    put(16, 4);
+    put(1, 2);     // PCM,
+    put(1, 2);     // mono,
+    put(8000, 4);  // 8000 samples a second,
+    put(16000, 4); // 16000 bytes a second,
+    put(2, 2);     // two bytes a frame,
+    put(16, 2);    // 16 bits a sample.
+    tag("data");
+    put(size, 4);
+    out.insert(out.end(), pcm.begin(), pcm.end());
+    return out;
 }
 
 } // namespace lumenar::testing

@@ -58,5 +58,12 @@ film::FilmText Caption(std::string text, std::int32_t effect = 0, std::uint32_t 
 
 /// A fresh path for a temporary file of this test process.
 std::string TempPath(const std::string& stem);
+/// Writes `bytes` to a fresh temporary file; returns its path.
+std::string WriteTempFile(const Bytes& bytes, const std::string& stem);
+
+/// `size` bytes from `seed` that do not repeat every 256 bytes, so a copy at the wrong offset differs.
+Bytes Pattern(std::size_t size, std::uint8_t seed = 0);
+/// A canonical wave file (8 kHz, 16-bit, mono, the 44-byte header) holding `pcm`.
+Bytes WaveFile(const Bytes& pcm);
 
 } // namespace lumenar::testing

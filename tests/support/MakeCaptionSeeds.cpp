@@ -1,6 +1,7 @@
 // Writes the fuzz seed corpus for the caption fuzzer into the folder given as the argument: a caption
 // record, one byte of text-effect row, 16-bit progress n and d, then the text.
 #include "playback/records/TextRecord.h"
+#include "tests/support/WriteFile.h"
 
 #include <cstdio>
 #include <cstring>
@@ -13,12 +14,20 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: make_caption_seeds FOLDER\n");
         return 2;
     }
-    struct Seed { int row, num, den, height, alignment, shadow; const char* text; };
+    struct Seed
+    {
+        int row, num, den, height, alignment, shadow;
+        const char* text;
+    };
     const Seed seeds[] = {
-        {4, 1, 1, -20, 0, 1, "AB"},          {0, 1, 2, -16, 1, 1, "Hello\r\nworld"},
-        {19, 1, 3, 24, 2, 0, "fly\r\n\r\nin"}, {9, 2, 5, -12, 1, 1, "stream of glyphs"},
-        {15, 7, 10, -18, 0, 1, "scatter"},    {31, 1, 2, -30, 1, 1, "grow"},
-        {34, 0, 1, 0, 7, 1, "\xE9t\xE9"},     {53, 1, 1, -8, 0, 1, "random row"},
+        {4, 1, 1, -20, 0, 1, "AB"},
+        {0, 1, 2, -16, 1, 1, "Hello\r\nworld"},
+        {19, 1, 3, 24, 2, 0, "fly\r\n\r\nin"},
+        {9, 2, 5, -12, 1, 1, "stream of glyphs"},
+        {15, 7, 10, -18, 0, 1, "scatter"},
+        {31, 1, 2, -30, 1, 1, "grow"},
+        {34, 0, 1, 0, 7, 1, "\xE9t\xE9"},
+        {53, 1, 1, -8, 0, 1, "random row"},
     };
     int index = 0;
     for (const Seed& s : seeds) {
@@ -41,12 +50,8 @@ int main(int argc, char** argv)
         }
         bytes.insert(bytes.end(), s.text, s.text + std::strlen(s.text));
         const std::string path = std::string(argv[1]) + "/seed" + std::to_string(index++) + ".cap";
-        std::FILE* f = std::fopen(path.c_str(), "wb");
-        if (!f || std::fwrite(bytes.data(), 1, bytes.size(), f) != bytes.size()) {
-            std::fprintf(stderr, "make_caption_seeds: cannot write %s\n", path.c_str());
+        if (!lumenar::testing::WriteFile(path, bytes))
             return 1;
-        }
-        std::fclose(f);
     }
     return 0;
 }

@@ -1,5 +1,6 @@
 // Writes the fuzz seed corpus for the narration decoder into the folder given as the argument.
 #include "tests/support/NarrationWriter.h"
+#include "tests/support/WriteFile.h"
 
 #include <cstdio>
 #include <string>
@@ -23,17 +24,17 @@ int main(int argc, char** argv)
     mixed.push_back(0x03);
     Append(mixed, SpeechFrame53(9));
     seeds.push_back(Packet({3, 2, 1, 0, 3}, mixed));
-    auto two = Packet({3, 0, 0, 2}, [] { auto f = SpeechFrame63(1); Append(f, SilenceFrame(40, 1)); return f; }());
+    auto two = Packet({3, 0, 0, 2}, [] {
+        auto f = SpeechFrame63(1);
+        Append(f, SilenceFrame(40, 1));
+        return f;
+    }());
     Append(two, Packet({1, 1, 2}, {0x03, 0x03, 0x12, 0x34, 0x56, 0x7a}));
     seeds.push_back(two);
     for (std::size_t i = 0; i < seeds.size(); ++i) {
         const std::string path = std::string(argv[1]) + "/seed" + std::to_string(i) + ".ca";
-        std::FILE* f = std::fopen(path.c_str(), "wb");
-        if (!f || std::fwrite(seeds[i].data(), 1, seeds[i].size(), f) != seeds[i].size()) {
-            std::fprintf(stderr, "make_narration_seeds: cannot write %s\n", path.c_str());
+        if (!WriteFile(path, seeds[i]))
             return 1;
-        }
-        std::fclose(f);
     }
     return 0;
 }

@@ -1,25 +1,11 @@
 // Writes a small corpus of photo streams for the photo decoder's fuzz target: argv[1] is the folder.
 #include "tests/support/JpegWriter.h"
+#include "tests/support/WriteFile.h"
 
 #include <cstdio>
 #include <string>
 
 using namespace lumenar::testing;
-
-namespace {
-
-void Write(const std::string& path, const std::vector<std::uint8_t>& bytes)
-{
-    std::FILE* f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr) {
-        std::perror(path.c_str());
-        return;
-    }
-    std::fwrite(bytes.data(), 1, bytes.size(), f);
-    std::fclose(f);
-}
-
-} // namespace
 
 int main(int argc, char** argv)
 {
@@ -34,9 +20,9 @@ int main(int argc, char** argv)
     block[5] = 7;
     block[20] = 255;
     block[63] = 1;
-    Write(dir + "/uniform444.jpg", MakeUniformPhoto(24, 16, block));
-    Write(dir + "/uniform420-restart.jpg", MakeUniformPhoto(40, 24, block, 2, 2, 2));
-    Write(dir + "/uniform422.jpg", MakeUniformPhoto(17, 9, block, 0, 2, 1));
+    bool ok = WriteFile(dir + "/uniform444.jpg", MakeUniformPhoto(24, 16, block));
+    ok &= WriteFile(dir + "/uniform420-restart.jpg", MakeUniformPhoto(40, 24, block, 2, 2, 2));
+    ok &= WriteFile(dir + "/uniform422.jpg", MakeUniformPhoto(17, 9, block, 0, 2, 1));
     // Long codes: a table whose codes run to 16 bits gets second-level tables.
     std::vector<std::pair<int, std::uint8_t>> longCodes{{1, 0x00}};
     for (int s = 1; s <= 11; ++s)
@@ -51,6 +37,6 @@ int main(int argc, char** argv)
         e.Block(block, predictor, dc, FlatAcTable());
     e.Flush();
     w.Raw(e.bytes).Eoi();
-    Write(dir + "/longcodes.jpg", w.bytes);
-    return 0;
+    ok &= WriteFile(dir + "/longcodes.jpg", w.bytes);
+    return ok ? 0 : 1;
 }

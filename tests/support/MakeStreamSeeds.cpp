@@ -2,9 +2,9 @@
 // Each seed starts with the 8 chunk sizes (each byte + 1) the target cycles through.
 #include "film/FilmStreamWriter.h"
 #include "tests/support/FilmWriter.h"
+#include "tests/support/WriteFile.h"
 
 #include <cstdio>
-#include <fstream>
 #include <string>
 
 using namespace lumenar;
@@ -39,9 +39,7 @@ bool Write(const std::string& path, std::vector<std::uint8_t> chunks, const film
         return false;
     }
     chunks.insert(chunks.end(), stream->begin(), stream->end());
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(chunks.data()), static_cast<std::streamsize>(chunks.size()));
-    return out.good();
+    return testing::WriteFile(path, chunks);
 }
 
 } // namespace
