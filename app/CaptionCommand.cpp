@@ -5,7 +5,7 @@
 #include "effects/EffectRegistry.h"
 #include "platform/ImageFile.h"
 #include "playback/CaptionLayout.h"
-#include "playback/records/CaptionFont.h"
+#include "records/CaptionFont.h"
 
 #include <array>
 #include <cstdio>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Font.h"
-#include "playback/records/Glyph.h"
+#include "records/Glyph.h"
 
 #include <cstdint>
 #include <span>

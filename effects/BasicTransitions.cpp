@@ -2,7 +2,7 @@
 
 #include "effects/EffectProtocol.h"
 #include "effects/Random.h"
-#include "playback/records/DibImage.h"
+#include "records/DibImage.h"
 
 #include <algorithm>
 #include <cstring>

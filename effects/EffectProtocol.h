@@ -1,7 +1,7 @@
 #pragma once
 
-#include "playback/records/Glyph.h"
-#include "playback/records/TextRecord.h"
+#include "records/Glyph.h"
+#include "records/TextRecord.h"
 
 #include <cstddef>
 #include <cstdint>

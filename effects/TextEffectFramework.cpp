@@ -1,7 +1,7 @@
 #include "effects/TextEffectFramework.h"
 
 #include "platform/CodePage.h"
-#include "playback/records/CaptionFont.h"
+#include "records/CaptionFont.h"
 
 #include <algorithm>
 #include <cmath>

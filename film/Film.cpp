@@ -1,6 +1,6 @@
 #include "film/Film.h"
 
-#include "playback/records/CaptionFont.h"
+#include "records/CaptionFont.h"
 #include "platform/Path.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "playback/records/TextRecord.h"
+#include "records/TextRecord.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/Font.h"
-#include "playback/records/CaptionFont.h"
-#include "playback/records/Glyph.h"
-#include "playback/records/TextRecord.h"
+#include "records/CaptionFont.h"
+#include "records/Glyph.h"
+#include "records/TextRecord.h"
 
 #include <cstdint>
 #include <span>

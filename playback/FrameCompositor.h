@@ -3,8 +3,8 @@
 #include "effects/EffectRegistry.h"
 #include "platform/Presenter.h"
 #include "playback/Rect.h"
-#include "playback/records/Glyph.h"
-#include "playback/records/TextRecord.h"
+#include "records/Glyph.h"
+#include "records/TextRecord.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // Writes the fuzz seed corpus for the caption fuzzer into the folder given as the argument: a caption
 // record, one byte of text-effect row, 16-bit progress n and d, then the text.
-#include "playback/records/TextRecord.h"
+#include "records/TextRecord.h"
 #include "tests/support/WriteFile.h"
 
 #include <cstdio>

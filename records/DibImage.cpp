@@ -1,4 +1,4 @@
-#include "playback/records/DibImage.h"
+#include "records/DibImage.h"
 
 #include "base/StrCat.h"
 

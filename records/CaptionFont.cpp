@@ -1,4 +1,4 @@
-#include "playback/records/CaptionFont.h"
+#include "records/CaptionFont.h"
 
 #include "platform/CodePage.h"
 #include "platform/FontCatalog.h"

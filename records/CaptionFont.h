@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Font.h"
-#include "playback/records/TextRecord.h"
+#include "records/TextRecord.h"
 
 namespace lumenar::records {
 

@@ -1,5 +1,5 @@
-#include "playback/records/CaptionFont.h"
-#include "playback/records/DibImage.h"
+#include "records/CaptionFont.h"
+#include "records/DibImage.h"
 
 #include <gtest/gtest.h>
 
