@@ -74,7 +74,8 @@ bool ParseSize(const std::string& text, long long& width, long long& height)
 // Nearest-neighbour stretch of a bottom-up picture to a new size.
 platform::BgrxPicture Stretch(const platform::BgrxPicture& in, int width, int height)
 {
-    platform::BgrxPicture out{width, height, std::vector<std::uint8_t>(static_cast<std::size_t>(width) * height * 4)};
+    platform::BgrxPicture out{width, height,
+                              std::vector<std::uint8_t>(static_cast<std::size_t>(width) * height * 4)};
     for (int y = 0; y < height; ++y) {
         const int fromY = static_cast<int>(static_cast<std::int64_t>(y) * in.height / height);
         for (int x = 0; x < width; ++x) {
@@ -224,8 +225,9 @@ int CaptionCommand(Args args)
     record.extentWidth = extent[0];
     record.extentHeight = extent[1];
     if (glyphsOnly) {
-        const std::string json = CaptionLayoutJson(extent[0], extent[1], info.metrics,
-                                                   std::span<const records::Glyph>(glyphs.data(), static_cast<std::size_t>(count)));
+        const std::string json = CaptionLayoutJson(
+            extent[0], extent[1], info.metrics,
+            std::span<const records::Glyph>(glyphs.data(), static_cast<std::size_t>(count)));
         std::printf("%s\n", json.c_str());
         return 0;
     }

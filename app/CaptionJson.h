@@ -13,7 +13,7 @@ namespace lumenar::app {
 /// {"extent":[width,height],"ascent":N,"descent":N,"height":N,
 ///  "glyphs":[{"code":N,"line":N,"gx":N,"gy":N,"cw":N,"ch":N},...]}
 /// `metrics` are the ones the layout used (halved from its double-size measuring). No final newline.
-std::string CaptionLayoutJson(std::int32_t extentWidth, std::int32_t extentHeight, const platform::TextMetrics& metrics,
-                              std::span<const records::Glyph> glyphs);
+std::string CaptionLayoutJson(std::int32_t extentWidth, std::int32_t extentHeight,
+                              const platform::TextMetrics& metrics, std::span<const records::Glyph> glyphs);
 
 } // namespace lumenar::app

@@ -75,7 +75,8 @@ int DecodeCommand(Args args)
     std::ifstream in(input, std::ios::binary);
     if (!in)
         return Fail(input, std::strerror(errno));
-    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in),
+                                          std::istreambuf_iterator<char>()};
     codec::Photo photo;
     if (codec::DecodePhoto(photo, bytes, options) != 1)
         return Fail(input, "not a photo the player can decode (no baseline frame with three components, or "

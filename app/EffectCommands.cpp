@@ -23,7 +23,8 @@ constexpr const char* kEffectHelp =
     "usage: lumenar effect --picture N --from A --to B --progress n/d [--seed S] -o OUT\n"
     "\n"
     "Renders one frame of picture-effect row N going from picture A to picture B (PNG, BMP or JPEG\n"
-    "files of the same size) at progress n/d, and writes it to OUT (.png, .bmp or .ppm). Rows past the table run\n"
+    "files of the same size) at progress n/d, and writes it to OUT (.png, .bmp or .ppm). Rows past the table "
+    "run\n"
     "the random row; negative rows run row 0.\n"
     "\n"
     "options:\n"
@@ -42,7 +43,8 @@ int EffectsCommand(Args args)
         return Fail(args[0], "effects takes no arguments (try 'lumenar effects --help')");
     }
     effects::EffectRegistry registry;
-    if (registry.LoadNames(effects::kPictureTable, true) == 0 || registry.LoadNames(effects::kTextTable, true) == 0)
+    if (registry.LoadNames(effects::kPictureTable, true) == 0 ||
+        registry.LoadNames(effects::kTextTable, true) == 0)
         return Fail("effects", "the effect names file (effect-names.txt next to lumenar) is missing");
     for (int table : {effects::kPictureTable, effects::kTextTable}) {
         const int count = table == effects::kPictureTable ? registry.PictureCount() : registry.TextCount();
@@ -50,8 +52,9 @@ int EffectsCommand(Args args)
             const effects::EffectRowDescription d = registry.Describe(table, row);
             const bool random = d.built == effects::Built::Random;
             // The random row's own columns are empty: what it runs is drawn anew for every transition.
-            std::printf("%s\t%d\t%s\t0x%02X\t%d\t%d\t%s\t%s\n", table == effects::kPictureTable ? "picture" : "text",
-                        row, d.procName, random ? 0u : d.direction, random ? 0 : d.variant, d.number, d.name.c_str(),
+            std::printf("%s\t%d\t%s\t0x%02X\t%d\t%d\t%s\t%s\n",
+                        table == effects::kPictureTable ? "picture" : "text", row, d.procName,
+                        random ? 0u : d.direction, random ? 0 : d.variant, d.number, d.name.c_str(),
                         d.built == effects::Built::NotYet ? "not-built" : "built");
         }
     }
@@ -111,7 +114,8 @@ int EffectCommand(Args args)
     if (haveSeed)
         effects::EffectRegistry::FixSeed(static_cast<std::uint32_t>(seed));
     effects::EffectRegistry registry;
-    platform::BgrxPicture frame{source->width, source->height, std::vector<std::uint8_t>(source->pixels.size())};
+    platform::BgrxPicture frame{source->width, source->height,
+                                std::vector<std::uint8_t>(source->pixels.size())};
     effects::EffectParams block{};
     block.source = source->pixels.data();
     block.target = target->pixels.data();

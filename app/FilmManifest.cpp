@@ -231,10 +231,11 @@ struct Builder
                 // with halved chroma is stored in rows of whole 16-pixel units: such a photo shows
                 // sheared unless its width rounds up to a multiple of 16.
                 if (size->lumaH == 2 && ((size->width + 7) / 8) % 2 == 1)
-                    out.warnings.push_back(StrCat("photo ", words[1], " is ", size->width,
-                                                  " pixels wide with halved chroma: the player shows it sheared "
-                                                  "(encode it at 4:4:4, e.g. cjpeg -sample 1x1, or make it a "
-                                                  "multiple of 16 pixels wide)"));
+                    out.warnings.push_back(
+                        StrCat("photo ", words[1], " is ", size->width,
+                               " pixels wide with halved chroma: the player shows it sheared "
+                               "(encode it at 4:4:4, e.g. cjpeg -sample 1x1, or make it a "
+                               "multiple of 16 pixels wide)"));
             }
             return {};
         }

@@ -70,12 +70,13 @@ int Run(int argc, char** argv)
         return 0;
     }
     if (name == "--version") {
-        std::printf("lumenar 0.1\nplayback: film streams from files and http, https and file addresses, photo items "
-                    "with masks, picture transitions, captions, narration\n"
-                    "not yet built: the picture and text effect rows 'lumenar effects' lists as not-built, "
-                    "the background-music controller (the control never starts it)\n"
-                    "stand-ins: %.*s\n",
-                    static_cast<int>(playback::kPlayersSummary.size()), playback::kPlayersSummary.data());
+        std::printf(
+            "lumenar 0.1\nplayback: film streams from files and http, https and file addresses, photo items "
+            "with masks, picture transitions, captions, narration\n"
+            "not yet built: the picture and text effect rows 'lumenar effects' lists as not-built, "
+            "the background-music controller (the control never starts it)\n"
+            "stand-ins: %.*s\n",
+            static_cast<int>(playback::kPlayersSummary.size()), playback::kPlayersSummary.data());
         return 0;
     }
     const std::vector<std::string> args(argv + 2, argv + argc);

@@ -91,7 +91,8 @@ int NarrationCommand(Args args)
         if (!packed.ok())
             return Fail(input, packed.error().message);
         std::ofstream out(output, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(packed->data()), static_cast<std::streamsize>(packed->size()));
+        out.write(reinterpret_cast<const char*>(packed->data()),
+                  static_cast<std::streamsize>(packed->size()));
         if (!out)
             return Fail(output, "cannot write the packed narration");
         return 0;

@@ -94,8 +94,8 @@ private:
         frame.picture.pixels.resize(row * std::size_t(height));
         // The sink hands rows top first; the picture holds them bottom first.
         for (int y = 0; y < height; ++y)
-            std::memcpy(frame.picture.pixels.data() + std::size_t(height - 1 - y) * row, bgrx + std::size_t(y) * row,
-                        row);
+            std::memcpy(frame.picture.pixels.data() + std::size_t(height - 1 - y) * row,
+                        bgrx + std::size_t(y) * row, row);
         {
             std::lock_guard guard(lock_);
             frame.number = taken_++;
@@ -178,7 +178,8 @@ bool HasScheme(const std::string& address)
 {
     const std::size_t colon = address.find("://");
     return colon != std::string::npos && colon > 0 &&
-           address.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-.") >= colon;
+           address.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-.") >=
+               colon;
 }
 
 // A local film is checked before the control gets it: a file that holds no film marker would

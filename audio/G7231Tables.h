@@ -16,7 +16,8 @@ extern const std::int16_t kLspBand0[256][3];
 extern const std::int16_t kLspBand1[256][3];
 /// Residual codebook for pairs 6-9, by the band's 8-bit index.
 extern const std::int16_t kLspBand2[256][4];
-/// 5-tap pitch predictor gains (Q14, columns 0-4; the rest serve the encoder), for 6.3 kbit/s subframes whose lag is below 58.
+/// 5-tap pitch predictor gains (Q14, columns 0-4; the rest serve the encoder), for 6.3 kbit/s subframes whose
+/// lag is below 58.
 extern const std::int16_t kAdaptiveGain85[85][20];
 /// 5-tap pitch predictor gains (Q14, columns 0-4), for every other subframe.
 extern const std::int16_t kAdaptiveGain170[170][20];

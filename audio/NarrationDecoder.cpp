@@ -25,23 +25,23 @@ constexpr int kCngMaxGain = 5000;
 
 // The random generator's table as it stands when the process starts.
 constexpr std::array<std::uint16_t, 250> kRandomStart = {
-    15301, 57764, 10921, 56345, 19316, 43154, 54727, 49252, 32360, 49582, 26124, 25833, 34404, 11030, 26232, 13965,
-    16051, 63635, 55860, 5184, 15931, 39782, 16845, 11371, 38624, 10328, 9139, 1684, 48668, 59388, 13297, 1364,
-    56028, 15687, 63279, 27771, 5277, 44628, 31973, 46977, 16327, 23408, 36065, 52272, 33610, 61549, 58364, 3472,
-    21367, 56357, 56345, 54035, 7712, 55884, 39774, 10241, 50164, 47995, 1718, 46887, 47892, 6010, 29575, 54972,
-    30458, 21966, 54449, 10387, 4492, 644, 57031, 41607, 61820, 54588, 40849, 54052, 59875, 43128, 50370, 44691,
-    286, 12071, 3574, 61384, 15592, 45677, 9711, 23022, 35256, 45493, 48913, 146, 9053, 5881, 36635, 43280, 53464,
-    8529, 34344, 64955, 38266, 12730, 101, 16208, 12607, 58921, 22036, 8221, 31337, 11984, 20290, 26734, 19552, 48,
-    31940, 43448, 34762, 53344, 60664, 12809, 57318, 17436, 44730, 19375, 30, 17425, 14117, 5416, 23853, 55783,
-    57995, 32074, 26526, 2192, 11447, 11, 53446, 35152, 64610, 64883, 26899, 25357, 7667, 3577, 39414, 51161, 4,
-    58427, 57342, 58557, 53233, 1066, 29237, 36808, 19370, 17493, 37568, 3, 61468, 38876, 17586, 64937, 21716,
-    56472, 58160, 44955, 55221, 63880, 1, 32200, 62066, 22911, 24090, 10438, 40783, 36364, 14999, 2489, 43284,
-    9898, 39612, 9245, 593, 34857, 41054, 30162, 65497, 53340, 27209, 45417, 37497, 4612, 58397, 52910, 56313,
-    62716, 22377, 40310, 15190, 34471, 64005, 18090, 11326, 50839, 62901, 59284, 5580, 15231, 9467, 13161, 58500,
-    7259, 317, 50968, 2962, 23006, 32280, 6994, 18751, 5148, 52739, 49370, 51892, 18552, 52264, 54031, 2804, 17360,
-    1919, 19639, 2323, 9448, 43821, 11022, 45500, 31509, 49180, 35598, 38883, 19754, 987, 11521, 55494, 38056,
-    20664, 2629, 50986, 31009, 54043, 59743
-};
+    15301, 57764, 10921, 56345, 19316, 43154, 54727, 49252, 32360, 49582, 26124, 25833, 34404, 11030, 26232,
+    13965, 16051, 63635, 55860, 5184,  15931, 39782, 16845, 11371, 38624, 10328, 9139,  1684,  48668, 59388,
+    13297, 1364,  56028, 15687, 63279, 27771, 5277,  44628, 31973, 46977, 16327, 23408, 36065, 52272, 33610,
+    61549, 58364, 3472,  21367, 56357, 56345, 54035, 7712,  55884, 39774, 10241, 50164, 47995, 1718,  46887,
+    47892, 6010,  29575, 54972, 30458, 21966, 54449, 10387, 4492,  644,   57031, 41607, 61820, 54588, 40849,
+    54052, 59875, 43128, 50370, 44691, 286,   12071, 3574,  61384, 15592, 45677, 9711,  23022, 35256, 45493,
+    48913, 146,   9053,  5881,  36635, 43280, 53464, 8529,  34344, 64955, 38266, 12730, 101,   16208, 12607,
+    58921, 22036, 8221,  31337, 11984, 20290, 26734, 19552, 48,    31940, 43448, 34762, 53344, 60664, 12809,
+    57318, 17436, 44730, 19375, 30,    17425, 14117, 5416,  23853, 55783, 57995, 32074, 26526, 2192,  11447,
+    11,    53446, 35152, 64610, 64883, 26899, 25357, 7667,  3577,  39414, 51161, 4,     58427, 57342, 58557,
+    53233, 1066,  29237, 36808, 19370, 17493, 37568, 3,     61468, 38876, 17586, 64937, 21716, 56472, 58160,
+    44955, 55221, 63880, 1,     32200, 62066, 22911, 24090, 10438, 40783, 36364, 14999, 2489,  43284, 9898,
+    39612, 9245,  593,   34857, 41054, 30162, 65497, 53340, 27209, 45417, 37497, 4612,  58397, 52910, 56313,
+    62716, 22377, 40310, 15190, 34471, 64005, 18090, 11326, 50839, 62901, 59284, 5580,  15231, 9467,  13161,
+    58500, 7259,  317,   50968, 2962,  23006, 32280, 6994,  18751, 5148,  52739, 49370, 51892, 18552, 52264,
+    54031, 2804,  17360, 1919,  19639, 2323,  9448,  43821, 11022, 45500, 31509, 49180, 35598, 38883, 19754,
+    987,   11521, 55494, 38056, 20664, 2629,  50986, 31009, 54043, 59743};
 
 // Wraps a wide intermediate to 32 bits, as 32-bit registers would.
 std::int32_t Wrap32(std::int64_t value)
@@ -90,7 +90,10 @@ __int128 SquareRoot(__int128 value)
     return root;
 }
 
-__int128 Magnitude(__int128 value) { return value < 0 ? -value : value; }
+__int128 Magnitude(__int128 value)
+{
+    return value < 0 ? -value : value;
+}
 
 void ReportSizeUnmatch()
 {
@@ -103,12 +106,12 @@ void ReportSizeUnmatch()
 struct NarrationDecoder::Frame
 {
     int type = 0;
-    std::array<int, 3> lspIndex{};     // By band: pairs 0-2, 3-5, 6-9.
-    std::array<int, 2> openLoopLag{};  // Per half frame.
-    std::array<int, 4> lag{};          // Per subframe: the open-loop lag plus the subframe's delta.
-    std::array<int, 4> gainIndex{};    // Row of the adaptive gain table.
-    std::array<int, 4> ampIndex{};     // Entry of the fixed gain table.
-    std::array<bool, 4> smallTable{};  // The 85-row adaptive gain table applies.
+    std::array<int, 3> lspIndex{};    // By band: pairs 0-2, 3-5, 6-9.
+    std::array<int, 2> openLoopLag{}; // Per half frame.
+    std::array<int, 4> lag{};         // Per subframe: the open-loop lag plus the subframe's delta.
+    std::array<int, 4> gainIndex{};   // Row of the adaptive gain table.
+    std::array<int, 4> ampIndex{};    // Entry of the fixed gain table.
+    std::array<bool, 4> smallTable{}; // The 85-row adaptive gain table applies.
     std::array<bool, 4> pulseTrain{};
     std::array<int, 4> grid{};
     std::array<std::uint32_t, 4> pulsePosition{};
@@ -135,9 +138,11 @@ void NarrationDecoder::Reset()
 int NarrationDecoder::Random(int n)
 {
     std::uint16_t& word = randomWords_[static_cast<std::size_t>(randomIndex_)];
-    word = static_cast<std::uint16_t>(word ^ randomWords_[static_cast<std::size_t>(
-                                                 randomIndex_ < 147 ? randomIndex_ + 103 : randomIndex_ - 147)]);
-    const int result = static_cast<int>((static_cast<std::uint32_t>(word) * static_cast<std::uint32_t>(n)) >> 16);
+    word = static_cast<std::uint16_t>(
+        word ^
+        randomWords_[static_cast<std::size_t>(randomIndex_ < 147 ? randomIndex_ + 103 : randomIndex_ - 147)]);
+    const int result =
+        static_cast<int>((static_cast<std::uint32_t>(word) * static_cast<std::uint32_t>(n)) >> 16);
     randomIndex_ = randomIndex_ == 249 ? 0 : randomIndex_ + 1;
     return result;
 }
@@ -233,7 +238,8 @@ void NarrationDecoder::DequantiseLsp(const Frame& frame, std::array<std::int32_t
     lsp = previousLsp_; // Still crowded after every pass: keep the last stable filter.
 }
 
-void NarrationDecoder::AdaptivePart(int subframe, int lag, const std::int16_t* gainRow, std::int32_t* out) const
+void NarrationDecoder::AdaptivePart(int subframe, int lag, const std::int16_t* gainRow,
+                                    std::int32_t* out) const
 {
     // A forbidden lag code can name a lag longer than the history before the first subframe.
     lag = std::min(lag, kHistory + kSubframeSamples * subframe - 2);
@@ -299,10 +305,11 @@ void NarrationDecoder::SpeechExcitation(const Frame& frame)
             const int period = lag + g7231::kSharpLagOffset[gi];
             if (lag < kSubframeSamples && period < kSubframeSamples) {
                 for (int n = period; n < kSubframeSamples; ++n)
-                    fixed[static_cast<std::size_t>(n)] = Wrap32(
-                        fixed[static_cast<std::size_t>(n)] +
-                        ((static_cast<std::int64_t>(fixed[static_cast<std::size_t>(n - period)]) * g7231::kSharpGain[gi]) >>
-                         15));
+                    fixed[static_cast<std::size_t>(n)] =
+                        Wrap32(fixed[static_cast<std::size_t>(n)] +
+                               ((static_cast<std::int64_t>(fixed[static_cast<std::size_t>(n - period)]) *
+                                 g7231::kSharpGain[gi]) >>
+                                15));
             }
         }
         for (int n = 0; n < kSubframeSamples; ++n)
@@ -324,7 +331,8 @@ void NarrationDecoder::ComfortNoise(const Frame& frame)
         const int gain0 = Random(50);
         const int gain1 = Random(50);
         AdaptivePart(2 * half, lag, g7231::kAdaptiveGain170[gain0], e);
-        AdaptivePart(2 * half + 1, half == 0 ? lag : lag + 3, g7231::kAdaptiveGain170[gain1], e + kSubframeSamples);
+        AdaptivePart(2 * half + 1, half == 0 ? lag : lag + 3, g7231::kAdaptiveGain170[gain1],
+                     e + kSubframeSamples);
 
         const int r = Random(4096);
         const int grid = r & 1;
@@ -375,8 +383,8 @@ void NarrationDecoder::ComfortNoise(const Frame& frame)
         x = std::min<__int128>(x, kCngMaxGain);
         for (std::size_t p = 0; p < 11; ++p) {
             std::int32_t& sample = e[positions[p]];
-            sample = static_cast<std::int32_t>(
-                static_cast<std::uint32_t>(static_cast<std::uint64_t>(static_cast<__int128>(sample) + amplitudes[p] * x)));
+            sample = static_cast<std::int32_t>(static_cast<std::uint32_t>(
+                static_cast<std::uint64_t>(static_cast<__int128>(sample) + amplitudes[p] * x)));
         }
     }
 }
@@ -402,7 +410,8 @@ std::array<std::int32_t, 10> LspToFilter(const std::array<std::int32_t, 10>& lsp
         p[2] = static_cast<float>(c1 * c0 + 2.0);
         for (std::size_t k = 2; k <= 4; ++k) {
             const double cc = c[first + 2 * k];
-            p[k + 1] = static_cast<float>(2.0 * static_cast<double>(p[k - 1]) + cc * static_cast<double>(p[k]));
+            p[k + 1] =
+                static_cast<float>(2.0 * static_cast<double>(p[k - 1]) + cc * static_cast<double>(p[k]));
             for (std::size_t j = k; j >= 2; --j)
                 p[j] = static_cast<float>((cc * static_cast<double>(p[j - 1]) + static_cast<double>(p[j])) +
                                           static_cast<double>(p[j - 2]));
@@ -415,21 +424,27 @@ std::array<std::int32_t, 10> LspToFilter(const std::array<std::int32_t, 10>& lsp
     std::array<std::int32_t, 10> a;
     for (std::size_t i = 0; i < 5; ++i) {
         const float sum = static_cast<float>(static_cast<double>(p[i + 1]) + static_cast<double>(p[i]));
-        const float difference = static_cast<float>(static_cast<double>(q[i]) - static_cast<double>(q[i + 1]));
-        const float low = static_cast<float>((static_cast<double>(sum) - static_cast<double>(difference)) * -0.5);
-        const float high = static_cast<float>((static_cast<double>(sum) + static_cast<double>(difference)) * -0.5);
+        const float difference =
+            static_cast<float>(static_cast<double>(q[i]) - static_cast<double>(q[i + 1]));
+        const float low =
+            static_cast<float>((static_cast<double>(sum) - static_cast<double>(difference)) * -0.5);
+        const float high =
+            static_cast<float>((static_cast<double>(sum) + static_cast<double>(difference)) * -0.5);
         a[i] = static_cast<std::int32_t>(static_cast<double>(low) * 8192.0);
         a[9 - i] = static_cast<std::int32_t>(static_cast<double>(high) * 8192.0);
     }
     return a;
 }
 
-void NarrationDecoder::Synthesise(const std::array<std::int32_t, 10>& lsp, int subframe, std::int16_t* samples)
+void NarrationDecoder::Synthesise(const std::array<std::int32_t, 10>& lsp, int subframe,
+                                  std::int16_t* samples)
 {
     const auto a = LspToFilter(lsp);
-    const std::int32_t* input = &excitation_[static_cast<std::size_t>(kHistory + kSubframeSamples * subframe)];
+    const std::int32_t* input =
+        &excitation_[static_cast<std::size_t>(kHistory + kSubframeSamples * subframe)];
     for (int n = 0; n < kSubframeSamples; ++n) {
-        const auto x = static_cast<std::int16_t>(static_cast<std::uint16_t>(static_cast<std::uint32_t>(input[n])));
+        const auto x =
+            static_cast<std::int16_t>(static_cast<std::uint16_t>(static_cast<std::uint32_t>(input[n])));
         std::int64_t sum = 0;
         for (std::size_t k = 0; k < 10; ++k)
             sum += static_cast<std::int64_t>(a[k]) * synthesisMemory_[k];
@@ -487,7 +502,8 @@ int NarrationDecoder::DecodeFrame(unsigned /*flags*/, std::span<const std::uint8
 }
 
 std::size_t NarrationDecoder::DecodePacket(std::span<const std::uint8_t, kPacketWorkBytes> payload,
-                                           std::uint32_t frameTypes, std::span<std::uint8_t, kPacketPcmBytes> out)
+                                           std::uint32_t frameTypes,
+                                           std::span<std::uint8_t, kPacketPcmBytes> out)
 {
     // Compatibility: only the first half is cleared up front; every byte is written below anyway.
     std::memset(out.data(), 0, kPacketPcmBytes / 2);
@@ -515,11 +531,13 @@ std::size_t NarrationDecoder::DecodePacket(std::span<const std::uint8_t, kPacket
 }
 
 std::size_t NarrationDecoder::LoadPacket(std::span<const std::uint8_t> chunk, std::size_t position,
-                                         std::span<std::uint8_t, kPacketWorkBytes> work, std::uint32_t& frameTypes)
+                                         std::span<std::uint8_t, kPacketWorkBytes> work,
+                                         std::uint32_t& frameTypes)
 {
     base::ByteReader reader(chunk.subspan(position));
     if (reader.Remaining() < kPacketHeaderBytes) {
-        platform::DebugTrace(base::StrCat("narration chunk ends inside the packet header at offset ", position, "\n"));
+        platform::DebugTrace(
+            base::StrCat("narration chunk ends inside the packet header at offset ", position, "\n"));
         return kNoPacket;
     }
     (void)reader.Skip(2);
@@ -528,7 +546,8 @@ std::size_t NarrationDecoder::LoadPacket(std::span<const std::uint8_t> chunk, st
     std::size_t copy = payloadBytes;
     if (copy > kPacketWorkBytes) {
         platform::DebugTrace(base::StrCat("narration packet at offset ", position, " has ", payloadBytes,
-                                          " payload bytes; only the first ", kPacketWorkBytes, " are decoded\n"));
+                                          " payload bytes; only the first ", kPacketWorkBytes,
+                                          " are decoded\n"));
         copy = kPacketWorkBytes;
     }
     if (copy > reader.Remaining()) {
@@ -595,7 +614,8 @@ int DecodeNarration(std::span<const std::uint8_t> data, const std::string& fileN
     }
     auto putU32 = [&file](long at, std::uint32_t value) {
         const std::uint8_t b[4] = {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
-                                   static_cast<std::uint8_t>(value >> 16), static_cast<std::uint8_t>(value >> 24)};
+                                   static_cast<std::uint8_t>(value >> 16),
+                                   static_cast<std::uint8_t>(value >> 24)};
         return std::fseek(file.get(), at, SEEK_SET) == 0 && std::fwrite(b, 1, 4, file.get()) == 4;
     };
     ok = putU32(4, static_cast<std::uint32_t>(dataBytes + 36));

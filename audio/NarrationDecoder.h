@@ -22,7 +22,8 @@ inline constexpr std::size_t kPacketPcmBytes = kPacketFrames * kFrameSamples * 2
 inline constexpr std::size_t kWaveHeaderBytes = 44;
 
 /// Frame kinds of a packet's frameTypes word (two bits per frame).
-enum class FrameKind : unsigned {
+enum class FrameKind : unsigned
+{
     Empty = 0,         ///< No bytes; repeats the previous frame's samples.
     Untransmitted = 1, ///< 1 byte.
     Silence = 2,       ///< A 4-byte silence description.
@@ -31,7 +32,8 @@ enum class FrameKind : unsigned {
 
 /// `DecodeFrame` flags. Neither is built: the narration never asks for them, and a frame decoded with
 /// either set is decoded exactly as with 0.
-enum DecodeFlags : unsigned {
+enum DecodeFlags : unsigned
+{
     kDecodeConceal = 1,    ///< Frame-erasure concealment: not built, ignored.
     kDecodePostfilter = 2, ///< Postfilter: not built, ignored.
 };
@@ -52,20 +54,20 @@ public:
     /// Decodes one frame from `frame` (its size is the bytes available) into 240 samples. Returns the
     /// bytes the frame occupies by its own type (24, 20, 4 or 1), or -1, leaving `samples` untouched,
     /// when fewer bytes are available. `flags`: see DecodeFlags (both are ignored).
-    int DecodeFrame(unsigned flags, std::span<const std::uint8_t> frame, std::span<std::int16_t, kFrameSamples> samples);
+    int DecodeFrame(unsigned flags, std::span<const std::uint8_t> frame,
+                    std::span<std::int16_t, kFrameSamples> samples);
 
     /// Decodes the 16 frames of one packet whose payload was copied into the zeroed work area, and
     /// writes 16 x 240 samples (signed 16-bit little-endian) into `out`. A frame whose size does not
     /// match its kind shows "Decode size unmatch" through the current message sink, and decoding goes
     /// on. Returns the bytes written (always kPacketPcmBytes).
-    std::size_t DecodePacket(std::span<const std::uint8_t, kPacketWorkBytes> payload, std::uint32_t frameTypes,
-                             std::span<std::uint8_t, kPacketPcmBytes> out);
+    std::size_t DecodePacket(std::span<const std::uint8_t, kPacketWorkBytes> payload,
+                             std::uint32_t frameTypes, std::span<std::uint8_t, kPacketPcmBytes> out);
 
     /// Decodes a whole compressed chunk (a series of packets) and calls `sink` with each packet's PCM.
     /// Resets first. A chunk that ends inside a packet stops there (the payload read so far decodes as
     /// if the rest were zero); a payload longer than the work area is cut to it. Both leave a debug line.
-    template <typename Sink>
-    void DecodeChunk(std::span<const std::uint8_t> chunk, Sink&& sink)
+    template <typename Sink> void DecodeChunk(std::span<const std::uint8_t> chunk, Sink&& sink)
     {
         Reset();
         std::array<std::uint8_t, kPacketWorkBytes> work;

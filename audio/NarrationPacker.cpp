@@ -28,9 +28,9 @@ base::Result<std::vector<std::uint8_t>> PackFrames(std::span<const std::uint8_t>
                              base::StrCat("frame ", frameNumber, " at offset ", position,
                                           " is a 5.3 kbit/s frame, which narration packets cannot carry")};
             if (frames.size() - position < kBytes[type])
-                return Error{ErrorCode::Truncated, base::StrCat("frame ", frameNumber, " at offset ", position, " needs ",
-                                                                kBytes[type], " bytes, only ",
-                                                                frames.size() - position, " left")};
+                return Error{ErrorCode::Truncated,
+                             base::StrCat("frame ", frameNumber, " at offset ", position, " needs ",
+                                          kBytes[type], " bytes, only ", frames.size() - position, " left")};
             out.insert(out.end(), frames.begin() + static_cast<std::ptrdiff_t>(position),
                        frames.begin() + static_cast<std::ptrdiff_t>(position + kBytes[type]));
             frameTypes |= kKind[type] << (2 * i);
@@ -41,7 +41,8 @@ base::Result<std::vector<std::uint8_t>> PackFrames(std::span<const std::uint8_t>
         out[packetStart + 2] = static_cast<std::uint8_t>(payloadBytes);
         out[packetStart + 3] = static_cast<std::uint8_t>(payloadBytes >> 8);
         for (int b = 0; b < 4; ++b)
-            out[packetStart + 4 + static_cast<std::size_t>(b)] = static_cast<std::uint8_t>(frameTypes >> (8 * b));
+            out[packetStart + 4 + static_cast<std::size_t>(b)] =
+                static_cast<std::uint8_t>(frameTypes >> (8 * b));
     }
     return out;
 }

@@ -30,15 +30,16 @@ base::Result<WaveChunks> FindWaveChunks(std::span<const std::uint8_t> file)
             return Error{ErrorCode::BadData, base::StrCat("no ", haveFormat ? "\"data\"" : "\"fmt \"",
                                                           " chunk before the RIFF length ends at ", end)};
         if (at + 8 > file.size())
-            return Error{ErrorCode::Truncated, base::StrCat("chunk header at offset ", at, " is past the file's ",
-                                                            file.size(), " bytes")};
+            return Error{ErrorCode::Truncated, base::StrCat("chunk header at offset ", at,
+                                                            " is past the file's ", file.size(), " bytes")};
         base::ByteReader chunk(file.subspan(static_cast<std::size_t>(at)));
         const auto id = chunk.ReadBytes(4).value();
         const std::uint32_t length = chunk.ReadU32LE().value();
         const std::size_t available = chunk.Remaining();
         if (!haveFormat && std::memcmp(id.data(), "fmt ", 4) == 0) {
             if (length < 14)
-                return Error{ErrorCode::BadData, base::StrCat("\"fmt \" chunk of ", length, " bytes (14 needed)")};
+                return Error{ErrorCode::BadData,
+                             base::StrCat("\"fmt \" chunk of ", length, " bytes (14 needed)")};
             if (available < 14)
                 return Error{ErrorCode::Truncated, "\"fmt \" chunk is cut short"};
             auto& f = out.format;
@@ -52,8 +53,8 @@ base::Result<WaveChunks> FindWaveChunks(std::span<const std::uint8_t> file)
         } else if (!haveData && std::memcmp(id.data(), "data", 4) == 0) {
             std::size_t bytes = length;
             if (bytes > available) {
-                platform::DebugTrace(base::StrCat("wave data chunk claims ", length, " bytes, ", available,
-                                                  " are there\n"));
+                platform::DebugTrace(
+                    base::StrCat("wave data chunk claims ", length, " bytes, ", available, " are there\n"));
                 bytes = available;
             }
             out.data = file.subspan(static_cast<std::size_t>(at) + 8, bytes);

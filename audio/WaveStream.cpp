@@ -49,7 +49,8 @@ WaveStream::WaveStream(platform::SoundDevice* device, platform::TimerService& ti
     : device_(device), tempFolder_(std::move(tempFolder))
 {
     const platform::TimerCaps caps = timers.Caps();
-    const std::uint32_t resolution = std::min(std::max(kWatchResolutionMs, caps.minPeriodMs), caps.maxPeriodMs);
+    const std::uint32_t resolution =
+        std::min(std::max(kWatchResolutionMs, caps.minPeriodMs), caps.maxPeriodMs);
     watcher_ = timers.StartPeriodic(kWatchPeriodMs, resolution, [this] { WatchBuffer(); });
 }
 
@@ -81,7 +82,8 @@ int WaveStream::AppendWaveData(std::span<const std::uint8_t> data)
         return 1;
     }
     std::error_code error;
-    std::filesystem::permissions(*path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write,
+    std::filesystem::permissions(*path,
+                                 std::filesystem::perms::owner_read | std::filesystem::perms::owner_write,
                                  std::filesystem::perm_options::add, error);
     bool written = false;
     if (!error) {
@@ -137,8 +139,8 @@ base::Status WaveStream::CreateBuffer(std::span<const std::uint8_t> file)
     const auto bytes = base::CheckedMul<std::uint32_t>(kBufferSeconds, chunks.format.avgBytesPerSec);
     if (!bytes || *bytes == 0)
         return base::Error{base::ErrorCode::TooLarge,
-                           base::StrCat("a buffer of ", kBufferSeconds, " s at ", chunks.format.avgBytesPerSec,
-                                        " bytes per second cannot be made")};
+                           base::StrCat("a buffer of ", kBufferSeconds, " s at ",
+                                        chunks.format.avgBytesPerSec, " bytes per second cannot be made")};
     if (!device_)
         return base::Error{base::ErrorCode::NotFound, "no sound device"};
     auto buffer = device_->CreateBuffer(chunks.format, *bytes);
@@ -158,7 +160,8 @@ base::Status WaveStream::WriteData(platform::SoundBuffer& buffer, std::span<cons
     writing_.store(true);
     platform::LockedRegions regions;
     const platform::LockResult locked =
-        buffer.Lock(writePos_.load(), static_cast<std::uint32_t>(std::min<std::size_t>(data.size(), UINT32_MAX)), regions);
+        buffer.Lock(writePos_.load(),
+                    static_cast<std::uint32_t>(std::min<std::size_t>(data.size(), UINT32_MAX)), regions);
     if (locked == platform::LockResult::BufferLost) {
         // The regions of a failed lock are not ours to write; the chunk is dropped.
         const bool restored = buffer.Restore();
@@ -168,12 +171,14 @@ base::Status WaveStream::WriteData(platform::SoundBuffer& buffer, std::span<cons
     }
     if (locked != platform::LockResult::Ok) {
         writing_.store(false);
-        return base::Error{base::ErrorCode::Io, base::StrCat("cannot lock ", data.size(), " bytes at ", writePos_.load())};
+        return base::Error{base::ErrorCode::Io,
+                           base::StrCat("cannot lock ", data.size(), " bytes at ", writePos_.load())};
     }
     const std::size_t first = std::min<std::size_t>(data.size(), regions.firstBytes);
     std::memcpy(regions.first, data.data(), first);
     if (regions.second != nullptr)
-        std::memcpy(regions.second, data.data() + first, std::min<std::size_t>(data.size() - first, regions.secondBytes));
+        std::memcpy(regions.second, data.data() + first,
+                    std::min<std::size_t>(data.size() - first, regions.secondBytes));
     buffer.Unlock(regions);
 
     previousWritePos_.store(writePos_.load());

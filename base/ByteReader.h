@@ -24,8 +24,8 @@ public:
     Result<std::span<const std::uint8_t>> ReadBytes(std::size_t count)
     {
         if (count > Remaining())
-            return Error{ErrorCode::Truncated,
-                         StrCat("need ", count, " bytes at offset ", offset_, ", only ", Remaining(), " left")};
+            return Error{ErrorCode::Truncated, StrCat("need ", count, " bytes at offset ", offset_, ", only ",
+                                                      Remaining(), " left")};
         auto out = bytes_.subspan(offset_, count);
         offset_ += count;
         return out;
@@ -45,8 +45,7 @@ public:
     Result<std::int32_t> ReadI32LE() { return Read<std::int32_t>(std::endian::little); }
 
 private:
-    template <typename T>
-    Result<T> Read(std::endian order)
+    template <typename T> Result<T> Read(std::endian order)
     {
         auto raw = LUM_TRY(ReadBytes(sizeof(T)));
         using U = std::make_unsigned_t<T>;
@@ -65,7 +64,8 @@ private:
 /// Reads a little-endian 32-bit value at a fixed offset of a record whose size the caller has checked.
 inline std::int32_t LoadI32LE(std::span<const std::uint8_t> bytes, std::size_t offset)
 {
-    std::uint32_t v = static_cast<std::uint32_t>(bytes[offset]) | static_cast<std::uint32_t>(bytes[offset + 1]) << 8 |
+    std::uint32_t v = static_cast<std::uint32_t>(bytes[offset]) |
+                      static_cast<std::uint32_t>(bytes[offset + 1]) << 8 |
                       static_cast<std::uint32_t>(bytes[offset + 2]) << 16 |
                       static_cast<std::uint32_t>(bytes[offset + 3]) << 24;
     return static_cast<std::int32_t>(v);

@@ -6,8 +6,7 @@
 namespace lumenar::base {
 
 /// Multiplies without silent wrap-around: empty when the product does not fit in T.
-template <typename T>
-std::optional<T> CheckedMul(T a, T b)
+template <typename T> std::optional<T> CheckedMul(T a, T b)
 {
     T out;
     if (__builtin_mul_overflow(a, b, &out))
@@ -16,8 +15,7 @@ std::optional<T> CheckedMul(T a, T b)
 }
 
 /// Adds without silent wrap-around: empty when the sum does not fit in T.
-template <typename T>
-std::optional<T> CheckedAdd(T a, T b)
+template <typename T> std::optional<T> CheckedAdd(T a, T b)
 {
     T out;
     if (__builtin_add_overflow(a, b, &out))

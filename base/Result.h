@@ -7,7 +7,8 @@
 namespace lumenar::base {
 
 /// What kind of failure an operation met; the message says the rest.
-enum class ErrorCode {
+enum class ErrorCode
+{
     NotFound,     ///< A file, stream or element does not exist.
     Io,           ///< The system refused a read, write or open.
     BadData,      ///< The input is not what it claims to be.
@@ -25,8 +26,7 @@ struct Error
 };
 
 /// Holds a T or an Error.
-template <typename T>
-class [[nodiscard]] Result
+template <typename T> class [[nodiscard]] Result
 {
 public:
     Result(T value) : state_(std::move(value)) {}
@@ -50,8 +50,7 @@ private:
 };
 
 /// Success or an Error.
-template <>
-class [[nodiscard]] Result<void>
+template <> class [[nodiscard]] Result<void>
 {
 public:
     Result() = default;
@@ -69,21 +68,22 @@ private:
 using Status = Result<void>;
 
 namespace detail {
-template <typename T>
-T TakeValue(Result<T>&& r)
+template <typename T> T TakeValue(Result<T>&& r)
 {
     return std::move(r).value();
 }
-inline void TakeValue(Result<void>&&) {}
+inline void TakeValue(Result<void>&&)
+{
+}
 } // namespace detail
 
 } // namespace lumenar::base
 
 /// Evaluates a Result; on failure returns its Error from the enclosing function, otherwise yields the value.
-#define LUM_TRY(expr)                                                                                    \
-    ({                                                                                                   \
-        auto lumTryResult_ = (expr);                                                                     \
-        if (!lumTryResult_.ok())                                                                         \
-            return lumTryResult_.error();                                                                \
-        ::lumenar::base::detail::TakeValue(std::move(lumTryResult_));                                    \
+#define LUM_TRY(expr)                                                                                        \
+    ({                                                                                                       \
+        auto lumTryResult_ = (expr);                                                                         \
+        if (!lumTryResult_.ok())                                                                             \
+            return lumTryResult_.error();                                                                    \
+        ::lumenar::base::detail::TakeValue(std::move(lumTryResult_));                                        \
     })

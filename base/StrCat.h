@@ -8,8 +8,7 @@ namespace lumenar::base {
 
 /// Concatenates the textual forms of its arguments (as an ostream prints them). Small integer
 /// types print as numbers, not characters.
-template <typename... Args>
-std::string StrCat(const Args&... args)
+template <typename... Args> std::string StrCat(const Args&... args)
 {
     std::ostringstream out;
     auto put = [&out](const auto& value) {

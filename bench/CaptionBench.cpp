@@ -43,7 +43,8 @@ struct Item
     std::vector<std::array<records::Glyph, records::kGlyphBufferGlyphs>> glyphs;
     std::vector<int> counts;
 
-    Item(int captions, int glyphsEach) : records(static_cast<std::size_t>(captions)), glyphs(records.size()), counts(records.size())
+    Item(int captions, int glyphsEach)
+        : records(static_cast<std::size_t>(captions)), glyphs(records.size()), counts(records.size())
     {
         // Lines of at most 32 characters.
         std::string text;

@@ -42,7 +42,8 @@ void FrameCopy(benchmark::State& state)
         benchmark::DoNotOptimize(f.output.data());
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(kBytes));
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                            static_cast<std::int64_t>(kBytes));
 }
 BENCHMARK(FrameCopy);
 

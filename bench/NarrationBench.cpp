@@ -38,9 +38,12 @@ const std::vector<std::uint8_t>& SpeechFrames()
         fs::create_directories(folder);
         const std::string command =
             "cd '" + folder.string() +
-            "' && espeak-ng -w speech.wav 'Every film can carry a narration, spoken while its pictures play. The "
-            "quick brown fox jumps over the lazy dog, and seven slow swans swim south in a silver sea while the "
-            "evening light fades over the hills.' && sox speech.wav -r 8000 -c 1 -b 16 speech8k.wav && ffmpeg "
+            "' && espeak-ng -w speech.wav 'Every film can carry a narration, spoken while its pictures play. "
+            "The "
+            "quick brown fox jumps over the lazy dog, and seven slow swans swim south in a silver sea while "
+            "the "
+            "evening light fades over the hills.' && sox speech.wav -r 8000 -c 1 -b 16 speech8k.wav && "
+            "ffmpeg "
             "-nostdin -loglevel error -y -i speech8k.wav -c:a g723_1 -b:a 6300 -f g723_1 speech.tco";
         if (std::system(command.c_str()) != 0) {
             std::fprintf(stderr, "NarrationBench: making speech frames failed (scripts/install-deps installs "
@@ -48,7 +51,8 @@ const std::vector<std::uint8_t>& SpeechFrames()
             std::exit(1);
         }
         std::ifstream in(folder / "speech.tco", std::ios::binary);
-        const std::vector<std::uint8_t> once{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        const std::vector<std::uint8_t> once{std::istreambuf_iterator<char>(in),
+                                             std::istreambuf_iterator<char>()};
         fs::remove_all(folder);
         std::vector<std::uint8_t> all;
         while (all.size() < kFrames * 24)
@@ -72,10 +76,11 @@ void BM_LumenarNarration(benchmark::State& state)
         decoder.DecodeChunk(*packed, [&](std::span<const std::uint8_t> pcm) { checksum += pcm[100]; });
     }
     benchmark::DoNotOptimize(checksum);
-    state.counters["x_realtime"] = benchmark::Counter(kSeconds * static_cast<double>(state.iterations()),
-                                                      benchmark::Counter::kIsRate);
-    state.counters["us_per_frame"] = benchmark::Counter(static_cast<double>(kFrames) * static_cast<double>(state.iterations()),
-                                                        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["x_realtime"] =
+        benchmark::Counter(kSeconds * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["us_per_frame"] =
+        benchmark::Counter(static_cast<double>(kFrames) * static_cast<double>(state.iterations()),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_LumenarNarration)->Unit(benchmark::kMillisecond);
 
@@ -115,10 +120,11 @@ void BM_LibavcodecG7231(benchmark::State& state)
         }
     }
     benchmark::DoNotOptimize(checksum);
-    state.counters["x_realtime"] = benchmark::Counter(kSeconds * static_cast<double>(state.iterations()),
-                                                      benchmark::Counter::kIsRate);
-    state.counters["us_per_frame"] = benchmark::Counter(static_cast<double>(kFrames) * static_cast<double>(state.iterations()),
-                                                        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["x_realtime"] =
+        benchmark::Counter(kSeconds * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["us_per_frame"] =
+        benchmark::Counter(static_cast<double>(kFrames) * static_cast<double>(state.iterations()),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
     av_frame_free(&frame);
     av_packet_free(&packet);
     avcodec_free_context(&context);

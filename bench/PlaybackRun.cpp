@@ -25,7 +25,8 @@ double CpuSeconds()
 {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
 long ResidentKiB()
@@ -149,16 +150,18 @@ int main(int argc, char** argv)
     std::uint32_t maxLate = 0;
     double sumLate = 0;
     for (std::size_t i = 0; i < starts.size() && i < std::size_t(itemCount); ++i) {
-        std::uint32_t due = i == 0 ? created + 500 : starts[i - 1] + seconds * 1000 + 600 + ((i - 1) % 3 == 0 ? 3000 : 0);
+        std::uint32_t due =
+            i == 0 ? created + 500 : starts[i - 1] + seconds * 1000 + 600 + ((i - 1) % 3 == 0 ? 3000 : 0);
         std::uint32_t late = starts[i] > due ? starts[i] - due : 0;
         maxLate = std::max(maxLate, late);
         sumLate += late;
     }
-    std::printf("step lateness: mean %.1f ms, max %u ms over %zu steps\n", sumLate / std::max<std::size_t>(starts.size(), 1),
-                maxLate, starts.size());
+    std::printf("step lateness: mean %.1f ms, max %u ms over %zu steps\n",
+                sumLate / std::max<std::size_t>(starts.size(), 1), maxLate, starts.size());
     std::printf("dwell CPU: %.3f%% of one core over %.1f s of quiet dwell (%d samples)\n",
                 dwellWall > 0 ? 100.0 * dwellCpu / dwellWall : 0.0, dwellWall, measured);
-    std::printf("resident memory: %ld KiB after item 2, %ld KiB after item %d\n", rssAfter2, rssAfterLast, itemCount);
+    std::printf("resident memory: %ld KiB after item 2, %ld KiB after item %d\n", rssAfter2, rssAfterLast,
+                itemCount);
     std::printf("resident memory after each step (KiB):");
     for (long kib : rss)
         std::printf(" %ld", kib);

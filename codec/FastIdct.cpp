@@ -48,7 +48,8 @@ inline std::int16_t Sub(std::int16_t a, std::int16_t b)
 // The operand is shifted left with 16-bit wrap-around, then only the high half of the product is kept.
 inline std::int16_t MulHigh(std::int16_t x, int shift, std::int16_t k)
 {
-    const auto shifted = static_cast<std::int16_t>(static_cast<std::uint16_t>(static_cast<std::uint16_t>(x) << shift));
+    const auto shifted =
+        static_cast<std::int16_t>(static_cast<std::uint16_t>(static_cast<std::uint16_t>(x) << shift));
     return static_cast<std::int16_t>((shifted * k) >> 16);
 }
 

@@ -24,7 +24,8 @@ inline void Butterfly(__m128i p[8])
     const __m128i k4 = _mm_set1_epi16(25080);
 
     const __m128i t13 = _mm_adds_epi16(p[2], p[6]);
-    const __m128i t12 = _mm_subs_epi16(_mm_mulhi_epi16(_mm_slli_epi16(_mm_subs_epi16(p[2], p[6]), 2), k1), t13);
+    const __m128i t12 =
+        _mm_subs_epi16(_mm_mulhi_epi16(_mm_slli_epi16(_mm_subs_epi16(p[2], p[6]), 2), k1), t13);
     const __m128i t10 = _mm_adds_epi16(p[0], p[4]);
     const __m128i t11 = _mm_subs_epi16(p[0], p[4]);
     const __m128i t0 = _mm_adds_epi16(t10, t13);
@@ -148,7 +149,8 @@ void FastStoreBlockSse2(const std::int16_t* block, std::uint8_t* destination, st
     for (int r = 0; r < 8; r += 2) {
         const __m128i bytes = _mm_packus_epi16(Load(block + r * 8), Load(block + r * 8 + 8));
         _mm_storel_epi64(reinterpret_cast<__m128i*>(destination + r * stride), bytes);
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(destination + (r + 1) * stride), _mm_srli_si128(bytes, 8));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(destination + (r + 1) * stride),
+                         _mm_srli_si128(bytes, 8));
     }
 }
 

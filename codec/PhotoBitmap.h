@@ -63,7 +63,7 @@ private:
 /// Compatibility: luma rows are read (width + 7) & ~7 bytes apart and chroma rows that divided by h,
 /// and with h = 2 pixel x takes chroma sample (x + 1) / 2, a half-sample lead that existing photos were
 /// judged by. A read that would fall past the end of a plane takes that plane's last sample instead.
-int ConvertToDib(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane, std::span<const std::uint8_t> cbPlane,
-                 std::span<const std::uint8_t> crPlane, int h, int v);
+int ConvertToDib(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
+                 std::span<const std::uint8_t> cbPlane, std::span<const std::uint8_t> crPlane, int h, int v);
 
 } // namespace lumenar::codec

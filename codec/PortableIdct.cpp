@@ -81,7 +81,7 @@ void PortableIdct(std::int16_t* block)
         const int p = Fix(n + m, 261);
         const int l = Fix(k + j, 308);
         const int rr = Fix(n - m, 1312);
-        const int y[8] = {T16(f0 + p), T16(f1 + l), T16(f2 + q), T16(f3 + rr),
+        const int y[8] = {T16(f0 + p),  T16(f1 + l), T16(f2 + q), T16(f3 + rr),
                           T16(f3 - rr), T16(f2 - q), T16(f1 - l), T16(f0 - p)};
         for (int row = 0; row < 8; ++row) {
             // Rounds half away from zero: the division truncates toward zero.

@@ -28,9 +28,18 @@ struct Frame
 
     std::size_t RowBytes() const { return static_cast<std::size_t>(w) * 4; }
     std::size_t Bytes() const { return RowBytes() * static_cast<std::size_t>(h); }
-    const std::uint8_t* SourceRow(std::int32_t r) const { return source + RowBytes() * static_cast<std::size_t>(r); }
-    const std::uint8_t* TargetRow(std::int32_t r) const { return target + RowBytes() * static_cast<std::size_t>(r); }
-    std::uint8_t* OutputRow(std::int32_t r) const { return output + RowBytes() * static_cast<std::size_t>(r); }
+    const std::uint8_t* SourceRow(std::int32_t r) const
+    {
+        return source + RowBytes() * static_cast<std::size_t>(r);
+    }
+    const std::uint8_t* TargetRow(std::int32_t r) const
+    {
+        return target + RowBytes() * static_cast<std::size_t>(r);
+    }
+    std::uint8_t* OutputRow(std::int32_t r) const
+    {
+        return output + RowBytes() * static_cast<std::size_t>(r);
+    }
     /// p = n × 100 / d.
     std::int32_t Percent() const { return static_cast<std::int32_t>(static_cast<std::int64_t>(n) * 100 / d); }
     /// t = n / d in double, rounded once to single precision.
@@ -49,8 +58,8 @@ std::optional<Frame> ReadFrame(void* params)
     if (block->width <= 0 || block->height <= 0 || block->progressDen <= 0 ||
         static_cast<std::int64_t>(block->width) * block->height > records::kMaxFramePixels)
         return std::nullopt;
-    return Frame{block->source, block->target,  block->output,
-                 block->width,  block->height,  std::clamp(block->progressNum, 0, block->progressDen),
+    return Frame{block->source,      block->target,    block->output,
+                 block->width,       block->height,    std::clamp(block->progressNum, 0, block->progressDen),
                  block->progressDen, block->direction, block->variant};
 }
 
@@ -66,8 +75,7 @@ bool DrawEnd(const Frame& f, std::int32_t p)
 }
 
 // The stateless families render for 3 and every code above 4 and ignore everything else.
-template <void (*Render)(const Frame&)>
-std::int32_t Stateless(std::uint32_t message, void* params)
+template <void (*Render)(const Frame&)> std::int32_t Stateless(std::uint32_t message, void* params)
 {
     if (!IsRenderMessage(message))
         return 0;
@@ -178,8 +186,8 @@ void RenderBoxWipe(const Frame& f)
         const std::size_t offset = f.RowBytes() * static_cast<std::size_t>(r);
         const std::size_t right = static_cast<std::size_t>(f.w - x) * 4;
         CopyPixels(f.output + offset, frame + offset, x);
-        CopyPixels(f.output + offset + static_cast<std::size_t>(x) * 4, box + offset + static_cast<std::size_t>(x) * 4,
-                   f.w - 2 * x);
+        CopyPixels(f.output + offset + static_cast<std::size_t>(x) * 4,
+                   box + offset + static_cast<std::size_t>(x) * 4, f.w - 2 * x);
         CopyPixels(f.output + offset + right, frame + offset + right, x);
     }
 }
@@ -210,7 +218,8 @@ void InitTileDissolve(const Frame& f)
     tileDissolve.s = s;
     tileDissolve.kc = f.w / s;
     tileDissolve.kr = f.h / s;
-    tileDissolve.thresholds.resize(static_cast<std::size_t>(tileDissolve.kc) * static_cast<std::size_t>(tileDissolve.kr));
+    tileDissolve.thresholds.resize(static_cast<std::size_t>(tileDissolve.kc) *
+                                   static_cast<std::size_t>(tileDissolve.kr));
     for (std::int32_t& threshold : tileDissolve.thresholds)
         threshold = Rand() % 100;
     tileDissolve.rowMask.assign(static_cast<std::size_t>(f.w), 0);
@@ -231,7 +240,8 @@ void RenderTileDissolve(const Frame& f)
         return;
     std::uint32_t* mask = st.rowMask.data();
     for (std::int32_t tileRow = 0; tileRow < st.kr; ++tileRow) {
-        const std::int32_t* thresholds = st.thresholds.data() + static_cast<std::size_t>(tileRow) * static_cast<std::size_t>(st.kc);
+        const std::int32_t* thresholds =
+            st.thresholds.data() + static_cast<std::size_t>(tileRow) * static_cast<std::size_t>(st.kc);
         for (std::int32_t tileColumn = 0; tileColumn < st.kc; ++tileColumn)
             std::fill_n(mask + static_cast<std::size_t>(tileColumn) * static_cast<std::size_t>(st.s), st.s,
                         thresholds[tileColumn] > p ? 0u : 0xFFFFFFFFu);
@@ -269,12 +279,17 @@ std::int32_t TileDissolveProc(std::uint32_t message, void* params)
 
 // ---- Edge family: Wipe, SlideIn, Push ----
 
-enum class EdgeKind { Wipe, SlideIn, Push };
+enum class EdgeKind
+{
+    Wipe,
+    SlideIn,
+    Push
+};
 
 // Fills output pixels [outFirst, outFirst + count) of rows [r0, r1) from `picture` pixels starting at
 // `pictureFirst` of the same rows.
-void HorizontalRun(const Frame& f, std::int32_t r0, std::int32_t r1, const std::uint8_t* picture, std::int32_t outFirst,
-                   std::int32_t pictureFirst, std::int32_t count)
+void HorizontalRun(const Frame& f, std::int32_t r0, std::int32_t r1, const std::uint8_t* picture,
+                   std::int32_t outFirst, std::int32_t pictureFirst, std::int32_t count)
 {
     if (count <= 0)
         return;
@@ -286,12 +301,14 @@ void HorizontalRun(const Frame& f, std::int32_t r0, std::int32_t r1, const std::
 }
 
 // Fills output rows [outFirst, outFirst + count) of columns [c0, c1) from `picture` rows from `pictureFirst`.
-void VerticalRun(const Frame& f, std::int32_t c0, std::int32_t c1, const std::uint8_t* picture, std::int32_t outFirst,
-                 std::int32_t pictureFirst, std::int32_t count)
+void VerticalRun(const Frame& f, std::int32_t c0, std::int32_t c1, const std::uint8_t* picture,
+                 std::int32_t outFirst, std::int32_t pictureFirst, std::int32_t count)
 {
     for (std::int32_t i = 0; i < count; ++i) {
-        const std::size_t out = f.RowBytes() * static_cast<std::size_t>(outFirst + i) + static_cast<std::size_t>(c0) * 4;
-        const std::size_t in = f.RowBytes() * static_cast<std::size_t>(pictureFirst + i) + static_cast<std::size_t>(c0) * 4;
+        const std::size_t out =
+            f.RowBytes() * static_cast<std::size_t>(outFirst + i) + static_cast<std::size_t>(c0) * 4;
+        const std::size_t in =
+            f.RowBytes() * static_cast<std::size_t>(pictureFirst + i) + static_cast<std::size_t>(c0) * 4;
         CopyPixels(f.output + out, picture + in, c1 - c0);
     }
 }
@@ -329,7 +346,8 @@ using EdgeRun = void (*)(const Frame&, EdgeKind, const EdgeOffsets&, std::int32_
 
 // Cuts `extent` rows or columns into `variant` bands: band j spans j × extent / variant up to the next
 // band, and even bands enter one way, odd bands the other. Fewer than one band draws nothing.
-void Bands(const Frame& f, EdgeKind kind, const EdgeOffsets& e, std::int32_t extent, EdgeRun even, EdgeRun odd)
+void Bands(const Frame& f, EdgeKind kind, const EdgeOffsets& e, std::int32_t extent, EdgeRun even,
+           EdgeRun odd)
 {
     for (std::int32_t j = 0; j < f.variant; ++j) {
         const auto first = static_cast<std::int32_t>(static_cast<std::int64_t>(j) * extent / f.variant);
@@ -338,8 +356,7 @@ void Bands(const Frame& f, EdgeKind kind, const EdgeOffsets& e, std::int32_t ext
     }
 }
 
-template <EdgeKind kind>
-void RenderEdge(const Frame& f)
+template <EdgeKind kind> void RenderEdge(const Frame& f)
 {
     const std::int32_t p = f.Percent();
     const double t = static_cast<double>(f.n) / f.d;
@@ -352,8 +369,12 @@ void RenderEdge(const Frame& f)
     if (DrawEnd(f, p))
         return;
     switch (f.direction) {
-    case kDirectionLeft: FromLeft(f, kind, e, 0, f.h); break;
-    case kDirectionTop: FromTop(f, kind, e, 0, f.w); break;
+    case kDirectionLeft:
+        FromLeft(f, kind, e, 0, f.h);
+        break;
+    case kDirectionTop:
+        FromTop(f, kind, e, 0, f.w);
+        break;
     case kDirectionRight:
         // Bands of rows, entered alternately from the right and the left.
         Bands(f, kind, e, f.h, FromRight, FromLeft);
@@ -362,7 +383,8 @@ void RenderEdge(const Frame& f)
         // Bands of columns, entered alternately from the bottom and the top, each within its columns.
         Bands(f, kind, e, f.w, FromBottom, FromTop);
         break;
-    default: break;
+    default:
+        break;
     }
 }
 
@@ -380,11 +402,13 @@ void RenderBlinds(const Frame& f)
         // Compatibility: horizontal slats size their fill from the fraction in single precision,
         // vertical ones from the integer percentage, so the two step slightly differently.
         const double t = f.SingleT();
-        const std::int32_t k = f.direction == kDirectionBottom ? static_cast<std::int32_t>(f.h * t / m)
-                                                               : static_cast<std::int32_t>((1.0 - t) * f.h / m);
+        const std::int32_t k = f.direction == kDirectionBottom
+                                   ? static_cast<std::int32_t>(f.h * t / m)
+                                   : static_cast<std::int32_t>((1.0 - t) * f.h / m);
         for (std::int32_t i = 0; i < m; ++i) {
             const auto first = static_cast<std::int32_t>(static_cast<std::int64_t>(i) * f.h / m);
-            const auto end = i == m - 1 ? f.h : static_cast<std::int32_t>(static_cast<std::int64_t>(i + 1) * f.h / m);
+            const auto end =
+                i == m - 1 ? f.h : static_cast<std::int32_t>(static_cast<std::int64_t>(i + 1) * f.h / m);
             const std::int32_t split = std::clamp(first + k, first, end);
             const std::uint8_t* below = f.direction == kDirectionBottom ? f.target : f.source;
             const std::uint8_t* above = f.direction == kDirectionBottom ? f.source : f.target;
@@ -410,7 +434,8 @@ void RenderBlinds(const Frame& f)
         }
         break;
     }
-    default: break;
+    default:
+        break;
     }
 }
 
@@ -427,7 +452,8 @@ void BlackPixels(const Frame& f, std::int32_t first, std::int32_t count)
     if (count <= 0)
         return;
     for (std::int32_t r = 0; r < f.h; ++r)
-        std::memset(f.OutputRow(r) + static_cast<std::size_t>(first) * 4, 0, static_cast<std::size_t>(count) * 4);
+        std::memset(f.OutputRow(r) + static_cast<std::size_t>(first) * 4, 0,
+                    static_cast<std::size_t>(count) * 4);
 }
 
 void RenderOutAndBack(const Frame& f)
@@ -435,7 +461,9 @@ void RenderOutAndBack(const Frame& f)
     const double t = f.SingleT();
     const bool firstHalf = t <= 0.5;
     const std::uint8_t* picture = firstHalf ? f.source : f.target;
-    auto trunc = [](double v, std::int32_t limit) { return std::clamp(static_cast<std::int32_t>(v), 0, limit); };
+    auto trunc = [](double v, std::int32_t limit) {
+        return std::clamp(static_cast<std::int32_t>(v), 0, limit);
+    };
     switch (f.direction) {
     case kDirectionBottom: {
         const std::int32_t k = trunc(2.0 * f.h * (firstHalf ? t : 1.0 - t), f.h);
@@ -461,7 +489,8 @@ void RenderOutAndBack(const Frame& f)
         BlackPixels(f, k, f.w - k);
         break;
     }
-    default: break;
+    default:
+        break;
     }
 }
 
@@ -486,15 +515,45 @@ void CrossFadeBytesPortable(const std::uint8_t* source, const std::uint8_t* targ
     }
 }
 
-std::int32_t CutAtHalf(std::uint32_t message, void* params) { return Stateless<RenderCutAtHalf>(message, params); }
-std::int32_t SmearWipe(std::uint32_t message, void* params) { return Stateless<RenderSmearWipe>(message, params); }
-std::int32_t BoxWipe(std::uint32_t message, void* params) { return Stateless<RenderBoxWipe>(message, params); }
-std::int32_t TileDissolve(std::uint32_t message, void* params) { return TileDissolveProc(message, params); }
-std::int32_t Wipe(std::uint32_t message, void* params) { return Stateless<RenderEdge<EdgeKind::Wipe>>(message, params); }
-std::int32_t SlideIn(std::uint32_t message, void* params) { return Stateless<RenderEdge<EdgeKind::SlideIn>>(message, params); }
-std::int32_t Push(std::uint32_t message, void* params) { return Stateless<RenderEdge<EdgeKind::Push>>(message, params); }
-std::int32_t Blinds(std::uint32_t message, void* params) { return Stateless<RenderBlinds>(message, params); }
-std::int32_t OutAndBack(std::uint32_t message, void* params) { return Stateless<RenderOutAndBack>(message, params); }
-std::int32_t CrossFade(std::uint32_t message, void* params) { return Stateless<RenderCrossFade>(message, params); }
+std::int32_t CutAtHalf(std::uint32_t message, void* params)
+{
+    return Stateless<RenderCutAtHalf>(message, params);
+}
+std::int32_t SmearWipe(std::uint32_t message, void* params)
+{
+    return Stateless<RenderSmearWipe>(message, params);
+}
+std::int32_t BoxWipe(std::uint32_t message, void* params)
+{
+    return Stateless<RenderBoxWipe>(message, params);
+}
+std::int32_t TileDissolve(std::uint32_t message, void* params)
+{
+    return TileDissolveProc(message, params);
+}
+std::int32_t Wipe(std::uint32_t message, void* params)
+{
+    return Stateless<RenderEdge<EdgeKind::Wipe>>(message, params);
+}
+std::int32_t SlideIn(std::uint32_t message, void* params)
+{
+    return Stateless<RenderEdge<EdgeKind::SlideIn>>(message, params);
+}
+std::int32_t Push(std::uint32_t message, void* params)
+{
+    return Stateless<RenderEdge<EdgeKind::Push>>(message, params);
+}
+std::int32_t Blinds(std::uint32_t message, void* params)
+{
+    return Stateless<RenderBlinds>(message, params);
+}
+std::int32_t OutAndBack(std::uint32_t message, void* params)
+{
+    return Stateless<RenderOutAndBack>(message, params);
+}
+std::int32_t CrossFade(std::uint32_t message, void* params)
+{
+    return Stateless<RenderCrossFade>(message, params);
+}
 
 } // namespace lumenar::effects

@@ -10,7 +10,8 @@ namespace lumenar::effects {
 
 /// Message codes of an effect procedure. Codes 2 and 4 are reserved (every procedure returns 0);
 /// any code of 5 and above is a render.
-enum EffectMessage : std::uint32_t {
+enum EffectMessage : std::uint32_t
+{
     EffectInit = 0,
     EffectRelease = 1,
     EffectReserved2 = 2,
@@ -26,7 +27,8 @@ constexpr bool IsRenderMessage(std::uint32_t message)
 
 /// Direction codes. Picture effects: where the incoming picture enters from; text effects use the
 /// codes in the opposite sense (a text row and a picture row with the same name show the same motion).
-enum EffectDirection : std::uint16_t {
+enum EffectDirection : std::uint16_t
+{
     kDirectionNone = 0,
     kDirectionBottom = 0x01, ///< Pictures: enters at the bottom edge (memory row 0 first), moving up.
     kDirectionLeft = 0x04,   ///< Pictures: enters at the left edge, moving right.
@@ -46,12 +48,12 @@ struct EffectParams
     std::uint8_t* output;       ///< Where the frame is drawn.
     std::int32_t width;
     std::int32_t height;
-    std::int32_t progressNum;   ///< Elapsed part of the transition.
-    std::int32_t progressDen;   ///< Whole length, same unit; never 0.
-    std::uint16_t direction;    ///< The row's EffectDirection.
-    std::uint16_t reserved0;    ///< Never set, never read.
-    std::int32_t reserved[6];   ///< Never set, never read.
-    std::int32_t variant;       ///< The row's family parameter.
+    std::int32_t progressNum; ///< Elapsed part of the transition.
+    std::int32_t progressDen; ///< Whole length, same unit; never 0.
+    std::uint16_t direction;  ///< The row's EffectDirection.
+    std::uint16_t reserved0;  ///< Never set, never read.
+    std::int32_t reserved[6]; ///< Never set, never read.
+    std::int32_t variant;     ///< The row's family parameter.
 };
 static_assert(offsetof(EffectParams, source) < offsetof(EffectParams, target));
 static_assert(offsetof(EffectParams, output) < offsetof(EffectParams, width));
@@ -64,16 +66,16 @@ struct DrawingSurface;
 /// The block of a text-effect call.
 struct TextEffectParams
 {
-    std::int32_t size;           ///< 40 in the caller's copy, 64 in the one the procedure gets; never read.
-    DrawingSurface* dc;          ///< The surface the frame is drawn into (holds the picture under the caption).
-    std::uint8_t* dcBits;        ///< The surface's pixels, width × height, layout as for pictures.
-    records::TextRecord* text;   ///< The caption's record (position, font, colour, effect state).
-    const records::Glyph* glyphs;///< The laid-out caption.
+    std::int32_t size;         ///< 40 in the caller's copy, 64 in the one the procedure gets; never read.
+    DrawingSurface* dc;        ///< The surface the frame is drawn into (holds the picture under the caption).
+    std::uint8_t* dcBits;      ///< The surface's pixels, width × height, layout as for pictures.
+    records::TextRecord* text; ///< The caption's record (position, font, colour, effect state).
+    const records::Glyph* glyphs; ///< The laid-out caption.
     std::int32_t glyphCount;
     std::int32_t width;
     std::int32_t height;
     std::int32_t progressNum;
-    std::int32_t progressDen;    ///< Never 0.
+    std::int32_t progressDen; ///< Never 0.
     std::uint16_t direction;
     std::uint16_t reserved0;
     std::int32_t reserved[6];

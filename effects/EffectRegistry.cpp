@@ -179,7 +179,8 @@ int EffectRegistry::GetInfo(int index, int table, EffectInfo* info) const
     if (info->mask & 1)
         std::strncpy(info->name, row.name != nullptr ? row.name : "", sizeof info->name);
     if (info->mask & 2)
-        std::strncpy(info->description, row.description != nullptr ? row.description : "", sizeof info->description);
+        std::strncpy(info->description, row.description != nullptr ? row.description : "",
+                     sizeof info->description);
     return 1;
 }
 

@@ -7,7 +7,8 @@
 namespace lumenar::effects {
 
 /// Whether a row's procedure exists yet.
-enum class Built : std::uint8_t {
+enum class Built : std::uint8_t
+{
     Yes,    ///< The row runs its own procedure.
     NotYet, ///< The family is not built: the row renders as a cut (pictures) or draws nothing (text).
     Random, ///< The random row: it runs whatever row was last drawn for it.
@@ -17,9 +18,9 @@ enum class Built : std::uint8_t {
 /// is part of the film format.
 struct EffectEntry
 {
-    char* name;                  ///< Display name buffer (129 bytes) while a registry exists; empty until loaded.
-    char* description;           ///< Description buffer (513 bytes), same lifetime.
-    std::uint32_t nameId;        ///< Id of the name in the effect-names file; 0: no name.
+    char* name;           ///< Display name buffer (129 bytes) while a registry exists; empty until loaded.
+    char* description;    ///< Description buffer (513 bytes), same lifetime.
+    std::uint32_t nameId; ///< Id of the name in the effect-names file; 0: no name.
     std::uint32_t descriptionId; ///< Id of the description; 0 in every row.
     EffectProc proc;             ///< Null only in the random row until a registry fills it.
     std::uint32_t direction;     ///< EffectDirection code (low 16 bits) passed in the block.

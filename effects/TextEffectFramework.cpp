@@ -73,8 +73,8 @@ bool SheetFits(std::int32_t cellWidth, std::int32_t cellHeight, std::int32_t cou
 // The shadow of one glyph: its ink (drawn black on white in `scratch`) spread over a 5 × 5 box, so the
 // edge is soft, and scaled to at most 192 so the picture still shows through the densest part. Only the
 // ink's box grown by the spread is worked on (the cell is already 0). Returns that box within the cell.
-InkBox SpreadShadow(const std::vector<std::uint8_t>& scratch, int scratchWidth, int scratchHeight, std::uint8_t* cell,
-                    int cellWidth, int cellHeight)
+InkBox SpreadShadow(const std::vector<std::uint8_t>& scratch, int scratchWidth, int scratchHeight,
+                    std::uint8_t* cell, int cellWidth, int cellHeight)
 {
     constexpr int kRadius = 2;
     constexpr int kBox = (2 * kRadius + 1) * (2 * kRadius + 1);
@@ -103,7 +103,8 @@ InkBox SpreadShadow(const std::vector<std::uint8_t>& scratch, int scratchWidth, 
     const int sumTop = std::max(0, spread.top - kRadius);
     const int sumBottom = std::min(scratchHeight, spread.bottom + kRadius);
     const int span = spread.right - spread.left;
-    std::vector<int> rowSums(static_cast<std::size_t>(span) * static_cast<std::size_t>(sumBottom - sumTop), 0);
+    std::vector<int> rowSums(static_cast<std::size_t>(span) * static_cast<std::size_t>(sumBottom - sumTop),
+                             0);
     for (int y = sumTop; y < sumBottom; ++y) {
         const std::uint8_t* in = scratch.data() + static_cast<std::size_t>(y) * scratchWidth;
         int* out = rowSums.data() + static_cast<std::size_t>(y - sumTop) * span;
@@ -120,7 +121,8 @@ InkBox SpreadShadow(const std::vector<std::uint8_t>& scratch, int scratchWidth, 
         for (int x = spread.left; x < spread.right; ++x) {
             int sum = 0;
             for (int k = std::max(sumTop, y - kRadius); k <= std::min(sumBottom - 1, y + kRadius); ++k)
-                sum += rowSums[static_cast<std::size_t>(k - sumTop) * span + static_cast<std::size_t>(x - spread.left)];
+                sum += rowSums[static_cast<std::size_t>(k - sumTop) * span +
+                               static_cast<std::size_t>(x - spread.left)];
             out[x] = static_cast<std::uint8_t>(sum * kStrongest / kBox);
         }
     }
@@ -163,9 +165,9 @@ std::int64_t SheetScale(std::int32_t scale)
 
 // Maps the part `box` of a cell (the samples that can give ink), turned about (centreU, centreV) and placed
 // with that point at (centreX, centreY). Returns false when the box is empty or misses the picture.
-bool MapCell(CellMapping& map, std::int64_t centreU, std::int64_t centreV, const InkBox& box, std::int64_t centreX,
-             std::int64_t centreY, std::int64_t sx, std::int64_t sy, std::int32_t angle, std::int32_t width,
-             std::int32_t height)
+bool MapCell(CellMapping& map, std::int64_t centreU, std::int64_t centreV, const InkBox& box,
+             std::int64_t centreX, std::int64_t centreY, std::int64_t sx, std::int64_t sy, std::int32_t angle,
+             std::int32_t width, std::int32_t height)
 {
     if (box.right <= box.left || box.bottom <= box.top)
         return false;
@@ -208,7 +210,9 @@ bool MapCell(CellMapping& map, std::int64_t centreU, std::int64_t centreV, const
 
 std::uint8_t* PixelAt(std::uint8_t* bits, std::int32_t width, std::int32_t height, int x, int y)
 {
-    return bits + (static_cast<std::size_t>(height - 1 - y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) * 4;
+    return bits + (static_cast<std::size_t>(height - 1 - y) * static_cast<std::size_t>(width) +
+                   static_cast<std::size_t>(x)) *
+                      4;
 }
 
 // Visits every destination pixel of the mapping whose source sample lies in `box`, calling
@@ -242,7 +246,8 @@ void ForEachSample(TextEffectState& s, const CellMapping& map, const InkBox& box
     }
 }
 
-void DrawShadow(TextEffectState& s, const CellMapping& map, const std::uint8_t* cell, const InkBox& box, int opacity)
+void DrawShadow(TextEffectState& s, const CellMapping& map, const std::uint8_t* cell, const InkBox& box,
+                int opacity)
 {
     const std::uint8_t* clamp = ClampTable();
     const std::int64_t cellHeight = s.shadowCellHeight;
@@ -289,8 +294,7 @@ void BlitGlyph(TextEffectState& s, const CellMapping& map, const std::uint8_t* c
 }
 
 // The samples of a bottom-up cell for which `isInk` holds, as a box counted from the cell's top.
-template <typename IsInk>
-InkBox FindInk(const std::uint8_t* cell, int cellWidth, int cellHeight, IsInk isInk)
+template <typename IsInk> InkBox FindInk(const std::uint8_t* cell, int cellWidth, int cellHeight, IsInk isInk)
 {
     InkBox box{cellWidth, cellHeight, 0, 0};
     for (int row = 0; row < cellHeight; ++row) {
@@ -409,7 +413,8 @@ int BuildTextState(const TextEffectParams& block)
         if (!SheetFits(s.shadowCellWidth, s.shadowCellHeight, count))
             return false;
         s.shadowSheetHeight = s.shadowCellHeight * count;
-        s.shadowBits.assign(static_cast<std::size_t>(s.shadowCellWidth) * static_cast<std::size_t>(s.shadowSheetHeight), 0);
+        s.shadowBits.assign(
+            static_cast<std::size_t>(s.shadowCellWidth) * static_cast<std::size_t>(s.shadowSheetHeight), 0);
         s.shadowInk.assign(static_cast<std::size_t>(count), InkBox{});
         if (record.shadow != 0) {
             const int scratchWidth = (s.shadowCellWidth + 9) / 4 * 4;
@@ -417,11 +422,14 @@ int BuildTextState(const TextEffectParams& block)
             std::vector<std::uint8_t> scratch(static_cast<std::size_t>(scratchWidth) * scratchHeight);
             for (int i = 0; i < count; ++i) {
                 std::fill(scratch.begin(), scratch.end(), std::uint8_t{255});
-                const platform::GraySheet sheet{scratch.data(), scratchWidth, scratchHeight, scratchWidth, false};
-                s.font->Draw(sheet, 6, m.ascent + 6, platform::CharacterToUnicode(block.glyphs[i].code, codePage));
-                std::uint8_t* cell = s.shadowBits.data() + static_cast<std::size_t>(i) * s.shadowCellHeight * s.shadowCellWidth;
-                s.shadowInk[static_cast<std::size_t>(i)] =
-                    SpreadShadow(scratch, scratchWidth, scratchHeight, cell, s.shadowCellWidth, s.shadowCellHeight);
+                const platform::GraySheet sheet{scratch.data(), scratchWidth, scratchHeight, scratchWidth,
+                                                false};
+                s.font->Draw(sheet, 6, m.ascent + 6,
+                             platform::CharacterToUnicode(block.glyphs[i].code, codePage));
+                std::uint8_t* cell = s.shadowBits.data() +
+                                     static_cast<std::size_t>(i) * s.shadowCellHeight * s.shadowCellWidth;
+                s.shadowInk[static_cast<std::size_t>(i)] = SpreadShadow(
+                    scratch, scratchWidth, scratchHeight, cell, s.shadowCellWidth, s.shadowCellHeight);
             }
         }
 
@@ -431,17 +439,21 @@ int BuildTextState(const TextEffectParams& block)
         if (!SheetFits(s.glyphCellWidth, s.glyphCellHeight, count))
             return false;
         s.glyphSheetHeight = s.glyphCellHeight * count;
-        s.glyphBits.assign(static_cast<std::size_t>(s.glyphCellWidth) * static_cast<std::size_t>(s.glyphSheetHeight), 255);
+        s.glyphBits.assign(
+            static_cast<std::size_t>(s.glyphCellWidth) * static_cast<std::size_t>(s.glyphSheetHeight), 255);
         s.glyphAdvances.resize(static_cast<std::size_t>(count));
         s.glyphInk.reserve(static_cast<std::size_t>(count));
         for (int i = 0; i < count; ++i) {
             const char32_t character = platform::CharacterToUnicode(block.glyphs[i].code, codePage);
-            std::uint8_t* cell = s.glyphBits.data() + static_cast<std::size_t>(i) * s.glyphCellHeight * s.glyphCellWidth;
-            s.font->Draw(platform::GraySheet{cell, s.glyphCellWidth, s.glyphCellHeight, s.glyphCellWidth, true}, 0,
-                         m.ascent, character);
+            std::uint8_t* cell =
+                s.glyphBits.data() + static_cast<std::size_t>(i) * s.glyphCellHeight * s.glyphCellWidth;
+            s.font->Draw(
+                platform::GraySheet{cell, s.glyphCellWidth, s.glyphCellHeight, s.glyphCellWidth, true}, 0,
+                m.ascent, character);
             // A pixel reads the samples right of and above its own, so the box grows by one to the
             // left and downwards.
-            InkBox ink = FindInk(cell, s.glyphCellWidth, s.glyphCellHeight, [](std::uint8_t v) { return v == 0; });
+            InkBox ink =
+                FindInk(cell, s.glyphCellWidth, s.glyphCellHeight, [](std::uint8_t v) { return v == 0; });
             if (ink.right > ink.left) {
                 ink.left = std::max(0, ink.left - 1);
                 ink.bottom = std::min(s.glyphCellHeight, ink.bottom + 1);
@@ -467,8 +479,8 @@ int BuildTextState(const TextEffectParams& block)
 }
 
 std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint16_t character,
-                       std::uint32_t colour, std::int32_t opacity, std::int32_t shadow, std::int32_t glyphIndex,
-                       std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle)
+                       std::uint32_t colour, std::int32_t opacity, std::int32_t shadow,
+                       std::int32_t glyphIndex, std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle)
 {
     (void)character;
     TextEffectState& s = state;
@@ -485,8 +497,8 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     const std::int64_t centreU = advance << 15;
     const std::int64_t centreV = static_cast<std::int64_t>(s.glyphCellHeight) << 15;
     const std::int64_t centreX = (static_cast<std::int64_t>(x) << 16) + ((centreU * sx) >> 16);
-    const std::int64_t centreY =
-        (static_cast<std::int64_t>(y) << 16) + (((centreV - (static_cast<std::int64_t>(s.sheetAscent) << 16)) * sy) >> 16);
+    const std::int64_t centreY = (static_cast<std::int64_t>(y) << 16) +
+                                 (((centreV - (static_cast<std::int64_t>(s.sheetAscent) << 16)) * sy) >> 16);
 
     if (shadow != 0 && static_cast<std::size_t>(glyphIndex) < s.shadowInk.size()) {
         const std::int64_t offset = (std::abs(s.metrics.height) / 36 + 3) * std::int64_t{65536};
@@ -495,9 +507,10 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
         const std::int64_t shadowV = centreV + (6 << 16);
         const InkBox& box = s.shadowInk[static_cast<std::size_t>(glyphIndex)];
         CellMapping map;
-        if (MapCell(map, shadowU, shadowV, box, centreX + offset, centreY + offset, sx, sy, angle, s.width, s.height)) {
-            const std::uint8_t* cell =
-                s.shadowBits.data() + static_cast<std::size_t>(glyphIndex) * s.shadowCellHeight * s.shadowCellWidth;
+        if (MapCell(map, shadowU, shadowV, box, centreX + offset, centreY + offset, sx, sy, angle, s.width,
+                    s.height)) {
+            const std::uint8_t* cell = s.shadowBits.data() + static_cast<std::size_t>(glyphIndex) *
+                                                                 s.shadowCellHeight * s.shadowCellWidth;
             DrawShadow(s, map, cell, box, opacity);
         }
     }
@@ -510,8 +523,8 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
         return 1;
     const std::uint8_t* cell =
         s.glyphBits.data() + static_cast<std::size_t>(glyphIndex) * s.glyphCellHeight * s.glyphCellWidth;
-    BlitGlyph(s, map, cell, box, static_cast<std::uint8_t>(colour >> 16), static_cast<std::uint8_t>(colour >> 8),
-              static_cast<std::uint8_t>(colour), opacity / 4);
+    BlitGlyph(s, map, cell, box, static_cast<std::uint8_t>(colour >> 16),
+              static_cast<std::uint8_t>(colour >> 8), static_cast<std::uint8_t>(colour), opacity / 4);
     return 1;
 }
 

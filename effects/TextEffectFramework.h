@@ -33,7 +33,7 @@ struct TextEffectState
 {
     platform::TextMetrics metrics; ///< The font's metrics measured at double size, then halved.
     DrawingSurface* targetDc = nullptr;
-    std::int32_t width = 0;  ///< The picture's size in pixels.
+    std::int32_t width = 0; ///< The picture's size in pixels.
     std::int32_t height = 0;
     std::uint8_t* dcBits = nullptr; ///< The picture (32-bit BGRX, bottom row first), not owned.
 
@@ -92,8 +92,8 @@ std::size_t LiveTextStates();
 /// character at init); `character` is the same character and is not read again. A glyph wholly outside
 /// the picture, or an index without a cell, draws nothing. Returns 1.
 std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint16_t character,
-                       std::uint32_t colour, std::int32_t opacity, std::int32_t shadow, std::int32_t glyphIndex,
-                       std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle);
+                       std::uint32_t colour, std::int32_t opacity, std::int32_t shadow,
+                       std::int32_t glyphIndex, std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle);
 
 /// An angle in tenths of a degree brought into 0..3599.
 constexpr std::int32_t NormaliseAngle(std::int32_t angle)

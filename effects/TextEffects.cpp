@@ -17,8 +17,8 @@ constexpr std::int32_t kUnitScale = 65536;
 // picture either way and draws nothing.
 std::int32_t Saturate(std::int64_t value)
 {
-    return static_cast<std::int32_t>(
-        std::clamp<std::int64_t>(value, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
+    return static_cast<std::int32_t>(std::clamp<std::int64_t>(value, std::numeric_limits<std::int32_t>::min(),
+                                                              std::numeric_limits<std::int32_t>::max()));
 }
 
 // Truncation of a double that may be far out of the 32-bit range (or not a number) without undefined
@@ -42,13 +42,12 @@ struct Placement
 void Draw(TextEffectState& state, const TextEffectParams& p, int i, const Placement& at)
 {
     const records::TextRecord& r = *p.text;
-    DrawGlyph(state, Saturate(at.x), Saturate(at.y), p.glyphs[i].code, r.colour, at.opacity, r.shadow, i, at.scale,
-              at.scale, 0);
+    DrawGlyph(state, Saturate(at.x), Saturate(at.y), p.glyphs[i].code, r.colour, at.opacity, r.shadow, i,
+              at.scale, at.scale, 0);
 }
 
 // The frame of one caption: `render(state, block)` runs for render codes when the caption has a state.
-template <typename Render>
-std::int32_t TextProcedure(std::uint32_t message, void* params, Render render)
+template <typename Render> std::int32_t TextProcedure(std::uint32_t message, void* params, Render render)
 {
     auto& block = *static_cast<TextEffectParams*>(params);
     switch (message) {
@@ -116,8 +115,8 @@ double Progress(const TextEffectParams& p)
 }
 
 // The shuffled start times of the scatter's variant 1 (a permutation of 0..31).
-constexpr std::array<int, 32> kScatterOrder = {3,  8,  26, 15, 1,  18, 7,  20, 12, 9,  21, 6,  23, 31, 28, 19,
-                                               22, 4,  30, 11, 0,  13, 29, 27, 10, 16, 5,  25, 17, 2,  24, 14};
+constexpr std::array<int, 32> kScatterOrder = {3,  8, 26, 15, 1, 18, 7,  20, 12, 9,  21, 6,  23, 31, 28, 19,
+                                               22, 4, 30, 11, 0, 13, 29, 27, 10, 16, 5,  25, 17, 2,  24, 14};
 
 } // namespace
 
@@ -180,7 +179,8 @@ std::int32_t TextGlyphStream(std::uint32_t message, void* params)
         const records::TextRecord& r = *p.text;
         const std::int64_t n = p.progressNum;
         const std::int64_t d = p.progressDen;
-        const auto opacity = static_cast<std::int32_t>(std::clamp<std::int64_t>(n * 255 / d, INT32_MIN, INT32_MAX));
+        const auto opacity =
+            static_cast<std::int32_t>(std::clamp<std::int64_t>(n * 255 / d, INT32_MIN, INT32_MAX));
         for (int i = 0; i < p.glyphCount; ++i) {
             const std::int64_t px = std::int64_t{r.x} + p.glyphs[i].gx;
             const std::int64_t py = std::int64_t{r.y} + p.glyphs[i].gy;
@@ -218,7 +218,8 @@ std::int32_t TextGlyphScatter(std::uint32_t message, void* params)
         StartPoint(p, sx, sy);
         for (int i = 0; i < p.glyphCount; ++i) {
             const records::Glyph& g = p.glyphs[i];
-            const std::int64_t start = p.variant == 1 ? kScatterOrder[static_cast<std::size_t>(i % 32)] : g.line;
+            const std::int64_t start =
+                p.variant == 1 ? kScatterOrder[static_cast<std::size_t>(i % 32)] : g.line;
             const std::int64_t l = clock - start;
             if (l < 0)
                 continue;

@@ -39,11 +39,12 @@ bool FilmText::operator==(const FilmText& other) const
 bool FilmItem::operator==(const FilmItem& other) const
 {
     return photo == other.photo && mask == other.mask && clipFile == other.clipFile &&
-           clipPicture1 == other.clipPicture1 && clipSpare1 == other.clipSpare1 && clipPicture2 == other.clipPicture2 &&
-           clipSpare2 == other.clipSpare2 && showFile == other.showFile && sound == other.sound &&
-           userWord == other.userWord && width == other.width && height == other.height &&
-           displaySeconds == other.displaySeconds && effect == other.effect && effectMs == other.effectMs &&
-           index == other.index && kind == other.kind && soundMode == other.soundMode &&
+           clipPicture1 == other.clipPicture1 && clipSpare1 == other.clipSpare1 &&
+           clipPicture2 == other.clipPicture2 && clipSpare2 == other.clipSpare2 &&
+           showFile == other.showFile && sound == other.sound && userWord == other.userWord &&
+           width == other.width && height == other.height && displaySeconds == other.displaySeconds &&
+           effect == other.effect && effectMs == other.effectMs && index == other.index &&
+           kind == other.kind && soundMode == other.soundMode &&
            std::equal(std::begin(rect), std::end(rect), std::begin(other.rect)) && texts == other.texts;
 }
 
@@ -61,7 +62,8 @@ Film::Film() : captionStyle_(std::make_unique<records::TextRecord>())
 
 FilmItem* Film::Find(std::int32_t index)
 {
-    auto it = std::find_if(items_.begin(), items_.end(), [index](const FilmItem& item) { return item.index == index; });
+    auto it = std::find_if(items_.begin(), items_.end(),
+                           [index](const FilmItem& item) { return item.index == index; });
     return it == items_.end() ? nullptr : &*it;
 }
 
@@ -95,7 +97,8 @@ void Film::SetItem(std::int32_t index, const FilmItem& item)
 
 void Film::RemoveItem(std::int32_t index)
 {
-    auto it = std::find_if(items_.begin(), items_.end(), [index](const FilmItem& item) { return item.index == index; });
+    auto it = std::find_if(items_.begin(), items_.end(),
+                           [index](const FilmItem& item) { return item.index == index; });
     if (it == items_.end())
         return;
     items_.erase(it);

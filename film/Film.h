@@ -45,9 +45,9 @@ std::int32_t LeadingNumber(std::string_view name);
 /// One caption of an item.
 struct FilmText
 {
-    std::int32_t ordinal = 0;  ///< 1-based position in the item's caption list, set when appended.
-    std::int32_t effect = 0;   ///< Row of the text-effect table.
-    std::string text;          ///< At most 255 bytes in the film's code page.
+    std::int32_t ordinal = 0;    ///< 1-based position in the item's caption list, set when appended.
+    std::int32_t effect = 0;     ///< Row of the text-effect table.
+    std::string text;            ///< At most 255 bytes in the film's code page.
     records::TextRecord style{}; ///< Held verbatim.
     bool operator==(const FilmText& other) const;
 };

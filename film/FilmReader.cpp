@@ -162,7 +162,8 @@ int LoadFilmStorage(Film& film, std::unique_ptr<CompoundStorage> root)
     const effects::EffectRegistry registry;
 
     FilmFile music;
-    if (auto bytes = root->ReadStream("BGMUSIC", kFileReferenceBytes); bytes.ok() && bytes->size() == kFileReferenceBytes)
+    if (auto bytes = root->ReadStream("BGMUSIC", kFileReferenceBytes);
+        bytes.ok() && bytes->size() == kFileReferenceBytes)
         music = ParseFileReference(std::span(*bytes).first<kFileReferenceBytes>());
 
     auto version = root->ReadStream("VERSION", 4);

@@ -17,7 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::uint64_t sum = 0;
     for (std::int32_t i = 1; i <= film.ItemCount(); ++i) {
         const auto item = film.GetItem(i);
-        sum += item.photo.cstrName.size() + item.sound.cstrPath.size() + static_cast<std::uint32_t>(item.effect);
+        sum +=
+            item.photo.cstrName.size() + item.sound.cstrPath.size() + static_cast<std::uint32_t>(item.effect);
         for (const auto& text : item.texts) {
             unsigned char style[sizeof text.style];
             std::memcpy(style, &text.style, sizeof style);

@@ -24,7 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static QuietSink sink;
     lumenar::platform::SetMessageSink(&sink);
     static const std::string path =
-        (std::filesystem::temp_directory_path() / ("lumenar-fuzz-narration-" + std::to_string(std::random_device()()) + ".wav"))
+        (std::filesystem::temp_directory_path() /
+         ("lumenar-fuzz-narration-" + std::to_string(std::random_device()()) + ".wav"))
             .string();
     if (lumenar::audio::DecodeNarration({data, size}, path) != 1)
         __builtin_trap();

@@ -31,14 +31,16 @@ struct LockedRegions
     std::uint32_t secondBytes = 0;
 };
 
-enum class LockResult {
+enum class LockResult
+{
     Ok,
     BufferLost, ///< The device took the buffer's memory away; Restore() it, the data is gone.
     Failed,     ///< Anything else (a range larger than the buffer, a device error).
 };
 
 /// Status bits of a sound buffer.
-enum SoundStatus : std::uint32_t {
+enum SoundStatus : std::uint32_t
+{
     kStatusPlaying = 0x1,
     kStatusBufferLost = 0x2,
     kStatusLooping = 0x4,

@@ -12,7 +12,11 @@
 namespace lumenar::platform {
 
 /// Whether an element of a storage is a stream (bytes) or a storage (a folder of elements).
-enum class ElementKind { Stream, Storage };
+enum class ElementKind
+{
+    Stream,
+    Storage
+};
 
 struct StorageElement
 {
@@ -59,7 +63,8 @@ public:
 private:
     struct Impl;
     explicit CompoundStorage(std::unique_ptr<Impl> impl);
-    static base::Result<std::unique_ptr<CompoundStorage>> OpenRoot(void* input, std::string_view where, bool holdsFile);
+    static base::Result<std::unique_ptr<CompoundStorage>> OpenRoot(void* input, std::string_view where,
+                                                                   bool holdsFile);
     std::unique_ptr<Impl> impl_;
 };
 

@@ -6,7 +6,8 @@ namespace lumenar::platform {
 
 /// What the photo decoder does when a photo is corrupt in one of the two ways the player treats as
 /// fatal (a coefficient index past the end of a block, a Huffman table that cannot be allocated).
-enum class CorruptPhotoAction {
+enum class CorruptPhotoAction
+{
     EndProcess, ///< The player's behaviour: the process ends with exit status 1.
     FailPhoto,  ///< For hosts and fuzzers: the one photo fails to decode, the process goes on.
 };

@@ -5,7 +5,8 @@
 namespace lumenar::platform {
 
 /// Execution-state flags, as the player passes them.
-enum ExecutionState : std::uint32_t {
+enum ExecutionState : std::uint32_t
+{
     kSystemRequired = 0x00000001,
     kDisplayRequired = 0x00000002,
     kContinuous = 0x80000000,

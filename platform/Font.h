@@ -12,10 +12,10 @@ namespace lumenar::platform {
 /// What a caption asks of a font, in the terms of the classic logical-font record.
 struct FontRequest
 {
-    std::string faceUtf8;  ///< Family name ("Arial" finds its stand-in, Liberation Sans).
-    int height = 0;        ///< Negative: character height (em) in pixels; positive: cell height; 0: 16-pixel cell.
-    int width = 0;         ///< Average character width in pixels; 0 keeps the face's own proportions.
-    int weight = 400;      ///< 100..900; 600 and above picks a bold face.
+    std::string faceUtf8; ///< Family name ("Arial" finds its stand-in, Liberation Sans).
+    int height = 0;   ///< Negative: character height (em) in pixels; positive: cell height; 0: 16-pixel cell.
+    int width = 0;    ///< Average character width in pixels; 0 keeps the face's own proportions.
+    int weight = 400; ///< 100..900; 600 and above picks a bold face.
     bool italic = false;
 };
 

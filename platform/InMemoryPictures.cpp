@@ -41,7 +41,8 @@ bool ReleaseInMemoryPicture(std::uint64_t address)
     return registry.blocks.erase(address) != 0;
 }
 
-std::shared_ptr<const std::vector<std::uint8_t>> FindInMemoryPicture(std::uint64_t length, std::uint64_t address)
+std::shared_ptr<const std::vector<std::uint8_t>> FindInMemoryPicture(std::uint64_t length,
+                                                                     std::uint64_t address)
 {
     Registry& registry = TheRegistry();
     std::lock_guard guard(registry.lock);

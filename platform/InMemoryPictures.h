@@ -26,6 +26,7 @@ InMemoryPictureName RegisterInMemoryPicture(std::vector<std::uint8_t> bytes);
 bool ReleaseInMemoryPicture(std::uint64_t address);
 
 /// The block registered at `address` when it holds at least `length` bytes; null otherwise.
-std::shared_ptr<const std::vector<std::uint8_t>> FindInMemoryPicture(std::uint64_t length, std::uint64_t address);
+std::shared_ptr<const std::vector<std::uint8_t>> FindInMemoryPicture(std::uint64_t length,
+                                                                     std::uint64_t address);
 
 } // namespace lumenar::platform

@@ -7,7 +7,8 @@ namespace lumenar::platform {
 struct Window; // A window of the windowing layer; message boxes only use it as their owner.
 
 /// Message-box styles, as the player's messages ask for them (values as the classic box flags).
-enum MessageBoxStyle : unsigned {
+enum MessageBoxStyle : unsigned
+{
     kBoxOk = 0x00,
     kBoxIconError = 0x10,
     kBoxIconWarning = 0x30,
@@ -15,7 +16,10 @@ enum MessageBoxStyle : unsigned {
 };
 
 /// The answer of a message box: the button the viewer chose.
-enum MessageBoxAnswer : int { kAnswerOk = 1 };
+enum MessageBoxAnswer : int
+{
+    kAnswerOk = 1
+};
 
 /// Where user-facing messages go: a box on a display, a line on stderr without one, or a test's capture.
 class MessageSink

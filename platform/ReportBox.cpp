@@ -9,8 +9,8 @@
 
 namespace lumenar::platform {
 
-int ReportBox(Window* owner, unsigned style, int titleId, const char* titleText, int textId, const char* textFormat,
-              ...)
+int ReportBox(Window* owner, unsigned style, int titleId, const char* titleText, int textId,
+              const char* textFormat, ...)
 {
     const char* format = LoadStringId(textId);
     if (format == nullptr)

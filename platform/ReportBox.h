@@ -8,7 +8,7 @@ namespace lumenar::platform {
 /// the table has no such id), formatted printf-style with the remaining arguments; the title is string
 /// `titleId` (else `titleText`, else none, so the sink's default title shows). Shows it through the
 /// current MessageSink with the given owner and style and returns the chosen button. Any thread.
-int ReportBox(Window* owner, unsigned style, int titleId, const char* titleText, int textId, const char* textFormat,
-              ...);
+int ReportBox(Window* owner, unsigned style, int titleId, const char* titleText, int textId,
+              const char* textFormat, ...);
 
 } // namespace lumenar::platform

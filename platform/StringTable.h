@@ -3,7 +3,8 @@
 namespace lumenar::platform {
 
 /// Ids of the player's string table.
-enum StringId : int {
+enum StringId : int
+{
     kStrWarning = 2,
     kStrError = 3,
     kStrFileOpenFailed = 4,

@@ -25,7 +25,8 @@ class ThreadTimer final : public PeriodicTimer
 {
 public:
     ThreadTimer(std::uint32_t periodMs, std::function<void()> tick)
-        : thread_([this, periodMs, tick = std::move(tick)](std::stop_token stop) { Run(stop, periodMs, tick); })
+        : thread_(
+              [this, periodMs, tick = std::move(tick)](std::stop_token stop) { Run(stop, periodMs, tick); })
     {
     }
     ~ThreadTimer() override
@@ -101,8 +102,8 @@ private:
 std::unique_ptr<PeriodicTimer> ManualTimers::StartPeriodic(std::uint32_t periodMs, std::uint32_t,
                                                            std::function<void()> tick)
 {
-    auto entry = std::make_shared<Entry>(
-        Entry{clock_.NowMs() + std::max<std::uint32_t>(periodMs, 1), std::max<std::uint32_t>(periodMs, 1), std::move(tick), true});
+    auto entry = std::make_shared<Entry>(Entry{clock_.NowMs() + std::max<std::uint32_t>(periodMs, 1),
+                                               std::max<std::uint32_t>(periodMs, 1), std::move(tick), true});
     std::lock_guard<std::mutex> hold(lock_);
     entries_.push_back(entry);
     return std::make_unique<Handle>(*this, entry);

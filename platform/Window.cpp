@@ -245,7 +245,8 @@ void WindowHost::InjectKey(int key)
         std::lock_guard guard(keyLock_);
         pressed_[key] = true;
     }
-    Enqueue({focus_.load(), kMsgKeyDown, static_cast<std::uint64_t>(key), 0, pointerX_.load(), pointerY_.load(), true});
+    Enqueue({focus_.load(), kMsgKeyDown, static_cast<std::uint64_t>(key), 0, pointerX_.load(),
+             pointerY_.load(), true});
 }
 
 void WindowHost::InjectMouseMove(int x, int y)
@@ -286,7 +287,8 @@ bool WindowHost::Pump(std::uint32_t timeoutMs)
     {
         std::unique_lock guard(queueLock_);
         if (queue_.empty() && headless_)
-            queueChanged_.wait_for(guard, std::chrono::milliseconds(timeoutMs), [this] { return !queue_.empty(); });
+            queueChanged_.wait_for(guard, std::chrono::milliseconds(timeoutMs),
+                                   [this] { return !queue_.empty(); });
         batch.swap(queue_);
     }
     for (Message& message : batch) {
@@ -320,7 +322,8 @@ bool WindowHost::Pump(std::uint32_t timeoutMs)
                 std::lock_guard guard(treeLock_);
                 for (auto& [id, rect] : rects) {
                     Node* node = Find(id);
-                    if (id != 0 && node != nullptr && node->shown && rect.Contains(message.screenX, message.screenY))
+                    if (id != 0 && node != nullptr && node->shown &&
+                        rect.Contains(message.screenX, message.screenY))
                         target = id;
                 }
             }
@@ -431,7 +434,7 @@ std::vector<std::uint8_t> DrawMenu(const std::vector<MenuEntry>& entries, int wi
             (*font)->Draw({sheet.data(), width, kMenuEntryHeight, width, false}, pen, baseline, c);
             pen += (*font)->Advance(c);
         }
-        const std::uint32_t ink = int(i) == selected ? kMenuSelectedText
+        const std::uint32_t ink = int(i) == selected  ? kMenuSelectedText
                                   : entries[i].grayed ? kMenuGrayText
                                                       : kMenuText;
         for (int y = 0; y < kMenuEntryHeight; ++y)
@@ -495,7 +498,8 @@ WindowRect WindowHost::PopupMenuEntryRect(int index)
     if (!menu_ || index < 0 || index >= int(menu_->entries.size()))
         return {};
     const WindowRect& r = menu_->rect;
-    return {r.left + 1, r.top + 1 + index * kMenuEntryHeight, r.right - 1, r.top + 1 + (index + 1) * kMenuEntryHeight};
+    return {r.left + 1, r.top + 1 + index * kMenuEntryHeight, r.right - 1,
+            r.top + 1 + (index + 1) * kMenuEntryHeight};
 }
 
 void WindowHost::CloseMenu()
@@ -517,7 +521,8 @@ void WindowHost::DrawMenuOver(std::vector<std::uint8_t>& topDown)
         if (x1 <= x0)
             continue;
         std::memcpy(topDown.data() + (std::size_t(y) * width_ + x0) * 4,
-                    menu_->pixels.data() + (std::size_t(y - r.top) * width + (x0 - r.left)) * 4, std::size_t(x1 - x0) * 4);
+                    menu_->pixels.data() + (std::size_t(y - r.top) * width + (x0 - r.left)) * 4,
+                    std::size_t(x1 - x0) * 4);
     }
 }
 
@@ -557,7 +562,9 @@ bool WindowHost::MenuTakes(const Message& message)
             } else if (key == kKeyDown || key == kKeyUp) {
                 const int step = key == kKeyDown ? 1 : -1;
                 for (int n = 1; n <= count; ++n) {
-                    int index = ((menu.selected < 0 ? (step > 0 ? -1 : count) : menu.selected) + step * n + 2 * count) % count;
+                    int index = ((menu.selected < 0 ? (step > 0 ? -1 : count) : menu.selected) + step * n +
+                                 2 * count) %
+                                count;
                     if (!menu.entries[index].grayed) {
                         menu.selected = index;
                         break;
@@ -569,8 +576,10 @@ bool WindowHost::MenuTakes(const Message& message)
             }
             break;
         }
-        case kMsgMouseMove: return false; // Still tracks the pointer.
-        default: break;
+        case kMsgMouseMove:
+            return false; // Still tracks the pointer.
+        default:
+            break;
         }
     }
     if (close)

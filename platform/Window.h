@@ -18,7 +18,8 @@ namespace lumenar::platform {
 using WindowId = std::uint32_t;
 
 /// Message codes, as the player's windows see them.
-enum MessageCode : std::uint32_t {
+enum MessageCode : std::uint32_t
+{
     kMsgPaint = 0x000F,
     kMsgClose = 0x0010,
     kMsgKeyDown = 0x0100,
@@ -32,7 +33,8 @@ enum MessageCode : std::uint32_t {
 };
 
 /// Key codes of the keys the player reacts to.
-enum KeyCode : int {
+enum KeyCode : int
+{
     kKeyReturn = 0x0D,
     kKeyEscape = 0x1B,
     kKeyPageUp = 0x21,
@@ -161,8 +163,8 @@ public:
     std::vector<std::uint8_t> BackBuffer();
     /// Called with every presented picture (after it reached the back buffer) and the milliseconds
     /// since the host was made. Any thread calls it: the one that presented.
-    using FrameSink = std::function<void(std::uint64_t ms, const std::vector<std::uint8_t>& topDown, int width,
-                                         int height)>;
+    using FrameSink = std::function<void(std::uint64_t ms, const std::vector<std::uint8_t>& topDown,
+                                         int width, int height)>;
     void SetFrameSink(FrameSink sink);
     /// Number of Present calls so far.
     std::uint64_t PresentCount() const { return presents_.load(); }

@@ -61,8 +61,9 @@ int LayoutCaption(const records::TextRecord& record, const char* text, std::span
                 lineWidths[line++] = penX;
             penX = 0;
             at += 2;
-            y = static_cast<std::int32_t>(static_cast<std::uint32_t>(y) +
-                                          static_cast<std::uint32_t>(WrapMul(record.lineSpacing, m.height) / 100));
+            y = static_cast<std::int32_t>(
+                static_cast<std::uint32_t>(y) +
+                static_cast<std::uint32_t>(WrapMul(record.lineSpacing, m.height) / 100));
             continue;
         }
         const auto lead = static_cast<std::uint8_t>(text[at]);
@@ -98,7 +99,8 @@ int LayoutCaption(const records::TextRecord& record, const char* text, std::span
     if (record.alignment != 0) {
         for (std::size_t i = 0; i < count; ++i) {
             records::Glyph& g = glyphs[i];
-            const std::int64_t spare = static_cast<std::int64_t>(width) - lineWidths[std::min<std::size_t>(g.line, kMaxLines - 1)];
+            const std::int64_t spare =
+                static_cast<std::int64_t>(width) - lineWidths[std::min<std::size_t>(g.line, kMaxLines - 1)];
             const std::int64_t offset = record.alignment == 2 ? spare : spare / 2;
             g.gx = static_cast<std::int32_t>(g.gx + offset);
         }

@@ -41,8 +41,8 @@ bool OpenPhoto(const codec::Photo& photo, PhotoView& view)
 /// source pixel (so the overlaps of one destination pixel add up to sn).
 struct AxisWeights
 {
-    std::vector<int> first;    // First source index of destination d.
-    std::vector<int> offset;   // Where destination d's overlaps start in `overlap`.
+    std::vector<int> first;  // First source index of destination d.
+    std::vector<int> offset; // Where destination d's overlaps start in `overlap`.
     std::vector<std::uint32_t> overlap;
 };
 
@@ -105,13 +105,13 @@ Rect FrameGeometry(int clientWidth, int clientHeight, bool large)
     return rect;
 }
 
-int BilinearStretch(std::uint8_t* destination, int dw, int dh, const std::uint8_t* source, int bitCount, int sw,
-                    int sh)
+int BilinearStretch(std::uint8_t* destination, int dw, int dh, const std::uint8_t* source, int bitCount,
+                    int sw, int sh)
 {
     if (bitCount != 32 && bitCount != 24)
         return 0;
-    if (destination == nullptr || source == nullptr || dw <= 0 || dh <= 0 || sw <= 0 || sh <= 0 || sw > kMaxSide ||
-        sh > kMaxSide)
+    if (destination == nullptr || source == nullptr || dw <= 0 || dh <= 0 || sw <= 0 || sh <= 0 ||
+        sw > kMaxSide || sh > kMaxSide)
         return 0;
     const int bytesPerPixel = bitCount / 8;
     const std::ptrdiff_t stride = bitCount == 32 ? std::ptrdiff_t(sw) * 4 : (std::ptrdiff_t(sw) * 3 + 3) & ~3;
@@ -177,13 +177,14 @@ void ApplyMask(std::uint8_t* pixels, const std::uint8_t* maskPixels, int count)
     }
 }
 
-void AreaStretch(std::uint8_t* destination, int destinationWidth, int destinationHeight, int dx, int dy, int dw,
-                 int dh, const std::uint8_t* source, int sourceWidth, int sourceHeight, int sx, int sy, int sw,
-                 int sh)
+void AreaStretch(std::uint8_t* destination, int destinationWidth, int destinationHeight, int dx, int dy,
+                 int dw, int dh, const std::uint8_t* source, int sourceWidth, int sourceHeight, int sx,
+                 int sy, int sw, int sh)
 {
     // Clip both rectangles to their pictures, keeping the mapping between them.
     if (dw <= 0 || dh <= 0 || sw <= 0 || sh <= 0 || sx < 0 || sy < 0 || sx + sw > sourceWidth ||
-        sy + sh > sourceHeight || dx < 0 || dy < 0 || dx + dw > destinationWidth || dy + dh > destinationHeight)
+        sy + sh > sourceHeight || dx < 0 || dy < 0 || dx + dw > destinationWidth ||
+        dy + dh > destinationHeight)
         return;
     if (dw == sw && dh == sh) {
         for (int y = 0; y < dh; ++y)
@@ -314,7 +315,8 @@ void FrameCompositor::RenderPhoto(const codec::Photo* photo, const codec::Photo*
                 // The intermediate is addressed from the top (dy) and stored bottom row first.
                 dw = std::min(dw, iw - dx);
                 dh = std::min(dh, ih - dy);
-                AreaStretch(intermediate.data(), iw, ih, dx, ih - dy - dh, dw, dh, view.rows, w, h, sx, sy, sw, sh);
+                AreaStretch(intermediate.data(), iw, ih, dx, ih - dy - dh, dw, dh, view.rows, w, h, sx, sy,
+                            sw, sh);
                 std::memset(destination, 0, std::size_t(W) * H * 4);
                 BilinearStretch(destination, W, H, intermediate.data(), 32, iw, ih);
             }
@@ -416,7 +418,8 @@ effects::TextEffectParams FrameCompositor::TextBlock(const records::Glyph* glyph
     return block;
 }
 
-int FrameCompositor::BeginCaption(int effect, const records::Glyph* glyphs, int glyphCount, records::TextRecord* text)
+int FrameCompositor::BeginCaption(int effect, const records::Glyph* glyphs, int glyphCount,
+                                  records::TextRecord* text)
 {
     if (effect < 0)
         return 0;

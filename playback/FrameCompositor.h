@@ -28,8 +28,8 @@ Rect FrameGeometry(int clientWidth, int clientHeight, bool large);
 /// Resamples a 32- or 24-bit bottom-up picture of sw × sh onto `destination` (dw × dh, 32-bit, rows
 /// of dw × 4 bytes) with the integer bilinear filter. Compatibility: no rounding term, every step
 /// truncates, which darkens by a fraction of a level. Returns 0 for another bit depth or bad sizes.
-int BilinearStretch(std::uint8_t* destination, int dw, int dh, const std::uint8_t* source, int bitCount, int sw,
-                    int sh);
+int BilinearStretch(std::uint8_t* destination, int dw, int dh, const std::uint8_t* source, int bitCount,
+                    int sw, int sh);
 
 /// Darkens `pixels` by the mask: each colour drops by 255 − the mask's blue byte, stopping at 0.
 void ApplyMask(std::uint8_t* pixels, const std::uint8_t* maskPixels, int count);
@@ -37,9 +37,9 @@ void ApplyMask(std::uint8_t* pixels, const std::uint8_t* maskPixels, int count);
 /// Shrinks (or copies, or enlarges) the rectangle (sx, sy, sw, sh) of a 32-bit bottom-up picture
 /// (rows counted from the bottom) into (dx, dy, dw, dh) of another, rows counted from the bottom too,
 /// by averaging the area each destination pixel covers. Stands in for the system's halftone stretch.
-void AreaStretch(std::uint8_t* destination, int destinationWidth, int destinationHeight, int dx, int dy, int dw,
-                 int dh, const std::uint8_t* source, int sourceWidth, int sourceHeight, int sx, int sy, int sw,
-                 int sh);
+void AreaStretch(std::uint8_t* destination, int destinationWidth, int destinationHeight, int dx, int dy,
+                 int dw, int dh, const std::uint8_t* source, int sourceWidth, int sourceHeight, int sx,
+                 int sy, int sw, int sh);
 
 /// Owns every picture playback draws with, fits photos into the frame and runs the effects on them.
 /// Everything runs on the playback thread except PresentDisplay, which the window's paint handler
@@ -56,10 +56,11 @@ public:
 
     /// Fits `photo` (the part `rect` in photo pixels, or the whole photo undistorted when `rect` is
     /// empty) into `destination`, a frame-sized picture, then darkens it through `mask`.
-    void RenderPhoto(const codec::Photo* photo, const codec::Photo* mask, Rect rect, std::uint8_t* destination);
+    void RenderPhoto(const codec::Photo* photo, const codec::Photo* mask, Rect rect,
+                     std::uint8_t* destination);
     void PrepareFromScreen(const codec::Photo* photo, const codec::Photo* mask, Rect rect);
-    void PreparePair(const codec::Photo* photo1, const codec::Photo* mask1, Rect rect1, const codec::Photo* photo2,
-                     const codec::Photo* mask2, Rect rect2);
+    void PreparePair(const codec::Photo* photo1, const codec::Photo* mask1, Rect rect1,
+                     const codec::Photo* photo2, const codec::Photo* mask2, Rect rect2);
 
     int BeginTransition(int effect);
     void RenderTransitionFrame(int effect, platform::FramePresenter& window, int num, int den);
@@ -67,8 +68,8 @@ public:
     void CommitTarget();
 
     int BeginCaption(int effect, const records::Glyph* glyphs, int glyphCount, records::TextRecord* text);
-    void RenderCaptionFrame(int effect, const records::Glyph* glyphs, int glyphCount, records::TextRecord* text,
-                            int num, int den);
+    void RenderCaptionFrame(int effect, const records::Glyph* glyphs, int glyphCount,
+                            records::TextRecord* text, int num, int den);
     int EndCaption(int effect, records::TextRecord* text);
 
     void Present(platform::FramePresenter& window, int x, int y, bool fromOutput);
@@ -87,8 +88,8 @@ public:
 
 private:
     effects::EffectParams PictureBlock(int num, int den);
-    effects::TextEffectParams TextBlock(const records::Glyph* glyphs, int glyphCount, records::TextRecord* text,
-                                        int num, int den);
+    effects::TextEffectParams TextBlock(const records::Glyph* glyphs, int glyphCount,
+                                        records::TextRecord* text, int num, int den);
 
     int clientWidth_;
     int clientHeight_;

@@ -94,8 +94,8 @@ void PlayerWindow::SetCurrentItem(const film::FilmItem& item)
     state_.currentNumber = item.index;
 }
 
-int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, film::Film* film, int startNumber,
-                         bool large)
+int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, film::Film* film,
+                         int startNumber, bool large)
 {
     host_ = &host;
     parent_ = parent;
@@ -115,13 +115,14 @@ int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, 
     int bx = frame_.Width() - bw - 2;
     int by = 2;
     // The button lies on the frame; the frame's rectangle is in the player window's coordinates.
-    button_ = host.CreateChild(window_, {frame_.left + bx, frame_.top + by, frame_.left + bx + bw, frame_.top + by + bh},
-                               [this](const platform::Message& m) { OnButtonMessage(m); });
+    button_ = host.CreateChild(
+        window_, {frame_.left + bx, frame_.top + by, frame_.left + bx + bw, frame_.top + by + bh},
+        [this](const platform::Message& m) { OnButtonMessage(m); });
     int px = 0, py = 0;
     host.PointerPosition(px, py);
     platform::WindowRect screen = host.ScreenRect(window_);
-    bool inside = px >= screen.left + frame_.left && px < screen.left + frame_.right && py >= screen.top + frame_.top &&
-                  py < screen.top + frame_.bottom;
+    bool inside = px >= screen.left + frame_.left && px < screen.left + frame_.right &&
+                  py >= screen.top + frame_.top && py < screen.top + frame_.bottom;
     host.Show(button_, inside);
     buttonShown_ = inside;
     host.SetHook([this](const platform::Message& m) { OnHook(m); });
@@ -133,7 +134,8 @@ int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, 
     clipPlayer_ = std::make_unique<ClipPlayer>();
     slidePlayer_ = std::make_unique<SlidePlayer>();
     slidePlayer_->SetItem(&currentItem_);
-    compositor_ = std::make_unique<FrameCompositor>(clientWidth, clientHeight, frame_.Width(), frame_.Height());
+    compositor_ =
+        std::make_unique<FrameCompositor>(clientWidth, clientHeight, frame_.Width(), frame_.Height());
     timer_ = std::make_unique<MmTimer>(platform::SystemTimers(), 10);
 
     captionScale_ = static_cast<float>(frame_.Width() * 0.00125);
@@ -146,7 +148,8 @@ int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, 
     start.kind = film::kFilmItemPhoto;
     SetCurrentItem(start);
 
-    platform::KeepDisplayAwake(platform::kContinuous | platform::kSystemRequired | platform::kDisplayRequired);
+    platform::KeepDisplayAwake(platform::kContinuous | platform::kSystemRequired |
+                               platform::kDisplayRequired);
     Start();
     return 1;
 }
@@ -295,8 +298,8 @@ void PlayerWindow::Step()
     state_.nextReady = 0;
     state_.loaderGate.Resume();
 
-    std::uint32_t d = static_cast<std::uint32_t>(next.displaySeconds) * 1000 + static_cast<std::uint32_t>(next.effectMs) +
-                      (next.texts.empty() ? 0 : kCaptionMs);
+    std::uint32_t d = static_cast<std::uint32_t>(next.displaySeconds) * 1000 +
+                      static_cast<std::uint32_t>(next.effectMs) + (next.texts.empty() ? 0 : kCaptionMs);
     std::uint32_t elapsed = NowMs() - t0;
     std::uint32_t remaining = d > elapsed ? d - elapsed : 1;
     if (playMode_ == film::kAdvanceAutomatic)
@@ -305,9 +308,9 @@ void PlayerWindow::Step()
     state_.stepDone.Set();
 }
 
-int PlayerWindow::PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask, Rect fromRect, codec::Photo* toPhoto,
-                                 codec::Photo* toMask, Rect toRect, int effect, std::uint32_t duration,
-                                 int outgoingKind)
+int PlayerWindow::PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask, Rect fromRect,
+                                 codec::Photo* toPhoto, codec::Photo* toMask, Rect toRect, int effect,
+                                 std::uint32_t duration, int outgoingKind)
 {
     if (duration == 0)
         return 1;
@@ -322,7 +325,8 @@ int PlayerWindow::PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask
     } else if (outgoingKind == film::kFilmItemPowerPoint || outgoingKind == film::kFilmItemClip) {
         compositor_->PrepareFromScreen(toPhoto, toMask, toRect);
         compositor_->BeginTransition(effect);
-        compositor_->RenderTransitionFrame(effect, window, static_cast<int>(duration), static_cast<int>(duration));
+        compositor_->RenderTransitionFrame(effect, window, static_cast<int>(duration),
+                                           static_cast<int>(duration));
         compositor_->EndTransition(effect);
         return 1;
     }
@@ -338,7 +342,8 @@ int PlayerWindow::PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask
     t0 = t;
     do {
         std::uint32_t frameStart = NowMs();
-        compositor_->RenderTransitionFrame(effect, window, static_cast<int>(elapsed), static_cast<int>(total));
+        compositor_->RenderTransitionFrame(effect, window, static_cast<int>(elapsed),
+                                           static_cast<int>(total));
         if (host_->AsyncKeyPressed(platform::kKeyEscape)) {
             compositor_->EndTransition(effect);
             return 0;
@@ -403,7 +408,8 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
         compositor_->CommitTarget();
         for (int i = 0; i < captionCount; ++i)
             compositor_->RenderCaptionFrame(captions[i].effect, captions[i].glyphs.data(), captions[i].count,
-                                            &captions[i].record, static_cast<int>(progress), static_cast<int>(total));
+                                            &captions[i].record, static_cast<int>(progress),
+                                            static_cast<int>(total));
         compositor_->PresentDisplay(window);
         if (host_->AsyncKeyPressed(platform::kKeyEscape)) {
             skipped = true;
@@ -418,7 +424,8 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
     compositor_->CommitTarget();
     for (int i = 0; i < captionCount; ++i)
         compositor_->RenderCaptionFrame(captions[i].effect, captions[i].glyphs.data(), captions[i].count,
-                                        &captions[i].record, static_cast<int>(total), static_cast<int>(total));
+                                        &captions[i].record, static_cast<int>(total),
+                                        static_cast<int>(total));
     compositor_->PresentDisplay(window);
     for (int i = 0; i < captionCount; ++i)
         compositor_->EndCaption(captions[i].effect, &captions[i].record);
@@ -507,7 +514,8 @@ void PlayerWindow::OnMessage(const platform::Message& message)
         } else if (key == platform::kKeyPageUp) {
             if (playMode_ == film::kAdvanceManual)
                 PageUp();
-        } else if (CurrentItem().kind == film::kFilmItemPhoto && photoCache_ && photoCache_->HandleViewerKey(key)) {
+        } else if (CurrentItem().kind == film::kFilmItemPhoto && photoCache_ &&
+                   photoCache_->HandleViewerKey(key)) {
             host_->Invalidate(window_);
         }
         break;
@@ -526,7 +534,8 @@ void PlayerWindow::OnMessage(const platform::Message& message)
         if (message.wParam == kStepTimerId)
             OnTimerTick(false);
         break;
-    default: break;
+    default:
+        break;
     }
 }
 

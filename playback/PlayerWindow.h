@@ -56,7 +56,8 @@ public:
 
     /// Makes the window and its parts over `parent`'s client area and starts playback. Returns 1, or
     /// 0 when the window cannot be made. Window thread.
-    int Create(platform::WindowHost& host, platform::WindowId parent, film::Film* film, int startNumber, bool large);
+    int Create(platform::WindowHost& host, platform::WindowId parent, film::Film* film, int startNumber,
+               bool large);
     void Start();
     /// Ends both threads and the timer. Window thread.
     void Stop();
@@ -65,7 +66,8 @@ public:
     /// One item forward. Playback thread.
     void Step();
     int PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask, Rect fromRect, codec::Photo* toPhoto,
-                       codec::Photo* toMask, Rect toRect, int effect, std::uint32_t duration, int outgoingKind);
+                       codec::Photo* toMask, Rect toRect, int effect, std::uint32_t duration,
+                       int outgoingKind);
     int PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rect, const film::FilmItem& item);
 
     PlaybackState& State() { return state_; }

@@ -36,9 +36,11 @@ platform::FontRequest CaptionFontRequest(const records::LogFont& font, int heigh
 {
     platform::FontRequest request;
     const std::size_t faceLength = strnlen(font.faceName, sizeof font.faceName);
-    request.faceUtf8 = platform::ToUtf8(std::string_view(font.faceName, faceLength), platform::ActiveCodePage());
+    request.faceUtf8 =
+        platform::ToUtf8(std::string_view(font.faceName, faceLength), platform::ActiveCodePage());
     // Heights beyond any screen are cut to a size fonts can still be made at.
-    request.height = static_cast<int>(std::clamp<std::int64_t>(static_cast<std::int64_t>(font.height) * heightFactor, -8192, 8192));
+    request.height = static_cast<int>(
+        std::clamp<std::int64_t>(static_cast<std::int64_t>(font.height) * heightFactor, -8192, 8192));
     request.width = std::clamp(font.width, 0, 8192);
     request.weight = font.weight;
     request.italic = font.italic != 0;

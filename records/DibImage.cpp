@@ -13,8 +13,8 @@ base::Result<DibImage> DibImage::Create(int width, int height, std::int32_t pels
     if (width <= 0 || height <= 0)
         return Error{ErrorCode::InvalidInput, StrCat("picture size ", width, "x", height, " is empty")};
     if (static_cast<std::int64_t>(width) * height > kMaxFramePixels)
-        return Error{ErrorCode::TooLarge, StrCat("picture size ", width, "x", height, " is beyond ", kMaxFramePixels,
-                                                 " pixels")};
+        return Error{ErrorCode::TooLarge,
+                     StrCat("picture size ", width, "x", height, " is beyond ", kMaxFramePixels, " pixels")};
     DibImage image;
     BitmapInfoHeader& h = image.info_.header;
     h.biSize = sizeof(BitmapInfoHeader);

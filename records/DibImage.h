@@ -13,17 +13,17 @@ namespace lumenar::records {
 /// The 40-byte device-independent bitmap header.
 struct BitmapInfoHeader
 {
-    std::uint32_t biSize;          ///< 0: 40.
-    std::int32_t biWidth;          ///< 4: pixels.
-    std::int32_t biHeight;         ///< 8: positive: rows stored bottom-up.
-    std::uint16_t biPlanes;        ///< 12: 1.
-    std::uint16_t biBitCount;      ///< 14: 32 for frames.
-    std::uint32_t biCompression;   ///< 16: 0, uncompressed RGB.
-    std::uint32_t biSizeImage;     ///< 20: width × height × 4.
-    std::int32_t biXPelsPerMeter;  ///< 24
-    std::int32_t biYPelsPerMeter;  ///< 28
-    std::uint32_t biClrUsed;       ///< 32: 0.
-    std::uint32_t biClrImportant;  ///< 36: 0.
+    std::uint32_t biSize;         ///< 0: 40.
+    std::int32_t biWidth;         ///< 4: pixels.
+    std::int32_t biHeight;        ///< 8: positive: rows stored bottom-up.
+    std::uint16_t biPlanes;       ///< 12: 1.
+    std::uint16_t biBitCount;     ///< 14: 32 for frames.
+    std::uint32_t biCompression;  ///< 16: 0, uncompressed RGB.
+    std::uint32_t biSizeImage;    ///< 20: width × height × 4.
+    std::int32_t biXPelsPerMeter; ///< 24
+    std::int32_t biYPelsPerMeter; ///< 28
+    std::uint32_t biClrUsed;      ///< 32: 0.
+    std::uint32_t biClrImportant; ///< 36: 0.
 };
 static_assert(sizeof(BitmapInfoHeader) == 40);
 static_assert(offsetof(BitmapInfoHeader, biSizeImage) == 20);
@@ -49,9 +49,13 @@ struct Bgrx32View
     std::size_t Offset(int x, int y) const
     {
         return (static_cast<std::size_t>(height - 1 - y) * static_cast<std::size_t>(width) +
-                static_cast<std::size_t>(x)) * 4;
+                static_cast<std::size_t>(x)) *
+               4;
     }
-    std::size_t SizeBytes() const { return static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4; }
+    std::size_t SizeBytes() const
+    {
+        return static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
+    }
 };
 
 /// Frame sizes beyond this many pixels are refused (the largest screen we expect, with room to spare).

@@ -10,20 +10,20 @@ namespace lumenar::records {
 /// 800-pixel-wide frame.
 struct LogFont
 {
-    std::int32_t height;        ///< 0: negative = character height, positive = cell height, 0 = default.
-    std::int32_t width;         ///< 4: average character width; 0 lets the font choose.
-    std::int32_t escapement;    ///< 8: tenths of a degree.
-    std::int32_t orientation;   ///< 12: tenths of a degree.
-    std::int32_t weight;        ///< 16: 0..1000, 400 regular, 700 bold.
-    std::uint8_t italic;        ///< 20
-    std::uint8_t underline;     ///< 21
-    std::uint8_t strikeOut;     ///< 22
-    std::uint8_t charSet;       ///< 23
-    std::uint8_t outPrecision;  ///< 24
-    std::uint8_t clipPrecision; ///< 25
-    std::uint8_t quality;       ///< 26
-    std::uint8_t pitchAndFamily;///< 27
-    char faceName[32];          ///< 28: NUL-terminated in the film's code page.
+    std::int32_t height;         ///< 0: negative = character height, positive = cell height, 0 = default.
+    std::int32_t width;          ///< 4: average character width; 0 lets the font choose.
+    std::int32_t escapement;     ///< 8: tenths of a degree.
+    std::int32_t orientation;    ///< 12: tenths of a degree.
+    std::int32_t weight;         ///< 16: 0..1000, 400 regular, 700 bold.
+    std::uint8_t italic;         ///< 20
+    std::uint8_t underline;      ///< 21
+    std::uint8_t strikeOut;      ///< 22
+    std::uint8_t charSet;        ///< 23
+    std::uint8_t outPrecision;   ///< 24
+    std::uint8_t clipPrecision;  ///< 25
+    std::uint8_t quality;        ///< 26
+    std::uint8_t pitchAndFamily; ///< 27
+    char faceName[32];           ///< 28: NUL-terminated in the film's code page.
 };
 static_assert(sizeof(LogFont) == 60);
 static_assert(std::is_trivially_copyable_v<LogFont>);

@@ -24,17 +24,18 @@ extern "C" {
 typedef int32_t LumResult;
 #define LUM_S_OK ((LumResult)0)
 #define LUM_S_FALSE ((LumResult)1)
-#define LUM_E_FAIL ((LumResult)-1)          /* the operation failed (see the library's stderr line) */
-#define LUM_E_INVALIDARG ((LumResult)-2)    /* a null pointer or a value outside the contract */
-#define LUM_E_NOINTERFACE ((LumResult)-3)   /* unknown interface id */
+#define LUM_E_FAIL ((LumResult)-1)              /* the operation failed (see the library's stderr line) */
+#define LUM_E_INVALIDARG ((LumResult)-2)        /* a null pointer or a value outside the contract */
+#define LUM_E_NOINTERFACE ((LumResult)-3)       /* unknown interface id */
 #define LUM_E_CLASSNOTAVAILABLE ((LumResult)-4) /* unknown class id */
-#define LUM_E_WRONGSTATE ((LumResult)-5)    /* e.g. CreateWindow twice, Pump without a window */
-#define LUM_E_BUFFERTOOSMALL ((LumResult)-6) /* *needed says how many bytes to pass */
-#define LUM_E_NOTFOUND ((LumResult)-7)      /* property bag: no such name */
-#define LUM_E_NOTBUILT ((LumResult)-8)      /* a feature this build does not have yet */
+#define LUM_E_WRONGSTATE ((LumResult)-5)        /* e.g. CreateWindow twice, Pump without a window */
+#define LUM_E_BUFFERTOOSMALL ((LumResult)-6)    /* *needed says how many bytes to pass */
+#define LUM_E_NOTFOUND ((LumResult)-7)          /* property bag: no such name */
+#define LUM_E_NOTBUILT ((LumResult)-8)          /* a feature this build does not have yet */
 
 /* 128-bit identifiers, laid out like the classic GUID. */
-typedef struct LumGuid {
+typedef struct LumGuid
+{
     uint32_t data1;
     uint16_t data2;
     uint16_t data3;
@@ -42,10 +43,34 @@ typedef struct LumGuid {
 } LumGuid;
 
 /* The SequenceCtl class, its interface, the class factory interface and the type library. */
-#define LUM_CLSID_SEQUENCECTL {0x3f6a2c41u, 0x8d1e, 0x4b57, {0x9a, 0x0c, 0x5e, 0x71, 0xd2, 0x48, 0xb6, 0x13}}
-#define LUM_IID_ISEQUENCECTL {0x3f6a2c42u, 0x8d1e, 0x4b57, {0x9a, 0x0c, 0x5e, 0x71, 0xd2, 0x48, 0xb6, 0x13}}
-#define LUM_IID_ICLASSFACTORY {0x00000001u, 0x0000, 0x0000, {0xc0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}}
-#define LUM_LIBID_LUMENARLIB {0x3f6a2c40u, 0x8d1e, 0x4b57, {0x9a, 0x0c, 0x5e, 0x71, 0xd2, 0x48, 0xb6, 0x13}}
+#define LUM_CLSID_SEQUENCECTL                                                                                \
+    {                                                                                                        \
+        0x3f6a2c41u, 0x8d1e, 0x4b57,                                                                         \
+        {                                                                                                    \
+            0x9a, 0x0c, 0x5e, 0x71, 0xd2, 0x48, 0xb6, 0x13                                                   \
+        }                                                                                                    \
+    }
+#define LUM_IID_ISEQUENCECTL                                                                                 \
+    {                                                                                                        \
+        0x3f6a2c42u, 0x8d1e, 0x4b57,                                                                         \
+        {                                                                                                    \
+            0x9a, 0x0c, 0x5e, 0x71, 0xd2, 0x48, 0xb6, 0x13                                                   \
+        }                                                                                                    \
+    }
+#define LUM_IID_ICLASSFACTORY                                                                                \
+    {                                                                                                        \
+        0x00000001u, 0x0000, 0x0000,                                                                         \
+        {                                                                                                    \
+            0xc0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46                                                   \
+        }                                                                                                    \
+    }
+#define LUM_LIBID_LUMENARLIB                                                                                 \
+    {                                                                                                        \
+        0x3f6a2c40u, 0x8d1e, 0x4b57,                                                                         \
+        {                                                                                                    \
+            0x9a, 0x0c, 0x5e, 0x71, 0xd2, 0x48, 0xb6, 0x13                                                   \
+        }                                                                                                    \
+    }
 
 /* Dispatch ids of the properties, as property-change sinks see them. */
 #define LUM_DISPID_BACKCOLOR (-501)
@@ -58,30 +83,33 @@ typedef struct LumGuid {
 #define LUM_COMMAND_STOP 0x8009u
 
 /* Where the control's window lives. */
-typedef enum LumWindowKind {
+typedef enum LumWindowKind
+{
     LUM_WINDOW_OWN = 0,      /* the library makes a top-level SDL window (headless when no display) */
     LUM_WINDOW_HEADLESS = 1, /* the library makes a headless window: frames reach only the frame sink */
     LUM_WINDOW_SDL = 2,      /* the host's SDL_Window* (in `sdlWindow`); the library draws into it */
     LUM_WINDOW_X11 = 3       /* a native X11 window id (in `x11Window`); the library draws into it */
 } LumWindowKind;
 
-typedef struct LumSite {
-    uint32_t size;         /* sizeof(LumSite), for later growth */
-    int32_t kind;          /* a LumWindowKind */
-    void* sdlWindow;       /* LUM_WINDOW_SDL: an SDL_Window* made by the host's SDL2 */
-    uint64_t x11Window;    /* LUM_WINDOW_X11: the window id */
-    int32_t width;         /* the control's size in pixels (0: the whole window, or 800x600 for OWN/HEADLESS) */
+typedef struct LumSite
+{
+    uint32_t size;      /* sizeof(LumSite), for later growth */
+    int32_t kind;       /* a LumWindowKind */
+    void* sdlWindow;    /* LUM_WINDOW_SDL: an SDL_Window* made by the host's SDL2 */
+    uint64_t x11Window; /* LUM_WINDOW_X11: the window id */
+    int32_t width;      /* the control's size in pixels (0: the whole window, or 800x600 for OWN/HEADLESS) */
     int32_t height;
-    const char* title;     /* OWN: the window title (NULL: "Lumenar") */
+    const char* title;       /* OWN: the window title (NULL: "Lumenar") */
     const char* documentUrl; /* the host document's address that File is relative to (NULL: none) */
-    int32_t userMode;      /* the ambient user mode: 1 plays, 0 is design mode (nothing is downloaded) */
+    int32_t userMode;        /* the ambient user mode: 1 plays, 0 is design mode (nothing is downloaded) */
 } LumSite;
 
 /* A property bag: name/value text pairs, read and written through the host's two functions.
  * Read copies the value of `name` with its terminator into `value` (capacity `capacity`) and sets
  * *needed to its length + 1; it returns LUM_E_NOTFOUND when the bag has no such name, and
  * LUM_E_BUFFERTOOSMALL (with *needed set) when the value does not fit. */
-typedef struct LumPropertyBag {
+typedef struct LumPropertyBag
+{
     void* context;
     LumResult (*Read)(void* context, const char* name, char* value, size_t capacity, size_t* needed);
     LumResult (*Write)(void* context, const char* name, const char* value);
@@ -96,7 +124,8 @@ typedef void (*LumPropertyChanged)(void* context, int32_t dispid);
 typedef void (*LumFrameSink)(void* context, uint64_t ms, const uint8_t* bgrx, int32_t width, int32_t height);
 
 typedef struct LumSequenceCtl LumSequenceCtl;
-typedef struct LumSequenceCtlVtbl {
+typedef struct LumSequenceCtlVtbl
+{
     uint32_t (*AddRef)(LumSequenceCtl* self);
     uint32_t (*Release)(LumSequenceCtl* self); /* at 0 destroys the window first */
 
@@ -138,19 +167,22 @@ typedef struct LumSequenceCtlVtbl {
     /* Every presented frame goes to `sink` (NULL removes it). */
     LumResult (*SetFrameSink)(LumSequenceCtl* self, LumFrameSink sink, void* context);
 } LumSequenceCtlVtbl;
-struct LumSequenceCtl {
+struct LumSequenceCtl
+{
     const LumSequenceCtlVtbl* vtbl;
 };
 
 typedef struct LumClassFactory LumClassFactory;
-typedef struct LumClassFactoryVtbl {
+typedef struct LumClassFactoryVtbl
+{
     uint32_t (*AddRef)(LumClassFactory* self);
     uint32_t (*Release)(LumClassFactory* self);
     /* iid: LUM_IID_ISEQUENCECTL; *object receives a LumSequenceCtl* with one reference. */
     LumResult (*CreateInstance)(LumClassFactory* self, const LumGuid* iid, void** object);
     LumResult (*LockServer)(LumClassFactory* self, int32_t lock);
 } LumClassFactoryVtbl;
-struct LumClassFactory {
+struct LumClassFactory
+{
     const LumClassFactoryVtbl* vtbl;
 };
 

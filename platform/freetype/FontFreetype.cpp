@@ -95,7 +95,9 @@ struct Font::Impl
     }
 };
 
-Font::Font(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+Font::Font(std::unique_ptr<Impl> impl) : impl_(std::move(impl))
+{
+}
 Font::~Font() = default;
 
 base::Result<std::unique_ptr<Font>> Font::Create(const FontRequest& request)
@@ -107,7 +109,8 @@ base::Result<std::unique_ptr<Font>> Font::Create(const FontRequest& request)
         found = FindFace(request);
         if (!found)
             return Error{ErrorCode::NotFound, StrCat("no scalable font for '", request.faceUtf8, "'")};
-        if (Library() == nullptr || FT_New_Face(Library(), found->file.c_str(), found->index, &impl->face) != 0)
+        if (Library() == nullptr ||
+            FT_New_Face(Library(), found->file.c_str(), found->index, &impl->face) != 0)
             return Error{ErrorCode::Io, StrCat("cannot open font file ", found->file)};
     }
     FT_Face face = impl->face;
@@ -120,12 +123,16 @@ base::Result<std::unique_ptr<Font>> Font::Create(const FontRequest& request)
     // A zero height takes the classic default cell of 16 pixels.
     const int height = request.height == 0 ? 16 : request.height;
     // Negative heights name the em size; positive ones the whole cell.
-    const double em = std::clamp(height < 0 ? -static_cast<double>(height) : height * unitsPerEm / cellUnits, 1.0, 4096.0);
-    const double averageUnits = os2 != nullptr && os2->xAvgCharWidth > 0 ? os2->xAvgCharWidth : unitsPerEm / 2;
-    const double emX = request.width > 0 ? std::clamp(request.width * unitsPerEm / averageUnits, 1.0, 4096.0) : em;
-    if (FT_Set_Char_Size(face, static_cast<FT_F26Dot6>(std::lround(emX * 64)), static_cast<FT_F26Dot6>(std::lround(em * 64)),
-                         72, 72) != 0)
-        return Error{ErrorCode::BadData, StrCat("font ", found->family, " cannot be scaled to ", em, " pixels")};
+    const double em =
+        std::clamp(height < 0 ? -static_cast<double>(height) : height * unitsPerEm / cellUnits, 1.0, 4096.0);
+    const double averageUnits =
+        os2 != nullptr && os2->xAvgCharWidth > 0 ? os2->xAvgCharWidth : unitsPerEm / 2;
+    const double emX =
+        request.width > 0 ? std::clamp(request.width * unitsPerEm / averageUnits, 1.0, 4096.0) : em;
+    if (FT_Set_Char_Size(face, static_cast<FT_F26Dot6>(std::lround(emX * 64)),
+                         static_cast<FT_F26Dot6>(std::lround(em * 64)), 72, 72) != 0)
+        return Error{ErrorCode::BadData,
+                     StrCat("font ", found->family, " cannot be scaled to ", em, " pixels")};
 
     TextMetrics m;
     const double scaleY = em / unitsPerEm;
@@ -134,7 +141,8 @@ base::Result<std::unique_ptr<Font>> Font::Create(const FontRequest& request)
     m.descent = static_cast<int>(std::lround(cellDescent * scaleY));
     m.height = m.ascent + m.descent;
     m.internalLeading = std::max(0, m.height - static_cast<int>(std::lround(em)));
-    const double lineGap = os2 != nullptr ? os2->sTypoLineGap : face->height - (face->ascender - face->descender);
+    const double lineGap =
+        os2 != nullptr ? os2->sTypoLineGap : face->height - (face->ascender - face->descender);
     m.externalLeading = std::max(0, static_cast<int>(std::lround(lineGap * scaleY)));
     m.aveCharWidth = static_cast<int>(std::lround(averageUnits * scaleX));
     m.maxCharWidth = static_cast<int>(std::lround(face->max_advance_width * scaleX));
@@ -185,8 +193,9 @@ void Font::Draw(GraySheet sheet, int x, int baseline, char32_t character)
             const int px = left + static_cast<int>(column);
             if (px < 0 || px >= sheet.width)
                 continue;
-            const bool ink = bitmap.pixel_mode == FT_PIXEL_MODE_MONO ? ((in[column >> 3] >> (7 - (column & 7))) & 1) != 0
-                                                                      : in[column] >= 128;
+            const bool ink = bitmap.pixel_mode == FT_PIXEL_MODE_MONO
+                                 ? ((in[column >> 3] >> (7 - (column & 7))) & 1) != 0
+                                 : in[column] >= 128;
             if (ink)
                 out[px] = 0;
         }

@@ -48,9 +48,11 @@ void InitGsfOnce()
     static std::once_flag once;
     std::call_once(once, [] {
         gsf_init();
-        const auto levels = static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_MESSAGE |
-                                                        G_LOG_LEVEL_INFO | G_LOG_LEVEL_DEBUG);
-        for (const char* domain : {static_cast<const char*>(nullptr), "libgsf", "libgsf:msole", "GLib-GObject"})
+        const auto levels =
+            static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_MESSAGE |
+                                        G_LOG_LEVEL_INFO | G_LOG_LEVEL_DEBUG);
+        for (const char* domain :
+             {static_cast<const char*>(nullptr), "libgsf", "libgsf:msole", "GLib-GObject"})
             g_log_set_handler(domain, levels, TraceLogHandler, nullptr);
     });
 }
@@ -103,7 +105,9 @@ struct CompoundStorage::Impl
     }
 };
 
-CompoundStorage::CompoundStorage(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+CompoundStorage::CompoundStorage(std::unique_ptr<Impl> impl) : impl_(std::move(impl))
+{
+}
 CompoundStorage::~CompoundStorage() = default;
 
 bool CompoundStorage::Sniff(std::span<const std::uint8_t> head)
@@ -112,7 +116,8 @@ bool CompoundStorage::Sniff(std::span<const std::uint8_t> head)
     return head.size() >= sizeof kSignature && std::memcmp(head.data(), kSignature, sizeof kSignature) == 0;
 }
 
-Result<std::unique_ptr<CompoundStorage>> CompoundStorage::OpenRoot(void* source, std::string_view where, bool holdsFile)
+Result<std::unique_ptr<CompoundStorage>> CompoundStorage::OpenRoot(void* source, std::string_view where,
+                                                                   bool holdsFile)
 {
     InitGsfOnce();
     GsfInputPtr input(static_cast<GsfInput*>(source));
@@ -173,8 +178,9 @@ Result<std::vector<StorageElement>> CompoundStorage::Elements()
         // A child that cannot be opened is still an element; it counts as a storage because it is not a
         // readable stream.
         bool isStorage = child == nullptr || (GSF_IS_INFILE(child.get()) &&
-                                               gsf_infile_num_children(GSF_INFILE(child.get())) >= 0);
-        elements.push_back({name != nullptr ? name : "", isStorage ? ElementKind::Storage : ElementKind::Stream});
+                                              gsf_infile_num_children(GSF_INFILE(child.get())) >= 0);
+        elements.push_back(
+            {name != nullptr ? name : "", isStorage ? ElementKind::Storage : ElementKind::Stream});
     }
     return elements;
 }
@@ -185,7 +191,8 @@ Result<std::unique_ptr<CompoundStorage>> CompoundStorage::OpenStorage(std::strin
     if (index < 0)
         return Error{ErrorCode::NotFound, StrCat("no storage named ", name)};
     GsfInputPtr child(gsf_infile_child_by_index(impl_->infile.get(), index));
-    if (child == nullptr || !GSF_IS_INFILE(child.get()) || gsf_infile_num_children(GSF_INFILE(child.get())) < 0)
+    if (child == nullptr || !GSF_IS_INFILE(child.get()) ||
+        gsf_infile_num_children(GSF_INFILE(child.get())) < 0)
         return Error{ErrorCode::NotFound, StrCat(name, " is not a storage")};
     auto impl = std::make_unique<Impl>();
     impl->infile.reset(GSF_INFILE(child.release()));
@@ -198,11 +205,14 @@ Result<std::vector<std::uint8_t>> CompoundStorage::ReadStream(std::string_view n
     if (index < 0)
         return Error{ErrorCode::NotFound, StrCat("no stream named ", name)};
     GsfInputPtr child(gsf_infile_child_by_index(impl_->infile.get(), index));
-    if (child == nullptr || (GSF_IS_INFILE(child.get()) && gsf_infile_num_children(GSF_INFILE(child.get())) >= 0))
+    if (child == nullptr ||
+        (GSF_IS_INFILE(child.get()) && gsf_infile_num_children(GSF_INFILE(child.get())) >= 0))
         return Error{ErrorCode::NotFound, StrCat(name, " is not a stream")};
     const gsf_off_t size = gsf_input_size(child.get());
     const std::size_t count =
-        size < 0 ? 0 : static_cast<std::size_t>(std::min<std::uint64_t>(static_cast<std::uint64_t>(size), maxBytes));
+        size < 0
+            ? 0
+            : static_cast<std::size_t>(std::min<std::uint64_t>(static_cast<std::uint64_t>(size), maxBytes));
     std::vector<std::uint8_t> bytes(count);
     if (count > 0 && gsf_input_read(child.get(), count, bytes.data()) == nullptr)
         return Error{ErrorCode::Io, StrCat("cannot read ", count, " bytes of stream ", name)};

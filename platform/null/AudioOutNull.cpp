@@ -27,7 +27,8 @@ namespace {
 class NullSoundBuffer final : public SoundBuffer
 {
 public:
-    NullSoundBuffer(std::shared_ptr<NullSoundDevice::Shared> shared, const WaveFormat& format, std::uint32_t bytes)
+    NullSoundBuffer(std::shared_ptr<NullSoundDevice::Shared> shared, const WaveFormat& format,
+                    std::uint32_t bytes)
         : shared_(std::move(shared)), format_(format), data_(bytes, 0)
     {
     }
@@ -140,7 +141,9 @@ private:
 
 } // namespace
 
-NullSoundDevice::NullSoundDevice(Clock& clock) : shared_(std::make_shared<Shared>(clock)) {}
+NullSoundDevice::NullSoundDevice(Clock& clock) : shared_(std::make_shared<Shared>(clock))
+{
+}
 
 NullSoundDevice::~NullSoundDevice() = default;
 

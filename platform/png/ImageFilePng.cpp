@@ -31,7 +31,8 @@ std::string Extension(const std::string& path)
 {
     const auto dot = path.find_last_of('.');
     std::string ext = dot == std::string::npos ? "" : path.substr(dot + 1);
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(ext.begin(), ext.end(), ext.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return ext;
 }
 
@@ -59,7 +60,8 @@ base::Result<BgrxPicture> ReadPng(const std::string& path)
         return Error{ErrorCode::BadData, StrCat(path, ": not a readable PNG (", image.message, ")")};
     if (static_cast<std::int64_t>(image.width) * image.height > kMaxImageFilePixels) {
         png_image_free(&image);
-        return Error{ErrorCode::TooLarge, StrCat(path, ": ", image.width, "x", image.height, " is too large")};
+        return Error{ErrorCode::TooLarge,
+                     StrCat(path, ": ", image.width, "x", image.height, " is too large")};
     }
     image.format = PNG_FORMAT_BGRA;
     BgrxPicture picture;
@@ -85,22 +87,26 @@ base::Result<BgrxPicture> ReadBmp(const std::string& path)
     const int bits = bytes[28] | bytes[29] << 8;
     const std::uint32_t compression = Get32(bytes, 30);
     if ((bits != 24 && bits != 32) || (compression != 0 && compression != 3))
-        return Error{ErrorCode::Unsupported, StrCat(path, ": only uncompressed 24- and 32-bit BMP files are read")};
+        return Error{ErrorCode::Unsupported,
+                     StrCat(path, ": only uncompressed 24- and 32-bit BMP files are read")};
     if (width <= 0 || rawHeight == 0 || rawHeight == INT32_MIN)
         return Error{ErrorCode::BadData, StrCat(path, ": empty BMP")};
     const std::int32_t height = rawHeight < 0 ? -rawHeight : rawHeight;
     if (static_cast<std::int64_t>(width) * height > kMaxImageFilePixels)
         return Error{ErrorCode::TooLarge, StrCat(path, ": ", width, "x", height, " is too large")};
-    const std::size_t rowBytes = (static_cast<std::size_t>(width) * static_cast<std::size_t>(bits / 8) + 3) / 4 * 4;
+    const std::size_t rowBytes =
+        (static_cast<std::size_t>(width) * static_cast<std::size_t>(bits / 8) + 3) / 4 * 4;
     if (offset > bytes.size() || rowBytes * static_cast<std::size_t>(height) > bytes.size() - offset)
         return Error{ErrorCode::Truncated, StrCat(path, ": BMP pixel data is cut short")};
-    BgrxPicture picture{width, height,
-                        std::vector<std::uint8_t>(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4)};
+    BgrxPicture picture{
+        width, height,
+        std::vector<std::uint8_t>(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4)};
     for (std::int32_t r = 0; r < height; ++r) {
         // Rows are stored bottom-up unless the height is negative.
         const std::int32_t fileRow = rawHeight > 0 ? r : height - 1 - r;
         const std::uint8_t* row = bytes.data() + offset + rowBytes * static_cast<std::size_t>(fileRow);
-        std::uint8_t* out = picture.pixels.data() + static_cast<std::size_t>(r) * static_cast<std::size_t>(width) * 4;
+        std::uint8_t* out =
+            picture.pixels.data() + static_cast<std::size_t>(r) * static_cast<std::size_t>(width) * 4;
         for (std::int32_t x = 0; x < width; ++x) {
             std::memcpy(out + x * 4, row + x * (bits / 8), 3);
             out[x * 4 + 3] = 0;
@@ -157,7 +163,8 @@ base::Status WritePpm(const std::string& path, const BgrxPicture& picture)
     const std::string header = StrCat("P6\n", picture.width, " ", picture.height, "\n255\n");
     std::vector<std::uint8_t> out(header.begin(), header.end());
     for (int r = picture.height - 1; r >= 0; --r) {
-        const std::uint8_t* row = picture.pixels.data() + static_cast<std::size_t>(r) * static_cast<std::size_t>(picture.width) * 4;
+        const std::uint8_t* row =
+            picture.pixels.data() + static_cast<std::size_t>(r) * static_cast<std::size_t>(picture.width) * 4;
         for (int x = 0; x < picture.width; ++x) {
             out.push_back(row[x * 4 + 2]);
             out.push_back(row[x * 4 + 1]);
@@ -186,7 +193,8 @@ base::Result<BgrxPicture> ReadImageFile(const std::string& path)
 base::Status WriteImageFile(const std::string& path, const BgrxPicture& picture)
 {
     if (picture.width <= 0 || picture.height <= 0 ||
-        picture.pixels.size() != static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height) * 4)
+        picture.pixels.size() !=
+            static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height) * 4)
         return Error{ErrorCode::InvalidInput, StrCat(path, ": nothing to write")};
     const std::string ext = Extension(path);
     if (ext == "png")
@@ -195,7 +203,8 @@ base::Status WriteImageFile(const std::string& path, const BgrxPicture& picture)
         return WriteBmp(path, picture);
     if (ext == "ppm")
         return WritePpm(path, picture);
-    return Error{ErrorCode::Unsupported, StrCat(path, ": unknown picture type '.", ext, "' (use .png, .bmp or .ppm)")};
+    return Error{ErrorCode::Unsupported,
+                 StrCat(path, ": unknown picture type '.", ext, "' (use .png, .bmp or .ppm)")};
 }
 
 } // namespace lumenar::platform

@@ -54,7 +54,9 @@ char32_t DecodeUtf8(std::string_view text)
     if (text.empty())
         return 0xFFFD;
     const auto b0 = static_cast<std::uint8_t>(text[0]);
-    auto cont = [&](std::size_t i) { return static_cast<char32_t>(static_cast<std::uint8_t>(text[i]) & 0x3F); };
+    auto cont = [&](std::size_t i) {
+        return static_cast<char32_t>(static_cast<std::uint8_t>(text[i]) & 0x3F);
+    };
     if (b0 < 0x80)
         return b0;
     if ((b0 & 0xE0) == 0xC0 && text.size() >= 2)
@@ -96,11 +98,14 @@ bool IsSupportedCodePage(int codePage)
 bool IsLeadByte(int codePage, std::uint8_t byte)
 {
     switch (codePage) {
-    case 932: return (byte >= 0x81 && byte <= 0x9F) || (byte >= 0xE0 && byte <= 0xFC);
+    case 932:
+        return (byte >= 0x81 && byte <= 0x9F) || (byte >= 0xE0 && byte <= 0xFC);
     case 936:
     case 949:
-    case 950: return byte >= 0x81 && byte <= 0xFE;
-    default: return false;
+    case 950:
+        return byte >= 0x81 && byte <= 0xFE;
+    default:
+        return false;
     }
 }
 

@@ -20,7 +20,10 @@ namespace {
 class SdlSoundBuffer final : public SoundBuffer
 {
 public:
-    SdlSoundBuffer(std::uint32_t bytes, std::uint16_t blockAlign) : data_(bytes, 0), blockAlign_(std::max<std::uint16_t>(blockAlign, 1)) {}
+    SdlSoundBuffer(std::uint32_t bytes, std::uint16_t blockAlign)
+        : data_(bytes, 0), blockAlign_(std::max<std::uint16_t>(blockAlign, 1))
+    {
+    }
     ~SdlSoundBuffer() override
     {
         if (device_ != 0)

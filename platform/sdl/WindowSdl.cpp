@@ -13,16 +13,26 @@ namespace {
 int KeyFromSdl(SDL_Keycode key)
 {
     switch (key) {
-    case SDLK_ESCAPE: return kKeyEscape;
-    case SDLK_PAGEUP: return kKeyPageUp;
-    case SDLK_PAGEDOWN: return kKeyPageDown;
-    case SDLK_LEFT: return kKeyLeft;
-    case SDLK_UP: return kKeyUp;
-    case SDLK_RIGHT: return kKeyRight;
-    case SDLK_DOWN: return kKeyDown;
-    case SDLK_KP_PLUS: return kKeyAdd;
-    case SDLK_KP_MINUS: return kKeySubtract;
-    default: return static_cast<int>(key & 0xFFFF);
+    case SDLK_ESCAPE:
+        return kKeyEscape;
+    case SDLK_PAGEUP:
+        return kKeyPageUp;
+    case SDLK_PAGEDOWN:
+        return kKeyPageDown;
+    case SDLK_LEFT:
+        return kKeyLeft;
+    case SDLK_UP:
+        return kKeyUp;
+    case SDLK_RIGHT:
+        return kKeyRight;
+    case SDLK_DOWN:
+        return kKeyDown;
+    case SDLK_KP_PLUS:
+        return kKeyAdd;
+    case SDLK_KP_MINUS:
+        return kKeySubtract;
+    default:
+        return static_cast<int>(key & 0xFFFF);
     }
 }
 
@@ -50,8 +60,8 @@ public:
     {
         float horizontal = 0, vertical = 0;
         const int display = SDL_GetWindowDisplayIndex(window_);
-        if (display < 0 || SDL_GetDisplayDPI(display, nullptr, &horizontal, &vertical) != 0 || horizontal < 1 ||
-            vertical < 1) {
+        if (display < 0 || SDL_GetDisplayDPI(display, nullptr, &horizontal, &vertical) != 0 ||
+            horizontal < 1 || vertical < 1) {
             WindowHost::PixelsPerInch(x, y);
             return;
         }
@@ -72,9 +82,15 @@ protected:
         int got = SDL_WaitEventTimeout(&event, static_cast<int>(timeoutMs));
         while (got) {
             switch (event.type) {
-            case SDL_QUIT: open = false; break;
-            case SDL_KEYDOWN: InjectKey(KeyFromSdl(event.key.keysym.sym)); break;
-            case SDL_MOUSEMOTION: InjectMouseMove(event.motion.x, event.motion.y); break;
+            case SDL_QUIT:
+                open = false;
+                break;
+            case SDL_KEYDOWN:
+                InjectKey(KeyFromSdl(event.key.keysym.sym));
+                break;
+            case SDL_MOUSEMOTION:
+                InjectMouseMove(event.motion.x, event.motion.y);
+                break;
             case SDL_MOUSEBUTTONUP:
                 if (event.button.button == SDL_BUTTON_LEFT)
                     InjectButtonUp(event.button.x, event.button.y);
@@ -91,7 +107,8 @@ protected:
                     event.window.event == SDL_WINDOWEVENT_EXPOSED)
                     ShowBackBuffer(BackBuffer());
                 break;
-            default: break;
+            default:
+                break;
             }
             got = SDL_PollEvent(&event);
         }
@@ -126,8 +143,8 @@ private:
 // software renderer; on failure everything made here goes again, `window` too when `owns`.
 std::unique_ptr<WindowHost> HostOver(SDL_Window* window, bool owns, int width, int height)
 {
-    SDL_Renderer* renderer = window && width > 0 && height > 0 ? SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE)
-                                                               : nullptr;
+    SDL_Renderer* renderer =
+        window && width > 0 && height > 0 ? SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE) : nullptr;
     if (renderer != nullptr)
         SDL_RenderSetLogicalSize(renderer, width, height);
     SDL_Texture* texture = renderer ? SDL_CreateTexture(renderer, SDL_PIXELFORMAT_ARGB8888,
@@ -156,8 +173,8 @@ std::unique_ptr<WindowHost> MakeSdlWindowHost(int width, int height, const char*
         return nullptr;
     // The viewer may resize the window: the picture keeps its size and is scaled to the window,
     // letterboxed, and SDL maps the pointer back to picture coordinates (the renderer's logical size).
-    SDL_Window* window = SDL_CreateWindow(title, SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width, height,
-                                          SDL_WINDOW_RESIZABLE);
+    SDL_Window* window = SDL_CreateWindow(title, SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width,
+                                          height, SDL_WINDOW_RESIZABLE);
     return HostOver(window, /*owns=*/true, width, height);
 }
 
@@ -171,7 +188,8 @@ std::unique_ptr<WindowHost> WindowHost::Attach(const NativeWindow& native)
     // A foreign X11 window becomes an SDL window that SDL must not destroy with the host's window.
     const bool owns = window == nullptr;
     if (window == nullptr)
-        window = SDL_CreateWindowFrom(reinterpret_cast<const void*>(static_cast<std::uintptr_t>(native.x11Window)));
+        window = SDL_CreateWindowFrom(
+            reinterpret_cast<const void*>(static_cast<std::uintptr_t>(native.x11Window)));
     int width = 0, height = 0;
     if (window != nullptr)
         SDL_GetWindowSize(window, &width, &height);

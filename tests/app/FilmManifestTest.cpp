@@ -97,12 +97,23 @@ TEST(FilmManifest, WarnsOfPhotosThePlayerShowsSheared)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.width);
-        const Bytes photo = {0xFF, 0xD8, 0xFF, 0xC0, 0x00, 0x11, 0x08, 0x01, 0xE0,
-                             static_cast<std::uint8_t>(c.width >> 8), static_cast<std::uint8_t>(c.width & 0xFF),
-                             0x03, 0x01, c.lumaSampling, 0x00};
-        auto read = ReadFilmManifest("photo p.jpg\n", [&photo](const std::string&) -> base::Result<Bytes> {
-            return photo;
-        });
+        const Bytes photo = {0xFF,
+                             0xD8,
+                             0xFF,
+                             0xC0,
+                             0x00,
+                             0x11,
+                             0x08,
+                             0x01,
+                             0xE0,
+                             static_cast<std::uint8_t>(c.width >> 8),
+                             static_cast<std::uint8_t>(c.width & 0xFF),
+                             0x03,
+                             0x01,
+                             c.lumaSampling,
+                             0x00};
+        auto read = ReadFilmManifest("photo p.jpg\n",
+                                     [&photo](const std::string&) -> base::Result<Bytes> { return photo; });
         ASSERT_TRUE(read.ok()) << read.error().message;
         EXPECT_EQ(read->warnings.size(), c.warned ? 1u : 0u);
         EXPECT_EQ(read->film.GetItem(1).width, c.width);

@@ -54,7 +54,9 @@ public:
 Bytes DecodeToPcm(NarrationDecoder& decoder, const Bytes& chunk)
 {
     Bytes pcm;
-    decoder.DecodeChunk(chunk, [&pcm](std::span<const std::uint8_t> part) { pcm.insert(pcm.end(), part.begin(), part.end()); });
+    decoder.DecodeChunk(chunk, [&pcm](std::span<const std::uint8_t> part) {
+        pcm.insert(pcm.end(), part.begin(), part.end());
+    });
     return pcm;
 }
 
@@ -129,14 +131,40 @@ TEST(NarrationDecoder, PacketCases)
         int traces;
     };
     const Row rows[] = {
-        {"sixteen speech frames", Packet({3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3}, speech), 7680, 0, 0},
+        {"sixteen speech frames", Packet({3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3}, speech), 7680, 0,
+         0},
         {"5.3 kbit/s frame under kind 3", Packet({3, 3}, mismatched), 7680, 1, 0},
-        {"silence frame under kind 3", Packet({3}, [] { auto f = SilenceFrame(5, 1); f.resize(24); return f; }()), 7680, 1, 0},
+        {"silence frame under kind 3",
+         Packet({3},
+                [] {
+                    auto f = SilenceFrame(5, 1);
+                    f.resize(24);
+                    return f;
+                }()),
+         7680, 1, 0},
         {"speech frame under kind 2", Packet({2}, SpeechFrame63(3)), 7680, 1, 0},
-        {"two packets", [] { auto c = Packet({3}, SpeechFrame63(1)); Append(c, Packet({1}, {3})); return c; }(), 15360, 0, 0},
+        {"two packets",
+         [] {
+             auto c = Packet({3}, SpeechFrame63(1));
+             Append(c, Packet({1}, {3}));
+             return c;
+         }(),
+         15360, 0, 0},
         {"header cut short", Bytes{0, 0, 24, 0, 3}, 0, 0, 1},
-        {"payload cut short", [] { auto c = Packet({3}, SpeechFrame63(4)); c.resize(c.size() - 5); return c; }(), 7680, 0, 1},
-        {"payload over 384 bytes", [&] { auto p = speech; p.resize(400, 0x55); return Packet({3, 3}, p); }(), 7680, 0, 1},
+        {"payload cut short",
+         [] {
+             auto c = Packet({3}, SpeechFrame63(4));
+             c.resize(c.size() - 5);
+             return c;
+         }(),
+         7680, 0, 1},
+        {"payload over 384 bytes",
+         [&] {
+             auto p = speech;
+             p.resize(400, 0x55);
+             return Packet({3, 3}, p);
+         }(),
+         7680, 0, 1},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -211,7 +239,11 @@ TEST(NarrationDecoder, ChunksDecodeIndependentlyExceptForTheNoiseGenerator)
     NarrationDecoder decoder;
     const Bytes speech = Packet({3, 3, 3, 3}, SixteenSpeechFrames(3));
     EXPECT_EQ(DecodeToPcm(decoder, speech), DecodeToPcm(decoder, speech));
-    const Bytes noise = Packet({3, 1, 1, 1, 1, 1, 1, 1, 1}, [] { auto f = SpeechFrame63(1); f.resize(32, 3); return f; }());
+    const Bytes noise = Packet({3, 1, 1, 1, 1, 1, 1, 1, 1}, [] {
+        auto f = SpeechFrame63(1);
+        f.resize(32, 3);
+        return f;
+    }());
     EXPECT_NE(DecodeToPcm(decoder, noise), DecodeToPcm(decoder, noise));
 }
 
@@ -231,8 +263,10 @@ TEST(NarrationDecoder, EveryPrefixOfAChunkDecodesCleanly)
     for (std::size_t length = 0; length <= chunk.size(); ++length) {
         SCOPED_TRACE(length);
         const std::size_t packets = length < 8 ? 0 : length < first + 8 ? 1 : 2;
-        EXPECT_EQ(DecodeToPcm(decoder, Bytes(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(length))).size(),
-                  packets * kPacketPcmBytes);
+        EXPECT_EQ(
+            DecodeToPcm(decoder, Bytes(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(length)))
+                .size(),
+            packets * kPacketPcmBytes);
     }
 }
 
@@ -286,7 +320,8 @@ TEST(NarrationDecoder, ReplaysFuzzRegressions)
     Capture capture;
     const auto path = (std::filesystem::temp_directory_path() / "lumenar-narration-regress.wav").string();
     int files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(source) / "tests/data/audio/regress")) {
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::filesystem::path(source) / "tests/data/audio/regress")) {
         SCOPED_TRACE(entry.path().string());
         std::ifstream in(entry.path(), std::ios::binary);
         const Bytes chunk((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());

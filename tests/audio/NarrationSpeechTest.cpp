@@ -55,12 +55,14 @@ protected:
     // Runs a shell command in the work folder; a missing tool fails the test with its name.
     void Run(const std::string& tool, const std::string& arguments)
     {
-        const std::string command = "cd '" + folder_.string() + "' && " + tool + " " + arguments + " 2>stderr.txt";
+        const std::string command =
+            "cd '" + folder_.string() + "' && " + tool + " " + arguments + " 2>stderr.txt";
         if (std::system(command.c_str()) != 0) {
             std::ifstream err(folder_ / "stderr.txt");
             const std::string text{std::istreambuf_iterator<char>(err), std::istreambuf_iterator<char>()};
             FAIL() << tool << " failed (scripts/install-deps installs espeak-ng, sox and ffmpeg): " << command
-                   << "\n" << text;
+                   << "\n"
+                   << text;
         }
     }
 
@@ -69,16 +71,18 @@ protected:
 
 TEST_F(NarrationSpeech, MatchesFfmpegDecoderWithoutPostfilter)
 {
-    ASSERT_NO_FATAL_FAILURE(Run("espeak-ng", "-w speech.wav 'The quick brown fox jumps over the lazy dog. "
-                                             "Every film can carry a narration, spoken while its pictures play. "
-                                             "Seven slow swans swam south in a silver sea.'"));
+    ASSERT_NO_FATAL_FAILURE(Run("espeak-ng",
+                                "-w speech.wav 'The quick brown fox jumps over the lazy dog. "
+                                "Every film can carry a narration, spoken while its pictures play. "
+                                "Seven slow swans swam south in a silver sea.'"));
     ASSERT_NO_FATAL_FAILURE(Run("sox", "speech.wav -r 8000 -c 1 -b 16 speech8k.wav"));
-    ASSERT_NO_FATAL_FAILURE(
-        Run("ffmpeg", "-nostdin -loglevel error -y -i speech8k.wav -c:a g723_1 -b:a 6300 -f g723_1 speech.tco"));
+    ASSERT_NO_FATAL_FAILURE(Run(
+        "ffmpeg", "-nostdin -loglevel error -y -i speech8k.wav -c:a g723_1 -b:a 6300 -f g723_1 speech.tco"));
     ASSERT_NO_FATAL_FAILURE(Run(LUMENAR_BINARY, "narration --pack speech.tco -o speech.ca"));
     ASSERT_NO_FATAL_FAILURE(Run(LUMENAR_BINARY, "narration speech.ca -o ours.wav"));
     ASSERT_NO_FATAL_FAILURE(
-        Run("ffmpeg", "-nostdin -loglevel error -y -postfilter 0 -f g723_1 -i speech.tco -f s16le reference.raw"));
+        Run("ffmpeg",
+            "-nostdin -loglevel error -y -postfilter 0 -f g723_1 -i speech.tco -f s16le reference.raw"));
 
     const auto frames = fs::file_size(folder_ / "speech.tco") / 24;
     const auto ours = Pcm(ReadAll(folder_ / "ours.wav"), 44);
@@ -106,8 +110,9 @@ TEST_F(NarrationSpeech, MatchesFfmpegDecoderWithoutPostfilter)
     }
     ASSERT_GT(active, static_cast<int>(frames / 2));
     const double mean = sumSnr / active;
-    std::printf("narration vs ffmpeg: %d active frames of %zu, segmental SNR mean %.1f dB, worst frame %.1f dB\n",
-                active, static_cast<std::size_t>(frames), mean, worst);
+    std::printf(
+        "narration vs ffmpeg: %d active frames of %zu, segmental SNR mean %.1f dB, worst frame %.1f dB\n",
+        active, static_cast<std::size_t>(frames), mean, worst);
     EXPECT_GE(mean, kMinMeanSegmentalSnr);
     EXPECT_GE(worst, kMinFrameSnr);
 }

@@ -176,7 +176,8 @@ TEST_F(WaveStreamTest, WatcherStopsWhenTheCursorPassesTheDataAndResumesWithTheNe
     timers_.Advance(1000);
     const Bytes after = device_.Played();
     ASSERT_GE(after.size(), played.size() + second.size());
-    EXPECT_TRUE(std::equal(second.begin(), second.end(), after.begin() + static_cast<std::ptrdiff_t>(played.size())));
+    EXPECT_TRUE(
+        std::equal(second.begin(), second.end(), after.begin() + static_cast<std::ptrdiff_t>(played.size())));
     const auto wave = (folder_ / "played.wav").string();
     ASSERT_TRUE(device_.WritePlayedWave(wave).ok());
     auto chunks = FindWaveChunks([&] {

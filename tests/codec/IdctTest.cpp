@@ -31,7 +31,8 @@ void FillBlock(std::mt19937& rng, int shape, std::int16_t* block)
             block[i] = pick(rng) < 6 ? 0 : static_cast<std::int16_t>(any(rng) >> (i == 0 ? 4 : 7));
             break;
         default: // Large DC with small AC, as a bright or dark flat area.
-            block[i] = i == 0 ? static_cast<std::int16_t>(any(rng) >> 2) : static_cast<std::int16_t>(pick(rng) - 4);
+            block[i] =
+                i == 0 ? static_cast<std::int16_t>(any(rng) >> 2) : static_cast<std::int16_t>(pick(rng) - 4);
             break;
         }
     }

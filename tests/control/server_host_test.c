@@ -12,16 +12,17 @@
 #include <time.h>
 
 static int failures = 0;
-#define CHECK(cond)                                                                                      \
-    do {                                                                                                 \
-        if (!(cond)) {                                                                                   \
-            fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond);                     \
-            ++failures;                                                                                  \
-        }                                                                                                \
+#define CHECK(cond)                                                                                          \
+    do {                                                                                                     \
+        if (!(cond)) {                                                                                       \
+            fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond);                         \
+            ++failures;                                                                                      \
+        }                                                                                                    \
     } while (0)
 
 /* A bag of up to eight pairs. */
-struct Bag {
+struct Bag
+{
     char names[8][32];
     char values[8][256];
     int count;

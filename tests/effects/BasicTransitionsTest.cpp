@@ -68,7 +68,8 @@ struct Pictures
         const std::uint8_t* p = &output[(static_cast<std::size_t>(r) * w + x) * 4];
         if (p[0] == 0 && p[1] == 0 && p[2] == 0 && p[3] == 0)
             return "black";
-        return std::string(1, static_cast<char>(p[2])) + " " + std::to_string(p[0]) + " " + std::to_string(p[1]);
+        return std::string(1, static_cast<char>(p[2])) + " " + std::to_string(p[0]) + " " +
+               std::to_string(p[1]);
     }
     bool OutputIs(const std::vector<std::uint8_t>& picture) const { return output == picture; }
 };
@@ -85,7 +86,8 @@ TEST(CutAtHalf, SwitchesAtHalfOfTheLength)
     {
         int n, d;
         char shown;
-    } rows[] = {{49, 101, 'S'}, {50, 101, 'T'}, {49, 100, 'S'}, {50, 100, 'T'}, {0, 1, 'T'}, {0, 2, 'S'}, {1, 3, 'T'}};
+    } rows[] = {{49, 101, 'S'}, {50, 101, 'T'}, {49, 100, 'S'}, {50, 100, 'T'},
+                {0, 1, 'T'},    {0, 2, 'S'},    {1, 3, 'T'}};
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message() << row.n << "/" << row.d);
         Pictures p(5, 3);
@@ -196,7 +198,8 @@ TEST(TileDissolve, SwitchesTilesAndKeepsTheFourthByte)
             EXPECT_EQ(px[3], kUntouched + 1);
             fromTarget += px[2] == kTarget;
             // Every pixel of a 4 × 4 tile comes from the same picture.
-            const std::uint8_t* corner = &p.output[(static_cast<std::size_t>(r / 4 * 4) * 40 + x / 4 * 4) * 4];
+            const std::uint8_t* corner =
+                &p.output[(static_cast<std::size_t>(r / 4 * 4) * 40 + x / 4 * 4) * 4];
             EXPECT_EQ(px[2], corner[2]);
         }
     }
@@ -264,7 +267,8 @@ TEST(EdgeFamily, BandsAlternateTheirSense)
     EXPECT_EQ(p.From(0, 4), At('S', 0, 4));
 
     Pictures columns(100, 16);
-    columns.Run(Wipe, 50, 100, kDirectionBottom, 50); // dy = 2: columns 0-1 from the bottom, 2-3 from the top.
+    columns.Run(Wipe, 50, 100, kDirectionBottom,
+                50); // dy = 2: columns 0-1 from the bottom, 2-3 from the top.
     EXPECT_EQ(columns.From(0, 1), At('T', 0, 1));
     EXPECT_EQ(columns.From(0, 2), At('S', 0, 2));
     EXPECT_EQ(columns.From(2, 15), At('T', 2, 15));
@@ -338,8 +342,8 @@ TEST(CrossFade, PackedWeightingAtTheEnds)
         std::uint8_t source, target;
         int n;
         std::uint8_t expected;
-    } rows[] = {{255, 0, 0, 253}, {0, 255, 0, 1}, {255, 0, 100, 0}, {0, 255, 100, 255}, {100, 100, 37, 100},
-                {200, 10, 50, 105}};
+    } rows[] = {{255, 0, 0, 253},   {0, 255, 0, 1},      {255, 0, 100, 0},
+                {0, 255, 100, 255}, {100, 100, 37, 100}, {200, 10, 50, 105}};
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message() << int(row.source) << " over " << int(row.target) << " at " << row.n);
         Pictures p(5, 3);

@@ -20,11 +20,11 @@ struct Ink
 {
     int left = kWidth, top = kHeight, right = -1, bottom = -1;
     int pixels = 0;
-    int darker = 0; // Pixels darker than the background in every channel (shadow).
-    int red = 0;    // Pixels that moved towards pure red.
+    int darker = 0;                      // Pixels darker than the background in every channel (shadow).
+    int red = 0;                         // Pixels that moved towards pure red.
     int redRight = -1, redBottom = -1;   // Right and bottom ends of the text-coloured pixels,
     int darkRight = -1, darkBottom = -1; // and of the shadow.
-    int maxRed = 0; // The red byte of the reddest pixel, and that pixel's blue byte.
+    int maxRed = 0;                      // The red byte of the reddest pixel, and that pixel's blue byte.
     int blueOfMaxRed = 0;
     bool operator==(const Ink&) const = default;
 };
@@ -111,7 +111,10 @@ struct Caption
 TEST(TextEffectTables, CornerValues)
 {
     const SinCos& table = SinCosTable();
-    struct Row { int angle, sine, cosine; };
+    struct Row
+    {
+        int angle, sine, cosine;
+    };
     for (const Row& row : {Row{0, 0, 65536}, Row{450, 46340, 46340}, Row{900, 65535, 0}, Row{1800, 0, -65535},
                            Row{2700, -65535, 0}}) {
         SCOPED_TRACE(row.angle);
@@ -119,7 +122,8 @@ TEST(TextEffectTables, CornerValues)
         EXPECT_EQ(table.cosine[row.angle], row.cosine);
     }
     const std::uint8_t* clamp = ClampTable();
-    for (auto [in, out] : {std::pair{-256, 0}, {-1, 0}, {0, 0}, {128, 128}, {255, 255}, {256, 255}, {511, 255}})
+    for (auto [in, out] :
+         {std::pair{-256, 0}, {-1, 0}, {0, 0}, {128, 128}, {255, 255}, {256, 255}, {511, 255}})
         EXPECT_EQ(clamp[in], out) << in;
     EXPECT_EQ(FadeRamp()[0], 0);
     EXPECT_EQ(FadeRamp()[1], 5);
@@ -129,15 +133,25 @@ TEST(TextEffectTables, CornerValues)
 
 TEST(TextEffectFramework, AnglesAreBroughtIntoOneTurn)
 {
-    for (auto [in, out] : {std::pair{-1, 3599}, {7200, 0}, {3600, 0}, {-3600, 0}, {3599, 3599}, {-7201, 3599},
-                           {INT32_MIN, 2752}, {INT32_MAX, 847}}) {
+    for (auto [in, out] : {std::pair{-1, 3599},
+                           {7200, 0},
+                           {3600, 0},
+                           {-3600, 0},
+                           {3599, 3599},
+                           {-7201, 3599},
+                           {INT32_MIN, 2752},
+                           {INT32_MAX, 847}}) {
         EXPECT_EQ(NormaliseAngle(in), out) << in;
     }
 }
 
 TEST(TextEffectFramework, BlendArithmeticAtTheCorners)
 {
-    struct Row { const char* name; int old, colour, ink, alpha, expected; };
+    struct Row
+    {
+        const char* name;
+        int old, colour, ink, alpha, expected;
+    };
     const Row rows[] = {
         {"opacity 0 changes nothing", 255, 0, 4, 0, 255},
         {"full white under black turns 3", 255, 0, 4, 63, 3},
@@ -149,7 +163,8 @@ TEST(TextEffectFramework, BlendArithmeticAtTheCorners)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(BlendInk(static_cast<std::uint8_t>(row.old), static_cast<std::uint8_t>(row.colour), row.ink, row.alpha),
+        EXPECT_EQ(BlendInk(static_cast<std::uint8_t>(row.old), static_cast<std::uint8_t>(row.colour), row.ink,
+                           row.alpha),
                   row.expected);
     }
 }
@@ -174,12 +189,14 @@ TEST(TextEffectFramework, SheetsAndShadowFollowTheRecord)
         EXPECT_GT(state->metrics.height, 48);
         EXPECT_LT(state->metrics.height, 64);
         // Each glyph cell has ink; the shadow sheet is empty without a shadow.
-        const std::size_t cellBytes = static_cast<std::size_t>(state->glyphCellWidth) * state->glyphCellHeight;
+        const std::size_t cellBytes =
+            static_cast<std::size_t>(state->glyphCellWidth) * state->glyphCellHeight;
         for (std::size_t i = 0; i < 2; ++i) {
             const auto cell = state->glyphBits.begin() + static_cast<std::ptrdiff_t>(i * cellBytes);
             EXPECT_GT(std::count(cell, cell + static_cast<std::ptrdiff_t>(cellBytes), 0), 100) << i;
         }
-        const auto shadowInk = std::count_if(state->shadowBits.begin(), state->shadowBits.end(), [](auto v) { return v != 0; });
+        const auto shadowInk =
+            std::count_if(state->shadowBits.begin(), state->shadowBits.end(), [](auto v) { return v != 0; });
         EXPECT_EQ(shadowInk != 0, shadow != 0);
 
         FreeTextState(caption.Block(0, 1));
@@ -211,10 +228,17 @@ TEST(TextEffectFramework, ReleasingWithoutAStateDoesNothing)
 
 TEST(TextEffectFramework, DrawGlyphInkShadowAndAngles)
 {
-    struct Row { const char* name; int shadow, opacity, angle; };
-    const Row rows[] = {{"opaque with shadow", 1, 255, 0}, {"opaque, no shadow", 0, 255, 0},
-                        {"invisible", 1, 0, 0},           {"turned a full turn", 1, 255, 3600},
-                        {"turned half a turn", 1, 255, 1800}, {"turned by minus one", 0, 255, -1}};
+    struct Row
+    {
+        const char* name;
+        int shadow, opacity, angle;
+    };
+    const Row rows[] = {{"opaque with shadow", 1, 255, 0},
+                        {"opaque, no shadow", 0, 255, 0},
+                        {"invisible", 1, 0, 0},
+                        {"turned a full turn", 1, 255, 3600},
+                        {"turned half a turn", 1, 255, 1800},
+                        {"turned by minus one", 0, 255, -1}};
     Ink upright;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -223,7 +247,9 @@ TEST(TextEffectFramework, DrawGlyphInkShadowAndAngles)
         caption.glyphs[0].code = '_';
         ASSERT_EQ(BuildTextState(caption.Block(0, 100)), 1);
         TextEffectState& state = *FindTextState(caption.record.effectState);
-        EXPECT_EQ(DrawGlyph(state, 100, 70, '_', caption.record.colour, row.opacity, row.shadow, 0, 65536, 65536, row.angle), 1);
+        EXPECT_EQ(DrawGlyph(state, 100, 70, '_', caption.record.colour, row.opacity, row.shadow, 0, 65536,
+                            65536, row.angle),
+                  1);
         const Ink ink = caption.Measure();
         FreeTextState(caption.Block(0, 1));
         if (row.opacity == 0) {
@@ -267,11 +293,16 @@ TEST(TextEffectFramework, GlyphsOutsideThePictureAndTinyScalesAreSafe)
     Caption caption(1);
     ASSERT_EQ(BuildTextState(caption.Block(0, 100)), 1);
     TextEffectState& state = *FindTextState(caption.record.effectState);
-    struct Row { int x, y, scaleX, scaleY, index; };
-    for (const Row& row : {Row{INT32_MAX, INT32_MIN, 65536, 65536, 0}, Row{-5000, 50, 65536, 65536, 1},
-                           Row{100, 70, 0, 0, 0}, Row{100, 70, -65536, 65536, 1}, Row{100, 70, INT32_MAX, 65536, 0},
-                           Row{100, 70, 65536, 65536, 2}, Row{100, 70, 65536, 65536, -1}}) {
-        EXPECT_EQ(DrawGlyph(state, row.x, row.y, 'A', 0xFFFFFF, 255, 1, row.index, row.scaleX, row.scaleY, 0), 1);
+    struct Row
+    {
+        int x, y, scaleX, scaleY, index;
+    };
+    for (const Row& row :
+         {Row{INT32_MAX, INT32_MIN, 65536, 65536, 0}, Row{-5000, 50, 65536, 65536, 1}, Row{100, 70, 0, 0, 0},
+          Row{100, 70, -65536, 65536, 1}, Row{100, 70, INT32_MAX, 65536, 0}, Row{100, 70, 65536, 65536, 2},
+          Row{100, 70, 65536, 65536, -1}}) {
+        EXPECT_EQ(DrawGlyph(state, row.x, row.y, 'A', 0xFFFFFF, 255, 1, row.index, row.scaleX, row.scaleY, 0),
+                  1);
     }
     FreeTextState(caption.Block(0, 1));
 }
@@ -283,8 +314,22 @@ TEST(TextEffects, MotionSeenThroughTheInk)
     const Ink place = reference.Frame(4, 1, 1);
     ASSERT_GT(place.red, 300);
 
-    enum class Where { Nothing, Place, LeftOf, RightOf, Above, Below, Fainter };
-    struct Row { const char* name; int row, num, den; Where where; };
+    enum class Where
+    {
+        Nothing,
+        Place,
+        LeftOf,
+        RightOf,
+        Above,
+        Below,
+        Fainter
+    };
+    struct Row
+    {
+        const char* name;
+        int row, num, den;
+        Where where;
+    };
     const Row rows[] = {
         {"show at half: nothing just before half", 4, 1499, 3000, Where::Nothing},
         {"show at half: whole at half", 4, 1500, 3000, Where::Place},
@@ -306,13 +351,32 @@ TEST(TextEffects, MotionSeenThroughTheInk)
         Caption caption(1);
         const Ink ink = caption.Frame(row.row, row.num, row.den);
         switch (row.where) {
-        case Where::Nothing: EXPECT_EQ(ink.pixels, 0); break;
-        case Where::Place: EXPECT_EQ(ink, place); break;
-        case Where::LeftOf: EXPECT_LT(ink.right, place.right); EXPECT_GT(ink.pixels, 0); break;
-        case Where::RightOf: EXPECT_GT(ink.left, place.left); EXPECT_GT(ink.pixels, 0); break;
-        case Where::Above: EXPECT_LT(ink.bottom, place.bottom); EXPECT_GT(ink.pixels, 0); break;
-        case Where::Below: EXPECT_GT(ink.top, place.top); EXPECT_GT(ink.pixels, 0); break;
-        case Where::Fainter: EXPECT_LT(ink.maxRed, place.maxRed - 50); EXPECT_GT(ink.pixels, 0); break;
+        case Where::Nothing:
+            EXPECT_EQ(ink.pixels, 0);
+            break;
+        case Where::Place:
+            EXPECT_EQ(ink, place);
+            break;
+        case Where::LeftOf:
+            EXPECT_LT(ink.right, place.right);
+            EXPECT_GT(ink.pixels, 0);
+            break;
+        case Where::RightOf:
+            EXPECT_GT(ink.left, place.left);
+            EXPECT_GT(ink.pixels, 0);
+            break;
+        case Where::Above:
+            EXPECT_LT(ink.bottom, place.bottom);
+            EXPECT_GT(ink.pixels, 0);
+            break;
+        case Where::Below:
+            EXPECT_GT(ink.top, place.top);
+            EXPECT_GT(ink.pixels, 0);
+            break;
+        case Where::Fainter:
+            EXPECT_LT(ink.maxRed, place.maxRed - 50);
+            EXPECT_GT(ink.pixels, 0);
+            break;
         }
     }
     // At full progress every built row shows exactly the caption at its place.
@@ -329,7 +393,8 @@ TEST(TextEffects, ReservedCodesAndFailedInits)
 {
     Caption caption(1);
     TextEffectParams block = caption.Block(1, 1);
-    for (EffectProc proc : {&TextShowAtHalf, &TextFadeSweep, &TextFlyIn, &TextGlyphStream, &TextGlyphScatter, &TextGlyphGrow}) {
+    for (EffectProc proc :
+         {&TextShowAtHalf, &TextFadeSweep, &TextFlyIn, &TextGlyphStream, &TextGlyphScatter, &TextGlyphGrow}) {
         EXPECT_EQ(proc(EffectReserved2, &block), 0);
         EXPECT_EQ(proc(EffectReserved4, &block), 0);
         EXPECT_EQ(caption.record.effectState, 0u);

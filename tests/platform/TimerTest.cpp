@@ -34,7 +34,8 @@ TEST(ManualTimers, TicksInTimeOrderWithTheClockAtEachDueTime)
     timers.Advance(700);
     b.reset();
     timers.Advance(300);
-    const std::vector<std::pair<char, std::uint64_t>> expected = {{'b', 250}, {'a', 300}, {'b', 500}, {'a', 600}, {'a', 900}};
+    const std::vector<std::pair<char, std::uint64_t>> expected = {
+        {'b', 250}, {'a', 300}, {'b', 500}, {'a', 600}, {'a', 900}};
     EXPECT_EQ(log, expected);
     EXPECT_EQ(clock.NowMs(), 1000u);
 }

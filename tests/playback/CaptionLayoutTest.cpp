@@ -81,7 +81,11 @@ TEST(CaptionLayout, AlignsEachLineWithinTheWidest)
     {
         int alignment;
         int shift;
-    } rows[] = {{0, 0}, {2, wide - narrow}, {1, (wide - narrow) / 2}, {7, (wide - narrow) / 2}, {-1, (wide - narrow) / 2}};
+    } rows[] = {{0, 0},
+                {2, wide - narrow},
+                {1, (wide - narrow) / 2},
+                {7, (wide - narrow) / 2},
+                {-1, (wide - narrow) / 2}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.alignment);
         const Laid laid = Layout(Record(-40, row.alignment), text);

@@ -28,8 +28,8 @@ std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size
         media.push_back(std::move(pieces));
     }
     const std::string preamble = "any preamble ";
-    auto stream = film::WriteFilmStream(film, media, {},
-                                        {reinterpret_cast<const std::uint8_t*>(preamble.data()), preamble.size()});
+    auto stream = film::WriteFilmStream(
+        film, media, {}, {reinterpret_cast<const std::uint8_t*>(preamble.data()), preamble.size()});
     if (!stream)
         std::abort(); // The film above is well formed; a failure here is a fault of the writer.
     return std::move(stream).value();

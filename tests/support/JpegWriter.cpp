@@ -93,7 +93,8 @@ std::uint32_t ValueBits(int value, int size)
 }
 } // namespace
 
-void EntropyWriter::Block(const ZigzagBlock& block, int& predictor, const JpegHuffman& dc, const JpegHuffman& ac)
+void EntropyWriter::Block(const ZigzagBlock& block, int& predictor, const JpegHuffman& dc,
+                          const JpegHuffman& ac)
 {
     const int diff = block[0] - predictor;
     predictor = block[0];
@@ -203,13 +204,15 @@ JpegWriter& JpegWriter::Raw(const std::vector<std::uint8_t>& raw)
     return *this;
 }
 
-std::vector<std::uint8_t> MakeUniformPhoto(int width, int height, const ZigzagBlock& block, int restartInterval,
-                                           int lumaH, int lumaV)
+std::vector<std::uint8_t> MakeUniformPhoto(int width, int height, const ZigzagBlock& block,
+                                           int restartInterval, int lumaH, int lumaV)
 {
     const JpegHuffman dc = FlatDcTable();
     const JpegHuffman ac = FlatAcTable();
     JpegWriter w;
-    w.Soi().Dqt(0, std::vector<int>(64, 1)).Sof0(width, height, {{1, lumaH, lumaV, 0}, {2, 1, 1, 0}, {3, 1, 1, 0}});
+    w.Soi()
+        .Dqt(0, std::vector<int>(64, 1))
+        .Sof0(width, height, {{1, lumaH, lumaV, 0}, {2, 1, 1, 0}, {3, 1, 1, 0}});
     w.Dht(0, 0, dc).Dht(1, 0, ac);
     if (restartInterval != 0)
         w.Dri(restartInterval);

@@ -78,7 +78,7 @@ public:
 
 /// A complete three-component 1x1-sampled photo whose blocks are all `block` (predictors apply),
 /// with quantisation table of all ones, flat tables and optional restart interval.
-std::vector<std::uint8_t> MakeUniformPhoto(int width, int height, const ZigzagBlock& block, int restartInterval = 0,
-                                           int lumaH = 1, int lumaV = 1);
+std::vector<std::uint8_t> MakeUniformPhoto(int width, int height, const ZigzagBlock& block,
+                                           int restartInterval = 0, int lumaH = 1, int lumaV = 1);
 
 } // namespace lumenar::testing

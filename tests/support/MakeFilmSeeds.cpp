@@ -19,7 +19,8 @@ int main(int argc, char** argv)
     full.music = film::FilmFile{"C:\\Music\\", "song.mp3"};
     full.loop = 0;
     full.autoplay = film::kAdvanceManual;
-    full.items.push_back({PhotoItem("123456photo.jpg", 12), std::vector<film::FilmText>{Caption("Hello", 3)}});
+    full.items.push_back(
+        {PhotoItem("123456photo.jpg", 12), std::vector<film::FilmText>{Caption("Hello", 3)}});
     film::FilmItem clip;
     clip.kind = film::kFilmItemClip;
     clip.clipFile = {"", "999clip.avi"};

@@ -19,7 +19,8 @@ std::vector<std::uint8_t> RandomFrame(std::size_t size, unsigned type, std::uint
             for (int i = 0; i < count; ++i) {
                 const int bit = at + i;
                 frame[static_cast<std::size_t>(bit >> 3)] = static_cast<std::uint8_t>(
-                    (frame[static_cast<std::size_t>(bit >> 3)] & ~(1u << (bit & 7))) | (((value >> i) & 1u) << (bit & 7)));
+                    (frame[static_cast<std::size_t>(bit >> 3)] & ~(1u << (bit & 7))) |
+                    (((value >> i) & 1u) << (bit & 7)));
             }
         };
         setBits(26, 7, random() % 124);
@@ -30,9 +31,15 @@ std::vector<std::uint8_t> RandomFrame(std::size_t size, unsigned type, std::uint
 
 } // namespace
 
-std::vector<std::uint8_t> SpeechFrame63(std::uint32_t seed) { return RandomFrame(24, 0, seed); }
+std::vector<std::uint8_t> SpeechFrame63(std::uint32_t seed)
+{
+    return RandomFrame(24, 0, seed);
+}
 
-std::vector<std::uint8_t> SpeechFrame53(std::uint32_t seed) { return RandomFrame(20, 1, seed); }
+std::vector<std::uint8_t> SpeechFrame53(std::uint32_t seed)
+{
+    return RandomFrame(20, 1, seed);
+}
 
 std::vector<std::uint8_t> SilenceFrame(int gainIndex, std::uint32_t seed)
 {
@@ -41,14 +48,15 @@ std::vector<std::uint8_t> SilenceFrame(int gainIndex, std::uint32_t seed)
     return frame;
 }
 
-std::vector<std::uint8_t> Packet(std::initializer_list<unsigned> kinds, const std::vector<std::uint8_t>& payload,
-                                 int payloadBytes)
+std::vector<std::uint8_t> Packet(std::initializer_list<unsigned> kinds,
+                                 const std::vector<std::uint8_t>& payload, int payloadBytes)
 {
     std::uint32_t frameTypes = 0;
     int i = 0;
     for (unsigned kind : kinds)
         frameTypes |= (kind & 3u) << (2 * i++);
-    const auto length = static_cast<std::uint32_t>(payloadBytes < 0 ? static_cast<int>(payload.size()) : payloadBytes);
+    const auto length =
+        static_cast<std::uint32_t>(payloadBytes < 0 ? static_cast<int>(payload.size()) : payloadBytes);
     std::vector<std::uint8_t> packet = {0,
                                         0,
                                         static_cast<std::uint8_t>(length),

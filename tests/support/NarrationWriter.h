@@ -18,8 +18,8 @@ std::vector<std::uint8_t> SilenceFrame(int gainIndex, std::uint32_t seed);
 
 /// One packet: an 8-byte header (payload length, frame kinds 0-3 for frames 0..15, missing kinds 0)
 /// and `payload`. `payloadBytes` overrides the declared length when not negative.
-std::vector<std::uint8_t> Packet(std::initializer_list<unsigned> kinds, const std::vector<std::uint8_t>& payload,
-                                 int payloadBytes = -1);
+std::vector<std::uint8_t> Packet(std::initializer_list<unsigned> kinds,
+                                 const std::vector<std::uint8_t>& payload, int payloadBytes = -1);
 
 /// Appends `tail` to `head`.
 void Append(std::vector<std::uint8_t>& head, const std::vector<std::uint8_t>& tail);

@@ -22,9 +22,12 @@ void OnError(j_common_ptr info)
     std::longjmp(manager->jump, 1);
 }
 
-void Silent(j_common_ptr, int) {}
+void Silent(j_common_ptr, int)
+{
+}
 
-bool Decode(std::span<const std::uint8_t> jpeg, ReferencePicture& out, std::string* error, ReferenceColours colours)
+bool Decode(std::span<const std::uint8_t> jpeg, ReferencePicture& out, std::string* error,
+            ReferenceColours colours)
 {
     jpeg_decompress_struct info{};
     ErrorManager manager{};
@@ -46,7 +49,8 @@ bool Decode(std::span<const std::uint8_t> jpeg, ReferencePicture& out, std::stri
     jpeg_start_decompress(&info);
     out.width = static_cast<int>(info.output_width);
     out.height = static_cast<int>(info.output_height);
-    const std::size_t rowBytes = static_cast<std::size_t>(out.width) * (colours == ReferenceColours::Bgrx ? 4 : 3);
+    const std::size_t rowBytes =
+        static_cast<std::size_t>(out.width) * (colours == ReferenceColours::Bgrx ? 4 : 3);
     out.bgrx.resize(rowBytes * static_cast<std::size_t>(out.height));
     while (info.output_scanline < info.output_height) {
         JSAMPROW row = out.bgrx.data() + rowBytes * info.output_scanline;

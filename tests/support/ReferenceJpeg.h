@@ -10,7 +10,8 @@
 namespace lumenar::testing {
 
 /// What libjpeg-turbo delivers per pixel.
-enum class ReferenceColours {
+enum class ReferenceColours
+{
     Bgrx,  ///< Four bytes: blue, green, red, 0xFF.
     YCbCr, ///< Three bytes: the samples before colour conversion (chroma replicated, not interpolated).
 };
@@ -25,7 +26,8 @@ struct ReferencePicture
 
 /// Decodes with libjpeg-turbo's fast integer transform (JDCT_IFAST), without fancy upsampling. Empty
 /// (and `error` set) when libjpeg-turbo refuses the stream.
-std::optional<ReferencePicture> DecodeWithLibjpeg(std::span<const std::uint8_t> jpeg, std::string* error = nullptr,
+std::optional<ReferencePicture> DecodeWithLibjpeg(std::span<const std::uint8_t> jpeg,
+                                                  std::string* error = nullptr,
                                                   ReferenceColours colours = ReferenceColours::Bgrx);
 
 /// Decodes into a caller-owned buffer of 4 × width × height bytes (benchmarks). False on failure.
