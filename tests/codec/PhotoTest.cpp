@@ -127,8 +127,12 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
     const Source sources[] = {
         {"plasma-800x600", "-size 800x600 -seed 7 plasma:fractal", true},
         {"gradient-1021x767", "-size 1021x767 gradient:navy-orange", true},
+        // The font file comes from fonts-liberation (scripts/install-deps): ImageMagick has no font of its
+        // own.
         {"text-320x240",
-         "-size 320x240 xc:white -fill blue -pointsize 36 -draw \"text 20,120 'Lumenar 123'\"", true},
+         "-size 320x240 xc:white -font /usr/share/fonts/truetype/liberation/LiberationSans-Regular.ttf -fill "
+         "blue -pointsize 36 -draw \"text 20,120 'Lumenar 123'\"",
+         true},
         {"noise-64x33", "-size 64x33 -seed 3 xc:gray +noise Random", true, true},
         {"checker-17x9", "-size 17x9 pattern:checkerboard -fill red -draw 'rectangle 2,2 9,6'", false},
     };
