@@ -87,26 +87,12 @@ platform::BgrxPicture Stretch(const platform::BgrxPicture& in, int width, int he
     return out;
 }
 
-// The sequencer's caption scale: a 32-bit float, the product truncated toward zero.
-std::int32_t Scaled(std::int32_t value, float scale)
-{
-    return static_cast<std::int32_t>(static_cast<float>(value) * scale);
-}
-
 } // namespace
 
 int CaptionCommand(Args args)
 {
-    records::TextRecord record{};
-    // The film's default caption style.
-    if (records::FindCaptionFont(&record.font) == 0)
-        std::strcpy(record.font.faceName, "Arial");
-    record.font.height = -48;
-    record.font.width = 0;
-    record.colour = 0xFFFFFF;
-    record.lineSpacing = 100;
-    record.alignment = 0;
-    record.shadow = 1;
+    // The film's default caption style, at the command's own default place.
+    records::TextRecord record = records::DefaultCaptionStyle();
     record.x = 40;
     record.y = 40;
 
@@ -210,24 +196,14 @@ int CaptionCommand(Args args)
         frame.height = frameHeight != 0 ? static_cast<int>(frameHeight) : 600;
     }
 
-    // Captions are authored for an 800-pixel-wide frame.
-    const auto scale = static_cast<float>(frame.width * 0.00125);
-    record.x = Scaled(record.x, scale);
-    record.y = Scaled(record.y, scale);
-    record.font.height = Scaled(record.font.height, scale);
-
-    std::array<records::Glyph, records::kGlyphBufferGlyphs> glyphs{};
-    std::int32_t extent[2] = {0, 0};
-    playback::CaptionLayoutInfo info;
-    const int count = playback::LayoutCaption(record, text.c_str(), glyphs, extent, &info);
+    playback::PreparedCaption caption;
+    const int count = playback::PrepareCaption(record, text, playback::CaptionScale(frame.width), caption);
     if (count == 0 && !text.empty())
         return Fail(record.font.faceName, "no font could be made for the caption");
-    record.extentWidth = extent[0];
-    record.extentHeight = extent[1];
     if (glyphsOnly) {
         const std::string json = CaptionLayoutJson(
-            extent[0], extent[1], info.metrics,
-            std::span<const records::Glyph>(glyphs.data(), static_cast<std::size_t>(count)));
+            caption.record.extentWidth, caption.record.extentHeight, caption.info.metrics,
+            std::span<const records::Glyph>(caption.glyphs.data(), static_cast<std::size_t>(count)));
         std::printf("%s\n", json.c_str());
         return 0;
     }
@@ -236,8 +212,8 @@ int CaptionCommand(Args args)
     effects::TextEffectParams block{};
     block.size = 40;
     block.dcBits = frame.pixels.data();
-    block.text = &record;
-    block.glyphs = glyphs.data();
+    block.text = &caption.record;
+    block.glyphs = caption.glyphs.data();
     block.glyphCount = count;
     block.width = frame.width;
     block.height = frame.height;

@@ -182,7 +182,7 @@ struct Builder
                 else if (key == "y")
                     style.y = number;
                 else if (key == "height")
-                    style.font.height = -number;
+                    style.font.height = number; // As `lumenar caption --height`: negative = character height.
                 else if (key == "colour" || key == "color")
                     style.colour = static_cast<std::uint32_t>(number);
                 else if (key == "align")

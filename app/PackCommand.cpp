@@ -32,6 +32,9 @@ constexpr const char* kPackHelp =
     "    size W H              picture size (default: the photo's own), rect L T R B the part shown\n"
     "    caption text=\"...\" [effect=N x=N y=N height=N colour=0xBBGGRR face=NAME align=0|1|2\n"
     "            shadow=0|1 spacing=N weight=N italic=0|1]\n"
+    "                          positions and height in pixels of an 800-pixel-wide frame; a negative\n"
+    "                          height is the character height, a positive one the cell height, as\n"
+    "                          for 'lumenar caption --height'\n"
     "\n"
     "The files keep their names in the film, prefixed with their byte counts (\"5120_song.wav\").\n";
 

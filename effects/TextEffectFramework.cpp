@@ -312,11 +312,6 @@ template <typename IsInk> InkBox FindInk(const std::uint8_t* cell, int cellWidth
     return box;
 }
 
-int Half(int value)
-{
-    return value / 2;
-}
-
 } // namespace
 
 const SinCos& SinCosTable()
@@ -466,14 +461,7 @@ int BuildTextState(const TextEffectParams& block)
         return true;
     }();
 
-    platform::TextMetrics& m = s.metrics;
-    m.height = Half(m.height);
-    m.ascent = Half(m.ascent);
-    m.descent = Half(m.descent);
-    m.internalLeading = Half(m.internalLeading);
-    m.aveCharWidth = Half(m.aveCharWidth);
-    m.maxCharWidth = Half(m.maxCharWidth);
-    m.overhang = Half(m.overhang);
+    s.metrics = records::HalvedMetrics(s.metrics);
     record.effectState = Register(std::move(state));
     return built ? 1 : 0;
 }

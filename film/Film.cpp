@@ -48,16 +48,8 @@ bool FilmItem::operator==(const FilmItem& other) const
            std::equal(std::begin(rect), std::end(rect), std::begin(other.rect)) && texts == other.texts;
 }
 
-Film::Film() : captionStyle_(std::make_unique<records::TextRecord>())
+Film::Film() : captionStyle_(std::make_unique<records::TextRecord>(records::DefaultCaptionStyle()))
 {
-    records::TextRecord& style = *captionStyle_;
-    records::FindCaptionFont(&style.font);
-    style.font.height = -48;
-    style.font.width = 0;
-    style.colour = 0x00FFFFFF;
-    style.lineSpacing = 100;
-    style.alignment = 0;
-    style.shadow = 1;
 }
 
 FilmItem* Film::Find(std::int32_t index)

@@ -24,6 +24,23 @@ private:
     bool signalled_ = false;
 };
 
+/// A manual-reset event: once Set, every wait returns at once until Reset. Used to cut a timed wait
+/// short (a stop request wakes a thread that is pacing its frames). Any thread.
+class ManualResetEvent
+{
+public:
+    void Set();
+    void Reset();
+    /// True when the event is set, or becomes set within `timeoutMs` (0 polls).
+    bool Wait(std::uint32_t timeoutMs);
+    bool IsSet();
+
+private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    bool set_ = false;
+};
+
 /// Suspends a worker thread at the points it chooses: while the gate is closed, Pass blocks. A worker
 /// calls Pass only where it holds no lock, so closing the gate can never stall a lock holder.
 /// Closes nest (two Suspends need two Resumes). Any thread.

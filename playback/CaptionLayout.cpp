@@ -14,12 +14,6 @@ namespace {
 
 constexpr std::size_t kMaxLines = 256;
 
-// Halves toward zero, as the layout's signed divisions do.
-int Half(int value)
-{
-    return value / 2;
-}
-
 // 32-bit arithmetic with the wrap-around of the original machine, without undefined overflow.
 std::int32_t WrapMul(std::int32_t a, std::int32_t b)
 {
@@ -36,15 +30,9 @@ int LayoutCaption(const records::TextRecord& record, const char* text, std::span
     auto font = platform::Font::Create(records::CaptionFontRequest(record.font, 2));
     if (!font.ok())
         return 0;
-    platform::TextMetrics m = (*font)->Metrics();
-    const int doubleHeight = m.height;
-    m.height = Half(m.height);
-    m.ascent = Half(m.ascent);
-    m.descent = Half(m.descent);
-    m.internalLeading = Half(m.internalLeading);
-    m.aveCharWidth = Half(m.aveCharWidth);
-    m.maxCharWidth = Half(m.maxCharWidth);
-    m.overhang = Half(m.overhang);
+    const platform::TextMetrics doubleSize = (*font)->Metrics();
+    const platform::TextMetrics m = records::HalvedMetrics(doubleSize);
+    const int doubleHeight = doubleSize.height;
 
     const int codePage = platform::ActiveCodePage();
     const std::size_t n = std::strlen(text);
@@ -80,8 +68,8 @@ int LayoutCaption(const records::TextRecord& record, const char* text, std::span
         g.line = static_cast<std::uint16_t>(line);
         g.gx = penX;
         g.gy = y;
-        g.cw = Half(advance);
-        g.ch = Half(doubleHeight);
+        g.cw = advance / 2;
+        g.ch = doubleHeight / 2;
         penX += g.cw - m.overhang;
         at += size;
     }
@@ -111,6 +99,28 @@ int LayoutCaption(const records::TextRecord& record, const char* text, std::span
         info->height = height;
     }
     return static_cast<int>(count);
+}
+
+float CaptionScale(int frameWidth)
+{
+    return static_cast<float>(frameWidth * 0.00125);
+}
+
+int PrepareCaption(const records::TextRecord& style, const std::string& text, float scale,
+                   PreparedCaption& out)
+{
+    records::TextRecord& record = out.record;
+    record = style;
+    record.effectState = 0;
+    // The product is a 32-bit float, truncated toward zero.
+    record.x = static_cast<std::int32_t>(static_cast<float>(record.x) * scale);
+    record.y = static_cast<std::int32_t>(static_cast<float>(record.y) * scale);
+    record.font.height = static_cast<std::int32_t>(static_cast<float>(record.font.height) * scale);
+    std::int32_t extent[2] = {0, 0};
+    out.count = LayoutCaption(record, text.c_str(), out.glyphs, extent, &out.info);
+    record.extentWidth = extent[0];
+    record.extentHeight = extent[1];
+    return out.count;
 }
 
 } // namespace lumenar::playback

@@ -5,8 +5,10 @@
 #include "records/Glyph.h"
 #include "records/TextRecord.h"
 
+#include <array>
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace lumenar::playback {
 
@@ -29,5 +31,26 @@ int LayoutCaption(const records::TextRecord& record, const char* text, std::span
                   std::int32_t* extent, CaptionLayoutInfo* info = nullptr);
 
 using records::CaptionFontRequest;
+
+/// The factor a caption's position and font height are scaled by for a frame `frameWidth` pixels wide:
+/// captions are authored for an 800-pixel-wide frame (frame width × 0.00125, as a 32-bit float).
+float CaptionScale(int frameWidth);
+
+/// One caption made ready for its text effect: the scaled record with its extent, and its glyphs.
+struct PreparedCaption
+{
+    records::TextRecord record{};
+    std::array<records::Glyph, records::kGlyphBufferGlyphs> glyphs{};
+    int count = 0;
+    CaptionLayoutInfo info;
+};
+
+/// The one way a caption is set up for drawing, in the player and in `lumenar caption`: copies `style`,
+/// multiplies its x, y and font height by `scale` (truncating toward zero), lays `text` out and writes
+/// the laid-out width and height into the copy's `extentWidth` and `extentHeight`, which the text
+/// effects read. The copy's effect state word is cleared. Returns the glyph count (0 when no font could
+/// be made). Playback thread (or any thread that owns `out`).
+int PrepareCaption(const records::TextRecord& style, const std::string& text, float scale,
+                   PreparedCaption& out);
 
 } // namespace lumenar::playback

@@ -407,7 +407,9 @@ effects::TextEffectParams FrameCompositor::TextBlock(const records::Glyph* glyph
 {
     effects::TextEffectParams block{};
     block.size = 40;
-    block.dcBits = displayBuffer_.empty() ? nullptr : displayBuffer_.data();
+    // Captions are drawn into the output picture, which only the playback thread touches, so no text
+    // effect runs under the display lock; PublishOutput hands the finished frame to the display.
+    block.dcBits = outputBuffer_.empty() ? nullptr : outputBuffer_.data();
     block.text = text;
     block.glyphs = glyphs;
     block.glyphCount = glyphCount;
@@ -426,7 +428,6 @@ int FrameCompositor::BeginCaption(int effect, const records::Glyph* glyphs, int 
     effects::EffectInfo info{};
     info.mask = 3;
     registry_.GetInfo(effect, effects::kTextTable, &info);
-    std::lock_guard guard(displayLock_);
     registry_.RunText(effect, effects::EffectInit, TextBlock(glyphs, glyphCount, text, 0, 100));
     return 1;
 }
@@ -434,12 +435,26 @@ int FrameCompositor::BeginCaption(int effect, const records::Glyph* glyphs, int 
 void FrameCompositor::RenderCaptionFrame(int effect, const records::Glyph* glyphs, int glyphCount,
                                          records::TextRecord* text, int num, int den)
 {
-    if (den == 0)
-        return;
-    std::lock_guard guard(displayLock_);
-    if (displayBuffer_.empty())
+    if (den == 0 || !IsOpen())
         return;
     registry_.RunText(effect, effects::EffectRender, TextBlock(glyphs, glyphCount, text, num, den));
+}
+
+void FrameCompositor::RestoreTarget()
+{
+    if (IsOpen())
+        std::copy(targetBuffer_.begin(), targetBuffer_.end(), outputBuffer_.begin());
+}
+
+void FrameCompositor::PublishOutput(platform::FramePresenter& window)
+{
+    if (!IsOpen())
+        return;
+    {
+        std::lock_guard guard(displayLock_);
+        std::copy(outputBuffer_.begin(), outputBuffer_.end(), displayBuffer_.begin());
+    }
+    PresentDisplay(window);
 }
 
 int FrameCompositor::EndCaption(int effect, records::TextRecord* text)

@@ -67,10 +67,16 @@ public:
     int EndTransition(int effect);
     void CommitTarget();
 
+    /// Caption animation, playback thread only: BeginCaption initialises the caption's text effect on
+    /// the output picture; each frame RestoreTarget puts the clean picture back into the output, the
+    /// captions are rendered onto it, and PublishOutput copies it into the display (under the display
+    /// lock, which no text effect ever runs under) and presents it.
     int BeginCaption(int effect, const records::Glyph* glyphs, int glyphCount, records::TextRecord* text);
     void RenderCaptionFrame(int effect, const records::Glyph* glyphs, int glyphCount,
                             records::TextRecord* text, int num, int den);
     int EndCaption(int effect, records::TextRecord* text);
+    void RestoreTarget();
+    void PublishOutput(platform::FramePresenter& window);
 
     void Present(platform::FramePresenter& window, int x, int y, bool fromOutput);
     void PresentDisplay(platform::FramePresenter& window);

@@ -26,11 +26,6 @@ std::uint32_t NowMs()
     return static_cast<std::uint32_t>(platform::SystemClock().NowMs());
 }
 
-void SleepMs(std::uint32_t ms)
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
 Rect ItemRect(const film::FilmItem& item)
 {
     return {item.rect[0], item.rect[1], item.rect[2], item.rect[3]};
@@ -100,10 +95,8 @@ int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, 
     host_ = &host;
     parent_ = parent;
     platform::WindowRect parentRect = host.ScreenRect(parent);
-    platform::WindowRect parentTop = host.ScreenRect(parent);
     int clientWidth = parentRect.right - parentRect.left;
     int clientHeight = parentRect.bottom - parentRect.top;
-    (void)parentTop;
     window_ = host.CreateChild(parent, {0, 0, clientWidth, clientHeight},
                                [this](const platform::Message& m) { OnMessage(m); });
     if (window_ == 0)
@@ -114,10 +107,11 @@ int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, 
     int bh = std::min(frame_.Height(), 15);
     int bx = frame_.Width() - bw - 2;
     int by = 2;
-    // The button lies on the frame; the frame's rectangle is in the player window's coordinates.
-    button_ = host.CreateChild(
-        window_, {frame_.left + bx, frame_.top + by, frame_.left + bx + bw, frame_.top + by + bh},
-        [this](const platform::Message& m) { OnButtonMessage(m); });
+    // Compatibility: the frame's width sets the button's place, but the place is taken in the player
+    // window, so on a client area wider or taller than the frame the button sits left of the frame's
+    // corner.
+    button_ = host.CreateChild(window_, {bx, by, bx + bw, by + bh},
+                               [this](const platform::Message& m) { OnButtonMessage(m); });
     int px = 0, py = 0;
     host.PointerPosition(px, py);
     platform::WindowRect screen = host.ScreenRect(window_);
@@ -156,6 +150,7 @@ int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, 
 
 void PlayerWindow::Start()
 {
+    stopSignal_.Reset();
     compositor_->Open();
     state_.repeat = 0;
     {
@@ -187,7 +182,7 @@ void PlayerWindow::RunPlaybackThread()
         if (state_.stepRequested.exchange(0) != 0)
             Step();
         else
-            SleepMs(10);
+            stopSignal_.Wait(10);
     }
 }
 
@@ -234,13 +229,12 @@ void PlayerWindow::Step()
         clipPlayer_->StopClip(0);
 
     while (!state_.photoReady.Wait(0)) {
-        SleepMs(100);
+        stopSignal_.Wait(100);
         if (!state_.running)
             return;
     }
+    // Taken again: the film may have grown while the photo was awaited. No repeat branch here.
     next = state_.Item(current.index + 1);
-    if (next.index == -1)
-        next = state_.Item(1);
 
     state_.loaderGate.Suspend();
     Rect fromRect = ItemRect(current);
@@ -280,6 +274,8 @@ void PlayerWindow::Step()
 
     int result = PlayTransition(currentPhoto, currentMask, fromRect, nextPhoto, nextMask, toRect, next.effect,
                                 static_cast<std::uint32_t>(next.effectMs), current.kind);
+    if (!state_.running)
+        return; // Stopped mid-transition: Stop reopens the loader's gate and ends the threads.
     SetCurrentItem(next);
     {
         std::lock_guard guard(state_.cacheLock);
@@ -344,13 +340,11 @@ int PlayerWindow::PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask
         std::uint32_t frameStart = NowMs();
         compositor_->RenderTransitionFrame(effect, window, static_cast<int>(elapsed),
                                            static_cast<int>(total));
-        if (host_->AsyncKeyPressed(platform::kKeyEscape)) {
+        // Escape, or a stop, ends the transition where it stands: no final frame.
+        if (host_->AsyncKeyPressed(platform::kKeyEscape) || !WaitFrameRest(frameStart)) {
             compositor_->EndTransition(effect);
             return 0;
         }
-        std::uint32_t spent = NowMs() - frameStart;
-        if (spent < kFramePeriodMs)
-            SleepMs(kFramePeriodMs - spent);
         elapsed = NowMs() - t0;
     } while (elapsed < total);
     compositor_->RenderTransitionFrame(effect, window, static_cast<int>(total), static_cast<int>(total));
@@ -365,32 +359,30 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
         return 0;
     std::uint32_t duration = kCaptionMs;
     std::uint32_t t0 = NowMs();
+    const int captionCount = std::min<int>(static_cast<int>(item.texts.size()), kMaxCaptions);
     struct Caption
     {
-        records::TextRecord record;
-        std::array<records::Glyph, kMaxGlyphs> glyphs;
-        int count = 0;
+        PreparedCaption prepared;
         int effect = 0;
     };
-    int captionCount = std::min<int>(static_cast<int>(item.texts.size()), kMaxCaptions);
     auto captions = std::make_unique<Caption[]>(kMaxCaptions);
     for (int i = 0; i < captionCount; ++i) {
-        const film::FilmText& text = item.texts[i];
-        Caption& c = captions[i];
-        c.record = text.style;
-        c.record.effectState = 0;
-        c.record.x = static_cast<std::int32_t>(c.record.x * captionScale_);
-        c.record.y = static_cast<std::int32_t>(c.record.y * captionScale_);
-        c.record.font.height = static_cast<std::int32_t>(c.record.font.height * captionScale_);
-        std::int32_t extent[2] = {0, 0};
-        c.count = LayoutCaption(c.record, text.text.c_str(), c.glyphs, extent);
-        c.effect = text.effect;
+        PrepareCaption(item.texts[i].style, item.texts[i].text, captionScale_, captions[i].prepared);
+        captions[i].effect = item.texts[i].effect;
     }
+    auto renderAll = [&](std::uint32_t num, std::uint32_t den) {
+        for (int i = 0; i < captionCount; ++i) {
+            PreparedCaption& c = captions[i].prepared;
+            compositor_->RenderCaptionFrame(captions[i].effect, c.glyphs.data(), c.count, &c.record,
+                                            static_cast<int>(num), static_cast<int>(den));
+        }
+    };
     if (captionCount == 0)
         duration = 1;
-    for (int i = 0; i < captionCount; ++i)
-        compositor_->BeginCaption(captions[i].effect, captions[i].glyphs.data(), captions[i].count,
-                                  &captions[i].record);
+    for (int i = 0; i < captionCount; ++i) {
+        PreparedCaption& c = captions[i].prepared;
+        compositor_->BeginCaption(captions[i].effect, c.glyphs.data(), c.count, &c.record);
+    }
     compositor_->PrepareFromScreen(photo, mask, rect);
     platform::FramePresenter& window = host_->Presenter(window_);
 
@@ -402,35 +394,42 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
     }
     t0 = t;
     bool skipped = false;
+    bool stopped = false;
     std::uint32_t progress = 0;
     do {
         std::uint32_t frameStart = NowMs();
-        compositor_->CommitTarget();
-        for (int i = 0; i < captionCount; ++i)
-            compositor_->RenderCaptionFrame(captions[i].effect, captions[i].glyphs.data(), captions[i].count,
-                                            &captions[i].record, static_cast<int>(progress),
-                                            static_cast<int>(total));
-        compositor_->PresentDisplay(window);
+        compositor_->RestoreTarget();
+        renderAll(progress, total);
+        compositor_->PublishOutput(window);
         if (host_->AsyncKeyPressed(platform::kKeyEscape)) {
             skipped = true;
             break;
         }
-        std::uint32_t spent = NowMs() - frameStart;
-        if (spent < kFramePeriodMs)
-            SleepMs(kFramePeriodMs - spent);
+        if (!WaitFrameRest(frameStart)) {
+            stopped = true;
+            break;
+        }
         t = NowMs();
         progress = t - t0;
     } while (t - t0 < total);
-    compositor_->CommitTarget();
+    // A stop leaves the picture where it stands; Escape jumps to the captions' final state.
+    if (!stopped) {
+        compositor_->RestoreTarget();
+        renderAll(total, total);
+        compositor_->PublishOutput(window);
+    }
     for (int i = 0; i < captionCount; ++i)
-        compositor_->RenderCaptionFrame(captions[i].effect, captions[i].glyphs.data(), captions[i].count,
-                                        &captions[i].record, static_cast<int>(total),
-                                        static_cast<int>(total));
-    compositor_->PresentDisplay(window);
-    for (int i = 0; i < captionCount; ++i)
-        compositor_->EndCaption(captions[i].effect, &captions[i].record);
-    captionsSkipped_ = skipped;
-    return skipped ? 0 : 1;
+        compositor_->EndCaption(captions[i].effect, &captions[i].prepared.record);
+    captionsSkipped_ = skipped || stopped;
+    return skipped || stopped ? 0 : 1;
+}
+
+bool PlayerWindow::WaitFrameRest(std::uint32_t frameStart)
+{
+    const std::uint32_t spent = NowMs() - frameStart;
+    if (spent < kFramePeriodMs)
+        stopSignal_.Wait(kFramePeriodMs - spent);
+    return state_.running.load() != 0;
 }
 
 std::vector<std::uint32_t> PlayerWindow::StepStartTimes()
@@ -444,6 +443,7 @@ void PlayerWindow::Stop()
     if (!started_)
         return;
     state_.running = 0;
+    stopSignal_.Set(); // Cuts a frame's pacing wait short: a transition or caption ends within a frame.
     if (playbackThread_.joinable())
         playbackThread_.join();
     platform::DebugTrace("PhotoThread[1] has finished ---- \n");

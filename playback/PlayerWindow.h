@@ -92,6 +92,9 @@ private:
     void PageUp();
     void PaintButton();
     void PostToParent(std::uint32_t code, std::uint64_t wParam);
+    /// Waits out the rest of a frame that began at `frameStart` (frames are at least 55 ms apart).
+    /// Returns false, at once, when playback is being stopped.
+    bool WaitFrameRest(std::uint32_t frameStart);
     void RunPlaybackThread();
     film::FilmItem CurrentItem();
     void SetCurrentItem(const film::FilmItem& item);
@@ -113,6 +116,7 @@ private:
     std::thread playbackThread_;
     float captionScale_ = 1.0f;
     std::int32_t playMode_ = film::kAdvanceAutomatic;
+    platform::ManualResetEvent stopSignal_; // Set by Stop: wakes the playback thread's waits.
     std::atomic<bool> timerBusy_{false};
     std::atomic<bool> buttonShown_{false};
     std::atomic<std::int32_t> stepsDone_{0};

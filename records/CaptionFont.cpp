@@ -32,6 +32,32 @@ int FindCaptionFont(LogFont* font)
     return 1;
 }
 
+TextRecord DefaultCaptionStyle()
+{
+    TextRecord style{};
+    FindCaptionFont(&style.font);
+    style.font.height = -48;
+    style.font.width = 0;
+    style.colour = 0x00FFFFFF;
+    style.lineSpacing = 100;
+    style.alignment = 0;
+    style.shadow = 1;
+    return style;
+}
+
+platform::TextMetrics HalvedMetrics(platform::TextMetrics m)
+{
+    // Signed halving rounds toward zero, as the layout's integer divisions do.
+    m.height /= 2;
+    m.ascent /= 2;
+    m.descent /= 2;
+    m.internalLeading /= 2;
+    m.aveCharWidth /= 2;
+    m.maxCharWidth /= 2;
+    m.overhang /= 2;
+    return m;
+}
+
 platform::FontRequest CaptionFontRequest(const records::LogFont& font, int heightFactor)
 {
     platform::FontRequest request;

@@ -29,6 +29,38 @@ bool AutoResetEvent::Wait(std::uint32_t timeoutMs)
     return true;
 }
 
+void ManualResetEvent::Set()
+{
+    {
+        std::lock_guard guard(lock_);
+        set_ = true;
+    }
+    changed_.notify_all();
+}
+
+void ManualResetEvent::Reset()
+{
+    std::lock_guard guard(lock_);
+    set_ = false;
+}
+
+bool ManualResetEvent::Wait(std::uint32_t timeoutMs)
+{
+    std::unique_lock guard(lock_);
+    auto ready = [this] { return set_; };
+    if (timeoutMs == kWaitForever) {
+        changed_.wait(guard, ready);
+        return true;
+    }
+    return changed_.wait_for(guard, std::chrono::milliseconds(timeoutMs), ready);
+}
+
+bool ManualResetEvent::IsSet()
+{
+    std::lock_guard guard(lock_);
+    return set_;
+}
+
 void Gate::Suspend()
 {
     std::lock_guard guard(lock_);

@@ -39,7 +39,7 @@ photo photos/a.jpg
   effect 12
   effect-ms 1500
   seconds 4
-  caption text="Hello \"you\"" effect=3 x=40 y=400 height=36 colour=0x00FF00 face=Serif align=1 shadow=0
+  caption text="Hello \"you\"" effect=3 x=40 y=400 height=-36 colour=0x00FF00 face=Serif align=1 shadow=0
 photo b.jpg    # no JPEG header: size given by hand
   size 320 240
   rect 1 2 3 4

@@ -5,6 +5,7 @@
 #include "codec/Photo.h"
 #include "platform/Clock.h"
 #include "platform/InMemoryPictures.h"
+#include "records/CaptionFont.h"
 #include "tests/support/JpegWriter.h"
 
 #include <gtest/gtest.h>
@@ -80,6 +81,7 @@ public:
                 ++escapes_;
         });
         host_->SetFrameSink([this](std::uint64_t, const std::vector<std::uint8_t>& pixels, int width, int) {
+            ++frames_;
             const std::uint8_t* p = pixels.data() + (std::size_t(300) * width + 400) * 4;
             std::uint32_t colour = p[0] | (p[1] << 8) | (p[2] << 16);
             std::lock_guard guard(lock_);
@@ -152,6 +154,7 @@ public:
     std::atomic<bool> openerRunning_{true};
     std::atomic<int> stops_{0};
     std::atomic<int> escapes_{0};
+    std::atomic<int> frames_{0};
     std::mutex lock_;
     std::vector<std::uint32_t> seen_;
 };
@@ -265,6 +268,34 @@ TEST(PlayerWindow, StopWhileWaitingForAPhotoReturnsQuickly)
     std::uint32_t start = Now();
     h.player_.Stop();
     EXPECT_LT(Now() - start, 400u);
+}
+
+TEST(PlayerWindow, StopCutsALongTransitionOrACaptionAnimationShortWithinAFrame)
+{
+    film::FilmText caption;
+    caption.effect = 3;
+    caption.text = "A caption that takes its time";
+    caption.style = records::DefaultCaptionStyle();
+    film::FilmItem endless = PhotoItem(UniformPhoto(600), 1, 0x7FFFFFFF); // A transition of 24 days.
+    film::FilmItem captioned = PhotoItem(UniformPhoto(600), 1, 0);
+    captioned.texts.push_back(caption);
+    struct Row
+    {
+        const char* name;
+        film::FilmItem second;
+    } rows[] = {{"transition", endless}, {"captions", captioned}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Harness h(film::kAdvanceManual);
+        h.Play({PhotoItem(UniformPhoto(-600), 1, 0), row.second});
+        ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 1; }, 3000));
+        h.host_->InjectKey(platform::kKeyPageDown);
+        const int before = h.frames_;
+        ASSERT_TRUE(h.PumpUntil([&] { return h.frames_ >= before + 3; }, 3000)) << "the animation runs";
+        const int atStop = h.frames_;
+        h.player_.Stop();
+        EXPECT_LE(h.frames_ - atStop, 1) << "at most the frame being drawn ends after the stop";
+    }
 }
 
 TEST(PlayerWindow, AFilmWhoseItemsWereAllRemovedPostsStopButAnUnloadedOneIsWaitedFor)
