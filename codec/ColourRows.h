@@ -38,7 +38,7 @@ inline constexpr ColourFactor kRedFromCr{3, 11485}; // 1.402
 /// trunc((c - 128) * factor) with exact fixed-point products instead of the tables. Pixel x takes
 /// chroma sample x (h = 1) or (x + 1) / 2 (h = 2); the rows must hold `width` luma samples and the
 /// chroma samples the last pixel takes. Returns how many pixels it converted (the rest are left to
-/// the caller). Only call when platform::HasSse2() and ColourRowsSse2Built().
+/// the caller). Only call when platform::Simd().sse2 and ColourRowsSse2Built().
 std::size_t ConvertRowSse2(const std::uint8_t* yRow, const std::uint8_t* cbRow, const std::uint8_t* crRow,
                            std::uint8_t* out, std::size_t width, int h);
 
@@ -46,7 +46,7 @@ std::size_t ConvertRowSse2(const std::uint8_t* yRow, const std::uint8_t* cbRow, 
 bool ColourRowsSse2Built();
 
 /// ConvertRowSse2 thirty-two pixels at a time (it leaves more pixels to the caller). Only call when
-/// platform::HasAvx2() and ColourRowsAvx2Built().
+/// platform::Simd().avx2 and ColourRowsAvx2Built().
 std::size_t ConvertRowAvx2(const std::uint8_t* yRow, const std::uint8_t* cbRow, const std::uint8_t* crRow,
                            std::uint8_t* out, std::size_t width, int h);
 

@@ -123,8 +123,7 @@ std::int16_t FastIdctDcOnly(std::int16_t dc)
 
 void FastIdct(std::int16_t* block)
 {
-    static const bool sse2 = Sse2Built() && platform::HasSse2();
-    if (sse2)
+    if (Sse2Built() && platform::Simd().sse2)
         FastIdctSse2(block);
     else
         FastIdctScalar(block);
@@ -132,8 +131,7 @@ void FastIdct(std::int16_t* block)
 
 void FastStoreBlock(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride)
 {
-    static const bool sse2 = Sse2Built() && platform::HasSse2();
-    if (sse2) {
+    if (Sse2Built() && platform::Simd().sse2) {
         FastStoreBlockSse2(block, destination, stride);
         return;
     }

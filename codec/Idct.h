@@ -26,7 +26,7 @@ std::int16_t FastIdctDcOnly(std::int16_t dc);
 /// tested against, and the fast path on processors without SSE2.
 void FastIdctScalar(std::int16_t* block);
 
-/// The SSE2 form of FastIdct. Only call when platform::HasSse2(); absent on non-x86 builds.
+/// The SSE2 form of FastIdct. Only call when platform::Simd().sse2; absent on non-x86 builds.
 void FastIdctSse2(std::int16_t* block);
 
 /// FastStoreBlock in SSE2.
@@ -36,7 +36,7 @@ void FastStoreBlockSse2(const std::int16_t* block, std::uint8_t* destination, st
 void FastIdctStoreSse2(const std::int16_t* block, std::uint8_t* destination, std::ptrdiff_t stride);
 
 /// FastIdctStoreSse2 on two blocks at once, one in each half of the AVX2 registers; both blocks are
-/// left all zero. Only call when Avx2Built() and platform::HasAvx2().
+/// left all zero. Only call when Avx2Built() and platform::Simd().avx2.
 void FastIdctStoreAndClearPairAvx2(std::int16_t* blockA, std::uint8_t* destinationA, std::ptrdiff_t strideA,
                                    std::int16_t* blockB, std::uint8_t* destinationB, std::ptrdiff_t strideB);
 /// True when this build carries the AVX2 form.

@@ -131,10 +131,10 @@ int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
     // The whole-row path computes the standard colour terms rather than reading the tables.
     const PhotoBitmap standard(0, 0);
     const bool simd = path != ColourPath::Portable && (hh == 1 || hh == 2) && ColourRowsSse2Built() &&
-                      platform::HasSse2() && bitmap.blueFromCb == standard.blueFromCb &&
+                      platform::Simd().sse2 && bitmap.blueFromCb == standard.blueFromCb &&
                       bitmap.greenFromCb == standard.greenFromCb &&
                       bitmap.greenFromCr == standard.greenFromCr && bitmap.redFromCr == standard.redFromCr;
-    const bool wide = simd && path == ColourPath::Auto && ColourRowsAvx2Built() && platform::HasAvx2();
+    const bool wide = simd && path == ColourPath::Auto && ColourRowsAvx2Built() && platform::Simd().avx2;
 
     for (std::size_t y = 0; y < height && width != 0; ++y) {
         const std::size_t yBase = y * rowStride;

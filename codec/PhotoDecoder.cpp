@@ -43,12 +43,6 @@ int HalvingLog2(int value)
     return count - 1;
 }
 
-bool PortableForcedByEnvironment()
-{
-    const char* value = std::getenv("LUMENAR_PORTABLE_IDCT");
-    return value != nullptr && std::string_view(value) == "1";
-}
-
 Error Damaged(std::string message)
 {
     return Error{ErrorCode::BadData, std::move(message)};
@@ -86,7 +80,7 @@ base::Result<std::unique_ptr<PhotoDecoder>> PhotoDecoder::Create(std::span<const
         decoder->useMmx_ = false;
         break;
     case IdctPath::Auto:
-        decoder->useMmx_ = platform::HasMmx() && !PortableForcedByEnvironment();
+        decoder->useMmx_ = platform::Simd().mmx && !platform::Simd().portableIdct;
         break;
     }
     decoder->Refill();
@@ -866,7 +860,7 @@ Status PhotoDecoder::DecodeScan()
 {
     auto* idct = useMmx_ ? &FastIdct : &PortableIdct;
     auto* store = useMmx_ ? &FastStoreBlock : &PortableStoreBlock;
-    const bool fusedIdct = useMmx_ && Sse2Built() && platform::HasSse2();
+    const bool fusedIdct = useMmx_ && Sse2Built() && platform::Simd().sse2;
     // With AVX2 the fused transform runs on two blocks at once. Two blocks wait while the next is
     // decoded, so the pair is read back only after the decoder's narrow stores to it have retired (a
     // fresh block read whole stalls on store forwarding). Stores thus leave decode order, which is
@@ -874,7 +868,7 @@ Status PhotoDecoder::DecodeScan()
     // component twice, or a sampling factor of 3 (whose third block reaches into the next MCU), must
     // store in order, one at a time. Whatever waits is stored when the scan ends, however it ends.
     const bool pairedIdct =
-        fusedIdct && Avx2Built() && platform::HasAvx2() && pairBlocks_ && ScanBlocksAreDisjoint();
+        fusedIdct && Avx2Built() && platform::Simd().avx2 && pairBlocks_ && ScanBlocksAreDisjoint();
     // A block buffer is cleared before a block is decoded into it, unless the previous user left it
     // clear: the paired transform clears what it read, and a flat block only ever set its first value.
     alignas(32) std::int16_t blocks[3][64] = {};

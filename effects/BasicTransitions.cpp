@@ -2,6 +2,7 @@
 
 #include "effects/EffectProtocol.h"
 #include "effects/Random.h"
+#include "platform/Cpu.h"
 #include "records/DibImage.h"
 
 #include <algorithm>
@@ -194,8 +195,9 @@ void RenderBoxWipe(const Frame& f)
 
 // ---- TileDissolve ----
 
-// The family's working state from init to release. Only one picture transition runs at a time, on the
-// playback thread, which is the only thread that touches it.
+// The family's working state from init to release. A transition's init, frames and release all run on
+// one playback thread, and each player has its own, so the state is the thread's: two players in one
+// process can dissolve at the same time without sharing thresholds.
 struct TileDissolveState
 {
     std::int32_t w = 0;
@@ -206,7 +208,7 @@ struct TileDissolveState
     std::vector<std::int32_t> thresholds;
     std::vector<std::uint32_t> rowMask; // Per column of one tile row: all ones where the target shows.
 };
-TileDissolveState tileDissolve;
+thread_local TileDissolveState tileDissolve;
 
 void InitTileDissolve(const Frame& f)
 {
@@ -499,7 +501,10 @@ void RenderOutAndBack(const Frame& f)
 void RenderCrossFade(const Frame& f)
 {
     const int a = static_cast<int>(static_cast<std::int64_t>(f.n) * 127 / f.d);
-    CrossFadeBytesSse2(f.source, f.target, f.output, f.Bytes(), a);
+    if (CrossFadeSse2Built() && platform::Simd().sse2)
+        CrossFadeBytesSse2(f.source, f.target, f.output, f.Bytes(), a);
+    else
+        CrossFadeBytesPortable(f.source, f.target, f.output, f.Bytes(), a);
 }
 
 } // namespace

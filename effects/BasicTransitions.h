@@ -35,7 +35,9 @@ std::int32_t CrossFade(std::uint32_t message, void* params);
 /// clamped to 0..255.
 void CrossFadeBytesPortable(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
                             std::size_t count, int a);
-/// The same with SSE2, bit for bit.
+/// The same with SSE2, bit for bit. Only worth calling when CrossFadeSse2Built() and
+/// platform::Simd().sse2; a build without SSE2 makes it the portable form.
+bool CrossFadeSse2Built();
 void CrossFadeBytesSse2(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
                         std::size_t count, int a);
 

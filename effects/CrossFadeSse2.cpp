@@ -1,10 +1,19 @@
 #include "effects/BasicTransitions.h"
 
+#if defined(__SSE2__)
 #include <emmintrin.h>
+#endif
 
 #include <cstddef>
 
 namespace lumenar::effects {
+
+#if defined(__SSE2__)
+
+bool CrossFadeSse2Built()
+{
+    return true;
+}
 
 void CrossFadeBytesSse2(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
                         std::size_t count, int a)
@@ -26,5 +35,21 @@ void CrossFadeBytesSse2(const std::uint8_t* source, const std::uint8_t* target, 
     }
     CrossFadeBytesPortable(source + i, target + i, output + i, count - i, a);
 }
+
+#else
+
+// Built for a processor family without SSE2: the portable blend is the only one.
+bool CrossFadeSse2Built()
+{
+    return false;
+}
+
+void CrossFadeBytesSse2(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
+                        std::size_t count, int a)
+{
+    CrossFadeBytesPortable(source, target, output, count, a);
+}
+
+#endif
 
 } // namespace lumenar::effects

@@ -2,16 +2,26 @@
 
 namespace lumenar::platform {
 
-/// True when the processor answers CPUID and function 1 reports the MMX instruction set (EDX bit 23).
-/// False on processors without CPUID and on non-x86 machines. Any thread; cheap after the first call.
+/// The instruction sets the SIMD paths may use, decided once for the whole process at the first
+/// question (any thread; later questions are free). Every SIMD path asks here and nowhere else, and
+/// each has a portable twin that gives the same bytes: with LUMENAR_SIMD=portable in the environment
+/// (read at that first question) every path takes its twin, for comparing them or for a processor
+/// whose answers are wrong.
+struct SimdSupport
+{
+    bool mmx = false;  ///< CPUID function 1, EDX bit 23: what the player requires to open its window.
+    bool sse2 = false; ///< CPUID function 1, EDX bit 26: the photo transform, colour rows, cross-fade.
+    bool avx2 = false; ///< CPUID function 7 EBX bit 5 with the AVX registers saved by the system.
+    /// LUMENAR_PORTABLE_IDCT=1: photos decode through the portable transform, as on a processor without
+    /// MMX. Unlike the SIMD twins this changes the picture (the two transforms round differently).
+    bool portableIdct = false;
+};
+
+/// The processor's answers, probed once; all false on non-x86 machines and under LUMENAR_SIMD=portable
+/// (except `mmx`, which stays the processor's, since it only decides whether the player may run).
+const SimdSupport& Simd();
+
+/// Simd().mmx: whether the player may open its window.
 bool HasMmx();
-
-/// True when the processor can run the SSE2 instructions that carry the fast photo transform
-/// (CPUID function 1, EDX bit 26). False on non-x86 machines. Any thread.
-bool HasSse2();
-
-/// True when the processor and the operating system support AVX2 (CPUID function 7 EBX bit 5, with
-/// the AVX register state enabled through XSAVE). False on non-x86 machines. Any thread.
-bool HasAvx2();
 
 } // namespace lumenar::platform

@@ -40,7 +40,7 @@ void FillBlock(std::mt19937& rng, int shape, std::int16_t* block)
 
 TEST(FastIdct, Sse2MatchesScalarLaneModelBitForBit)
 {
-    if (!Sse2Built() || !platform::HasSse2())
+    if (!Sse2Built() || !platform::Simd().sse2)
         GTEST_FAIL() << "this build or processor has no SSE2: the fast path's SSE2 form is untested";
     std::mt19937 rng(20260123);
 #ifdef NDEBUG
@@ -72,7 +72,7 @@ TEST(FastIdct, Sse2MatchesScalarLaneModelBitForBit)
 // a half that borrowed from the other or a row written with the wrong stride shows.
 TEST(FastIdct, Avx2PairMatchesScalarLaneModelBitForBit)
 {
-    if (!Avx2Built() || !platform::HasAvx2())
+    if (!Avx2Built() || !platform::Simd().avx2)
         GTEST_SKIP() << "no AVX2 here: the decoder uses the one-block SSE2 form, tested above";
     std::mt19937 rng(20261123);
 #ifdef NDEBUG

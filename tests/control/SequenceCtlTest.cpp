@@ -5,6 +5,7 @@
 #include "control/ControlMenu.h"
 #include "film/FilmStreamWriter.h"
 #include "tests/support/JpegWriter.h"
+#include "platform/AudioOut.h"
 #include "platform/Clock.h"
 #include "playback/PlayerWindow.h"
 #include "tests/support/FilmServer.h"
@@ -17,6 +18,7 @@
 #include <filesystem>
 #include <algorithm>
 #include <functional>
+#include <thread>
 
 namespace lumenar::control {
 namespace {
@@ -442,6 +444,54 @@ TEST_F(SequenceCtlTest, NarrationReachesTheSoundDevice)
     const std::vector<std::uint8_t> played = device.Played();
     EXPECT_TRUE(std::equal(tone.begin(), tone.end(), played.begin()));
     control_.reset();
+}
+
+// Two controls, each on a thread of its own as two hosts would make them, play a film that uses the
+// state players of one process share (narration decoding, tile dissolves, caption states, the photo
+// decoder, fonts) at the same time. Under ThreadSanitizer this is the check that none of it races.
+TEST(TwoControls, PlayTwoFilmsAtOnceInOneProcess)
+{
+    testing::MessageCapture messages;
+    const std::string file = testing::WriteTempFile(testing::MakeRichFilmStream(3), "rich.flm");
+    struct Outcome
+    {
+        std::vector<std::int32_t> shown;
+        bool ended = false;
+        std::size_t narration = 0;
+    } outcomes[2];
+    auto play = [&file](Outcome& out) {
+        auto host = platform::WindowHost::Create(800, 600, "two controls", true);
+        platform::NullSoundDevice device(platform::SystemClock());
+        SequenceCtl control;
+        control.SetFile(file);
+        ControlSite site;
+        site.host = host.get();
+        site.sound = &device;
+        if (control.Create(site) != 0)
+            return;
+        const std::uint64_t start = Now();
+        while (control.State() != ControlState::Stopped && Now() - start < 60000) {
+            host->Pump(10);
+            const std::int32_t number = control.Player() ? control.Player()->CurrentNumber() : 0;
+            if (number > 0 && (out.shown.empty() || out.shown.back() != number))
+                out.shown.push_back(number);
+        }
+        out.ended = control.State() == ControlState::Stopped;
+        out.narration = device.Played().size();
+        control.Destroy();
+    };
+    std::thread first(play, std::ref(outcomes[0]));
+    std::thread second(play, std::ref(outcomes[1]));
+    first.join();
+    second.join();
+    std::remove(file.c_str());
+    for (const Outcome& outcome : outcomes) {
+        EXPECT_TRUE(outcome.ended);
+        EXPECT_EQ(outcome.shown, (std::vector<std::int32_t>{1, 2, 3}));
+        EXPECT_GT(outcome.narration, 0u) << "the narration reached each control's sound device";
+    }
+    for (const auto& shown : messages.All())
+        ADD_FAILURE() << shown.title << ": " << shown.text;
 }
 
 TEST(SequenceCtlRealWindow, PlaysAndOffersItsMenuInAnSdlWindow)

@@ -12,4 +12,9 @@ namespace lumenar::testing {
 /// changing what it shows.
 std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size_t paddingPerItem = 0);
 
+/// A film stream of `count` automatic items that uses what players of one process could share: tile
+/// dissolves (picture row 36) of 200 ms, a fade-sweep caption (text row 3) on every item, and
+/// compressed narration of a few speech and silence frames on every odd item.
+std::vector<std::uint8_t> MakeRichFilmStream(int count);
+
 } // namespace lumenar::testing
