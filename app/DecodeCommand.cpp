@@ -16,7 +16,7 @@ namespace lumenar::app {
 namespace {
 
 constexpr const char* kDecodeHelp =
-    "usage: lumenar decode PHOTO -o OUT.{bmp,png,ppm} [--portable] [--no-exit-on-corrupt]\n"
+    "usage: lumenar decode PHOTO -o OUT.{bmp,png,ppm} [--portable] [--exit-on-corrupt]\n"
     "\n"
     "Decodes one baseline JPEG photo with the player's decoder and writes its 32-bit picture:\n"
     "a .bmp is the decoder's own picture block (bottom-up BGRX); .png and .ppm are RGB, top row first.\n"
@@ -25,11 +25,12 @@ constexpr const char* kDecodeHelp =
     "  -o OUT                the picture to write; the extension picks the format\n"
     "  --portable            use the portable inverse transform instead of the fast one\n"
     "                        (LUMENAR_PORTABLE_IDCT=1 does the same)\n"
-    "  --no-exit-on-corrupt  fail this photo instead of ending the process with status 1 when the\n"
-    "                        photo is corrupt in one of the ways the player treats as fatal\n"
+    "  --exit-on-corrupt     end the process with status 1, as the player once did, when the photo\n"
+    "                        is corrupt in one of the two ways it treated as fatal (otherwise the\n"
+    "                        photo is refused like any other that cannot be decoded)\n"
     "\n"
     "Exit status: 0 when the picture was written, 2 when the photo cannot be read or decoded or the\n"
-    "picture cannot be written, 1 when a fatal corrupt photo ended the process.\n";
+    "picture cannot be written, 1 when --exit-on-corrupt ended the process.\n";
 
 bool EndsWith(const std::string& text, const char* suffix)
 {
@@ -55,8 +56,10 @@ int DecodeCommand(Args args)
             output = args[++i];
         } else if (arg == "--portable") {
             options.idct = codec::IdctPath::Portable;
+        } else if (arg == "--exit-on-corrupt") {
+            platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::EndProcess);
         } else if (arg == "--no-exit-on-corrupt") {
-            platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
+            // The default now; still accepted so that existing scripts keep working.
         } else if (!arg.empty() && arg[0] == '-') {
             return Fail(arg, "unknown option for decode (try 'lumenar decode --help')");
         } else if (input.empty()) {
@@ -78,9 +81,14 @@ int DecodeCommand(Args args)
     const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in),
                                           std::istreambuf_iterator<char>()};
     codec::Photo photo;
-    if (codec::DecodePhoto(photo, bytes, options) != 1)
-        return Fail(input, "not a photo the player can decode (no baseline frame with three components, or "
-                           "damage the player cannot survive)");
+    codec::DecodeReport report;
+    if (codec::DecodePhoto(photo, bytes, options, &report) != 1) {
+        if (report.fatalCorruption)
+            platform::EndProcessIfAskedFor(report.refusal);
+        return Fail(input, "not a photo the player can decode: " + report.refusal);
+    }
+    for (const std::string& notice : report.notices)
+        std::fprintf(stderr, "lumenar: %s: %s\n", input.c_str(), notice.c_str());
     const codec::PhotoBitmap* bitmap = photo.Bitmap();
     if (bitmap->BitCount() == 0)
         return Fail(input, "no memory for the picture");

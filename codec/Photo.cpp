@@ -1,5 +1,6 @@
 #include "codec/Photo.h"
 
+#include "base/StrCat.h"
 #include "platform/InMemoryPictures.h"
 #include "platform/Memory.h"
 #include "platform/Path.h"
@@ -7,6 +8,8 @@
 #include <cstring>
 
 namespace lumenar::codec {
+
+using base::StrCat;
 
 namespace {
 
@@ -55,35 +58,55 @@ PackedDib Photo::CopyPackedDib() const
     return dib;
 }
 
-int DecodePhoto(Photo& photo, std::span<const std::uint8_t> bytes, const DecodeOptions& options)
+int DecodePhoto(Photo& photo, std::span<const std::uint8_t> bytes, const DecodeOptions& options,
+                DecodeReport* report)
 {
+    DecodeReport unused;
+    DecodeReport& out = report != nullptr ? *report : unused;
+    auto refuse = [&out](std::string why) {
+        out.refusal = std::move(why);
+        return 0;
+    };
     auto created = PhotoDecoder::Create(bytes, options);
     if (!created.ok())
-        return 0;
+        return refuse(created.error().message);
     std::unique_ptr<PhotoDecoder> decoder = std::move(created).value();
-    if (!decoder->ParseMarkers().ok())
-        return 0;
-    // Three components are needed: the conversion takes luma from the first and chroma from the next two.
+    const base::Status parsed = decoder->ParseMarkers();
+    out.notices = decoder->Notices();
+    if (!parsed.ok()) {
+        out.fatalCorruption = !decoder->FatalCorruption().empty();
+        return refuse(parsed.error().message);
+    }
+    // Three components are needed: the conversion takes luma from the first and chroma from the next
+    // two. A fourth (a CMYK photo) would be shown as if its first three were YCbCr: wrong colours.
     if (decoder->ComponentCount() < 3)
-        return 0;
+        return refuse(StrCat("photo has ", decoder->ComponentCount(),
+                             " colour components (only YCbCr photos of three are shown)"));
+    if (decoder->ComponentCount() > 3)
+        return refuse(StrCat("photo has ", decoder->ComponentCount(),
+                             " colour components, as CMYK photos do (only YCbCr photos of three are shown)"));
     photo.width_ = decoder->Width();
     photo.height_ = decoder->Height();
     auto bitmap = std::make_unique<PhotoBitmap>(photo.width_, photo.height_, options.maxPictureBytes);
     const ComponentInfo& luma = decoder->Component(0);
-    ConvertToDib(*bitmap, luma.Plane(), decoder->Component(1).Plane(), decoder->Component(2).Plane(), luma.h,
-                 luma.v);
+    if (ConvertToDib(*bitmap, luma.Plane(), decoder->Component(1).Plane(), decoder->Component(2).Plane(),
+                     luma.h, luma.v) == 0)
+        out.notices.emplace_back("Unable to allocate DIB memory");
     photo.bitmap_ = std::move(bitmap);
     photo.decoder_ = std::move(decoder);
     return 1;
 }
 
-int DecodePhoto(Photo& photo, std::string_view source, const DecodeOptions& options)
+int DecodePhoto(Photo& photo, std::string_view source, const DecodeOptions& options, DecodeReport* report)
 {
     const InMemoryName name = ParseInMemoryName(source);
     const auto block = platform::FindInMemoryPicture(name.length, name.address);
-    if (!block)
+    if (!block) {
+        if (report != nullptr)
+            report->refusal = "the photo's bytes are not in memory";
         return 0;
-    return DecodePhoto(photo, std::span<const std::uint8_t>(block->data(), name.length), options);
+    }
+    return DecodePhoto(photo, std::span<const std::uint8_t>(block->data(), name.length), options, report);
 }
 
 } // namespace lumenar::codec

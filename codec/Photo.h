@@ -36,7 +36,7 @@ public:
     PackedDib CopyPackedDib() const;
 
 private:
-    friend int DecodePhoto(Photo&, std::span<const std::uint8_t>, const DecodeOptions&);
+    friend int DecodePhoto(Photo&, std::span<const std::uint8_t>, const DecodeOptions&, DecodeReport*);
 
     // Declared before the decoder so that the decoder is destroyed first.
     std::unique_ptr<PhotoBitmap> bitmap_;
@@ -46,16 +46,19 @@ private:
 };
 
 /// Decodes one compressed photo into `photo`. Returns 1 when a picture was made (also when its
-/// memory could not be had: the picture is then empty), 0 when the photo cannot be decoded: no
-/// decoder, a stream that would have crashed the player, fewer than three components, or a fatal
-/// condition under the FailPhoto policy. Photo loader thread (any one thread per photo).
-int DecodePhoto(Photo& photo, std::span<const std::uint8_t> bytes, const DecodeOptions& options = {});
+/// memory could not be had: the picture is then empty and the report says so), 0 when the photo cannot
+/// be decoded: no decoder, a stream that would have crashed the player, a photo larger than
+/// kMaxPhotoPixels, not three components, or one of the two fatal corruptions. What was met goes into
+/// `report` when given (the decoder itself shows nothing). Photo loader thread (any one thread per photo).
+int DecodePhoto(Photo& photo, std::span<const std::uint8_t> bytes, const DecodeOptions& options = {},
+                DecodeReport* report = nullptr);
 
 /// Decodes the in-memory photo that a film text names as "length\address" (both decimal; the text is
 /// split like a path, so an extension after the address is ignored). The name is resolved only through
 /// platform's in-memory picture registry: an address that is not a registered block of at least that
 /// length fails (0) without reading anything.
-int DecodePhoto(Photo& photo, std::string_view source, const DecodeOptions& options = {});
+int DecodePhoto(Photo& photo, std::string_view source, const DecodeOptions& options = {},
+                DecodeReport* report = nullptr);
 
 /// The two numbers of an in-memory photo's name; zeros for what is not a number.
 struct InMemoryName

@@ -5,7 +5,6 @@
 #include "base/Checked.h"
 #include "platform/Memory.h"
 #include "platform/Cpu.h"
-#include "platform/MessageBox.h"
 
 #include <algorithm>
 #include <array>
@@ -97,10 +96,8 @@ int ConvertToDibWith(PhotoBitmap& bitmap, std::span<const std::uint8_t> yPlane,
     if (pixelBytes && *pixelBytes + PhotoBitmap::kPixelOffset <= bitmap.maxPictureBytes_)
         block =
             platform::TryAllocateUninitialisedArray<std::uint8_t>(*pixelBytes + PhotoBitmap::kPixelOffset);
-    if (!block) {
-        platform::CurrentMessageSink().Show(nullptr, platform::kBoxOk, "", "Unable to allocate DIB memory");
+    if (!block)
         return 0;
-    }
     const std::size_t total = *pixelBytes + PhotoBitmap::kPixelOffset;
     std::uint8_t* head = block.get();
     // The block reads as zero-initialised: the headers' unused fields are cleared here and every

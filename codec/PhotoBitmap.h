@@ -58,7 +58,7 @@ private:
 
 /// Converts the luma and chroma planes to the bitmap's pixels (allocating its block; an old block is
 /// freed first). `h` and `v` are the luma sampling factors. Returns 1, or 0 when the block cannot be
-/// had: then "Unable to allocate DIB memory" is shown and the bitmap is empty.
+/// had: the bitmap is then empty (DecodePhoto reports it as "Unable to allocate DIB memory").
 ///
 /// Compatibility: luma rows are read (width + 7) & ~7 bytes apart and chroma rows that divided by h,
 /// and with h = 2 pixel x takes chroma sample (x + 1) / 2, a half-sample lead that existing photos were

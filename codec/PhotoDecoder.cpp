@@ -1,16 +1,14 @@
 #include "codec/PhotoDecoder.h"
 
 #include "codec/Idct.h"
-#include "platform/CorruptPhotoPolicy.h"
 #include "platform/Cpu.h"
 #include "platform/Memory.h"
-#include "platform/MessageBox.h"
-#include "platform/ReportBox.h"
 
 #include "base/StrCat.h"
 
 #include <algorithm>
 #include <bit>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -216,6 +214,9 @@ Status PhotoDecoder::ReadFrameHeader()
     precision_ = static_cast<int>(GetBits(8));
     height_ = static_cast<int>(Get16());
     width_ = static_cast<int>(Get16());
+    if (std::int64_t{width_} * height_ > kMaxPhotoPixels)
+        return Error{ErrorCode::TooLarge, StrCat("photo of ", width_, "x", height_, " pixels is larger than ",
+                                                 kMaxPhotoPixels >> 20, " megapixels")};
     const int count = static_cast<int>(GetBits(8));
     // A second frame header replaces the first one's components.
     components_.clear();
@@ -329,9 +330,9 @@ Status PhotoDecoder::ReadHuffmanTables()
                     return Damaged("huffman codes longer than 8 bits overflow the code space");
                 auto fresh = platform::TryAllocate<std::array<std::uint32_t, 256>>();
                 if (!fresh) {
-                    platform::ReportFatalCorruptPhoto("no memory for a second-level huffman table");
                     failed_ = true;
-                    return Error{ErrorCode::TooLarge, "no memory for a second-level huffman table"};
+                    fatalReason_ = "no memory for a second-level huffman table";
+                    return Error{ErrorCode::TooLarge, fatalReason_};
                 }
                 sub = fresh.get();
                 table.entries[pos++] =
@@ -451,9 +452,9 @@ Status PhotoDecoder::DecodeBlock(ComponentInfo& component, std::int16_t* block, 
         k += static_cast<int>(rs >> 4) + 1;
         const std::int32_t v = ReadValue(static_cast<int>(e & 0x0F));
         if (k > 63) {
-            platform::ReportFatalCorruptPhoto(StrCat("coefficient index ", k, " is past 63"));
             failed_ = true;
-            return Damaged(StrCat("coefficient index ", k, " is past 63"));
+            fatalReason_ = StrCat("coefficient index ", k, " is past 63");
+            return Damaged(fatalReason_);
         }
         block[kZigzag[k]] = static_cast<std::int16_t>(
             static_cast<std::uint16_t>(quant[static_cast<std::size_t>(k)] * static_cast<std::uint32_t>(v)));
@@ -997,8 +998,10 @@ Status PhotoDecoder::DecodeScan()
                 if (!last) {
                     const std::uint32_t value = Get16();
                     if (value < 0xFFD0 || value > 0xFFD7) {
-                        platform::ReportBox(nullptr, platform::kBoxOk, 0, nullptr, 0,
-                                            "Going Out value=%04X rs_int=%d", value, restartInterval_);
+                        char notice[64];
+                        std::snprintf(notice, sizeof notice, "Going Out value=%04X rs_int=%d", value,
+                                      restartInterval_);
+                        notices_.emplace_back(notice);
                         return {};
                     }
                     for (ComponentInfo& c : components_)

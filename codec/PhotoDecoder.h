@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace lumenar::codec {
@@ -30,6 +31,25 @@ enum class BitReader
 
 /// A plane larger than this is refused (the frame fails to decode).
 inline constexpr std::size_t kMaxPlaneBytes = 256u << 20;
+/// A photo of more pixels than this (64 megapixels, 8192 x 8192) is refused at its frame header, before
+/// anything is allocated for it: its picture alone would take 256 MiB, and a few bytes of header can
+/// declare 65535 x 65535.
+inline constexpr std::int64_t kMaxPhotoPixels = std::int64_t{64} << 20;
+
+/// What decoding one photo met that its caller may want to tell the viewer of. The decoder never shows
+/// anything itself: the caller owns the report and decides (the player shows the notices in boxes and
+/// reports a refusal in one line naming the item).
+struct DecodeReport
+{
+    /// Damage the photo was decoded through, as the player's messages word it ("Going Out
+    /// value=12AB rs_int=2", "Unable to allocate DIB memory"), in the order met.
+    std::vector<std::string> notices;
+    /// Why no picture was made; empty when one was.
+    std::string refusal;
+    /// The refusal is one of the two corruptions (a coefficient index past 63, no memory for a
+    /// Huffman table) on which the player historically ended its process.
+    bool fatalCorruption = false;
+};
 /// The chunk size the player feeds the bit register with.
 inline constexpr std::uint32_t kPhotoChunkCapacity = 0x10000;
 
@@ -92,8 +112,9 @@ struct HuffmanLookup
 ///
 /// Bad input never leads to undefined behaviour: the damage the player lives with (data that end
 /// early, a missing restart marker, undefined tables) decodes to whatever the planes hold; input the
-/// player would have crashed on fails the photo (ParseMarkers returns the error); the two fatal
-/// conditions go through platform::ReportFatalCorruptPhoto. Any one thread at a time.
+/// player would have crashed on fails the photo (ParseMarkers returns the error), and so do the two
+/// fatal corruptions, which FatalCorruption() then names. Nothing is shown from inside the decoder:
+/// damage decoded through is kept in Notices() for the caller. Any one thread at a time.
 class PhotoDecoder
 {
 public:
@@ -106,6 +127,10 @@ public:
     /// early is not an error; an error means the photo cannot be decoded safely (or a fatal
     /// condition met the FailPhoto policy), and the planes must not be used.
     base::Status ParseMarkers();
+    /// After a failed ParseMarkers: the fatal corruption that failed it, or empty.
+    const std::string& FatalCorruption() const { return fatalReason_; }
+    /// What the scans decoded through, in the words the player shows ("Going Out value=...").
+    const std::vector<std::string>& Notices() const { return notices_; }
 
     int Width() const { return width_; }
     int Height() const { return height_; }
@@ -217,7 +242,9 @@ private:
     bool useFastReader_ = true;
     bool pairBlocks_ = true;
     std::size_t maxPlaneBytes_ = kMaxPlaneBytes;
-    bool failed_ = false; // A fatal condition met the FailPhoto policy.
+    bool failed_ = false;     // A fatal corruption was met: the photo fails.
+    std::string fatalReason_; // What it was.
+    std::vector<std::string> notices_;
 };
 
 // The bit source runs once per symbol: defined here so that the block decoder inlines it.

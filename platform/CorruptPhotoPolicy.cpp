@@ -9,7 +9,7 @@
 namespace lumenar::platform {
 
 namespace {
-std::atomic<CorruptPhotoAction> gAction{CorruptPhotoAction::EndProcess};
+std::atomic<CorruptPhotoAction> gAction{CorruptPhotoAction::FailPhoto};
 } // namespace
 
 void SetCorruptPhotoAction(CorruptPhotoAction action)
@@ -22,13 +22,13 @@ CorruptPhotoAction CurrentCorruptPhotoAction()
     return gAction.load();
 }
 
-void ReportFatalCorruptPhoto(std::string_view reason)
+void EndProcessIfAskedFor(std::string_view reason)
 {
     if (gAction.load() == CorruptPhotoAction::FailPhoto)
         return;
     DebugTrace(std::string("corrupt photo, ending the process: ").append(reason).append("\n"));
-    // Compatibility: the player ends the whole process on these photos; exit status 1 is what a
-    // supervising host sees.
+    // Compatibility, for hosts that ask for it: the player used to end the whole process on these
+    // photos; exit status 1 is what a supervising host sees.
     std::exit(1);
 }
 

@@ -40,14 +40,15 @@ int PhotoCache::Init(const film::FilmItem* item, const Rect& frame, const Rect& 
 }
 
 int PhotoCache::LoadNext(std::string_view photoRef, std::string_view maskRef, std::int32_t /*width*/,
-                         std::int32_t /*height*/, codec::Photo** outPhoto, codec::Photo** outMask)
+                         std::int32_t /*height*/, codec::Photo** outPhoto, codec::Photo** outMask,
+                         LoadReports* reports)
 {
     // The item's size only ever fed a fitted rectangle that nothing used, so it is not computed.
     nextPhoto_.reset();
     nextMask_.reset();
 
     nextPhoto_ = std::make_unique<codec::Photo>();
-    if (codec::DecodePhoto(*nextPhoto_, photoRef) == 0) {
+    if (codec::DecodePhoto(*nextPhoto_, photoRef, {}, reports ? &reports->photo : nullptr) == 0) {
         // The caller's next pointer keeps pointing at the photo the last rotation made current.
         nextPhoto_.reset();
         return 0;
@@ -59,7 +60,7 @@ int PhotoCache::LoadNext(std::string_view photoRef, std::string_view maskRef, st
         return 1;
     }
     nextMask_ = std::make_unique<codec::Photo>();
-    if (codec::DecodePhoto(*nextMask_, maskRef) == 0)
+    if (codec::DecodePhoto(*nextMask_, maskRef, {}, reports ? &reports->mask : nullptr) == 0)
         nextMask_.reset(); // A missing mask is never an error: the photo shows unmasked.
     *outMask = nextMask_.get();
     return 1;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "codec/PhotoDecoder.h"
+
 #include "film/Film.h"
 #include "playback/Rect.h"
 
@@ -46,6 +48,13 @@ struct ViewerState
     bool redraw = false;
 };
 
+/// What decoding one item's photo and mask met, for the loader to report once it has left `cacheLock`.
+struct LoadReports
+{
+    codec::DecodeReport photo;
+    codec::DecodeReport mask;
+};
+
 /// The decoded photos of playback: three photo slots (previous, current, next) and three mask slots,
 /// owned here, so that at most three photos and three masks are alive at any time. The raw pointers
 /// handed out stay valid until the slot is released by a later LoadNext or Rotate, or the cache dies.
@@ -65,8 +74,9 @@ public:
     /// Decodes the next item's photo and mask into the next slots. Returns 1 and writes `*outPhoto`
     /// (and `*outMask`: the mask, or null when `maskRef` is "0" or cannot be decoded) on success; returns
     /// 0 and writes nothing when the photo cannot be decoded. Loader thread, under `cacheLock`.
+    /// What each decode met goes into `reports` when given.
     int LoadNext(std::string_view photoRef, std::string_view maskRef, std::int32_t width, std::int32_t height,
-                 codec::Photo** outPhoto, codec::Photo** outMask);
+                 codec::Photo** outPhoto, codec::Photo** outMask, LoadReports* reports = nullptr);
 
     /// Moves the slots on by one item: the previous photo (and with it the previous mask) is released,
     /// current becomes previous, next becomes current, next is emptied. Writes the new current photo and

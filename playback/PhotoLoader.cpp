@@ -1,6 +1,9 @@
 #include "playback/PhotoLoader.h"
 
+#include "platform/CorruptPhotoPolicy.h"
 #include "platform/DebugTrace.h"
+#include "platform/ReportBox.h"
+#include "platform/StringTable.h"
 #include "platform/Sync.h"
 
 #include <exception>
@@ -12,13 +15,15 @@ namespace {
 
 /// Loads `item` into the cache or the clip player; returns 1 when its pictures are ready. Called with
 /// `cacheLock` held.
-int LoadCandidate(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips, const film::FilmItem& item)
+int LoadCandidate(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips, const film::FilmItem& item,
+                  LoadReports& reports)
 {
     switch (item.kind) {
     case film::kFilmItemPhoto: {
         const std::string photoRef = film::JoinFilmFile(item.photo);
         const std::string maskRef = film::JoinFilmFile(item.mask);
-        return cache.LoadNext(photoRef, maskRef, item.width, item.height, &state.nextPhoto, &state.nextMask);
+        return cache.LoadNext(photoRef, maskRef, item.width, item.height, &state.nextPhoto, &state.nextMask,
+                              &reports);
     }
     case film::kFilmItemClip: {
         const std::string clipRef = film::JoinFilmFile(item.clipFile);
@@ -32,6 +37,23 @@ int LoadCandidate(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips, co
     default:
         return 0;
     }
+}
+
+/// Tells the viewer what decoding an item's pictures met: the decoder's notices in boxes of their own,
+/// and a photo's refusal in one line naming the item (a mask that cannot be had is never an error: the
+/// photo shows unmasked). A picture refused for a corruption the player once ended its process on still
+/// does that when a host asked for it.
+void ReportDecode(std::int32_t item, const LoadReports& reports)
+{
+    for (const codec::DecodeReport* report : {&reports.photo, &reports.mask}) {
+        for (const std::string& notice : report->notices)
+            platform::ReportBox(nullptr, platform::kBoxOk, 0, nullptr, 0, "%s", notice.c_str());
+        if (report->fatalCorruption)
+            platform::EndProcessIfAskedFor(report->refusal);
+    }
+    if (!reports.photo.refusal.empty())
+        platform::ReportBox(nullptr, platform::kBoxIconWarning, platform::kStrWarning, "Warning", 0,
+                            "item %d: the photo is not shown: %s", item, reports.photo.refusal.c_str());
 }
 
 } // namespace
@@ -59,10 +81,13 @@ void RunPhotoLoader(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips)
 
         state.loaderGate.Pass();
         int result = 0;
+        LoadReports reports;
         {
             std::lock_guard guard(state.cacheLock);
-            result = LoadCandidate(state, cache, clips, candidate);
+            result = LoadCandidate(state, cache, clips, candidate, reports);
         }
+        // Reported outside the lock: a report may wait for the viewer.
+        ReportDecode(candidate.index, reports);
         if (result == 1) {
             state.nextReady.store(1);
             state.nextIndex.store(candidate.index);
@@ -71,8 +96,9 @@ void RunPhotoLoader(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips)
     }
 }
 
-PhotoLoaderThread::PhotoLoaderThread(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips)
-    : state_(state), cache_(cache), clips_(clips)
+PhotoLoaderThread::PhotoLoaderThread(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips,
+                                     platform::MessageSink* reports)
+    : state_(state), cache_(cache), clips_(clips), reports_(reports)
 {
 }
 
@@ -87,6 +113,7 @@ void PhotoLoaderThread::Start()
         return;
     thread_ = std::jthread([this] {
         platform::SetCurrentThreadName("PhotoThread[2]");
+        platform::ThreadMessageSink reportsGo(reports_);
         platform::SetCurrentThreadIdlePriority(); // Refused by some systems; the loader runs all the same.
         try {
             RunPhotoLoader(state_, cache_, clips_);

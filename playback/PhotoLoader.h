@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/MessageBox.h"
 #include "playback/ClipPlayer.h"
 #include "playback/PhotoCache.h"
 #include "playback/PlaybackState.h"
@@ -20,12 +21,14 @@ inline constexpr std::chrono::milliseconds kLoaderPoll{100};
 /// pass and before it takes `cacheLock`, never while holding it. Loader thread only.
 void RunPhotoLoader(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips);
 
-/// The loader thread ("PhotoThread[2]", idle priority). Owns nothing but the thread; the state, cache
-/// and clip player must outlive it. Its destructor stops it.
+/// The loader thread ("PhotoThread[2]", idle priority). Owns nothing but the thread; the state, cache,
+/// clip player and `reports` (where the thread's messages go; null: the default sink) must outlive it.
+/// Its destructor stops it.
 class PhotoLoaderThread
 {
 public:
-    PhotoLoaderThread(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips);
+    PhotoLoaderThread(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips,
+                      platform::MessageSink* reports = nullptr);
     ~PhotoLoaderThread();
     PhotoLoaderThread(const PhotoLoaderThread&) = delete;
     PhotoLoaderThread& operator=(const PhotoLoaderThread&) = delete;
@@ -47,6 +50,7 @@ private:
     PlaybackState& state_;
     PhotoCache& cache_;
     ClipPlayer& clips_;
+    platform::MessageSink* reports_;
     platform::AutoResetEvent ended_;
     std::jthread thread_;
 };

@@ -19,7 +19,6 @@ namespace {
 constexpr std::uint32_t kFramePeriodMs = 55;
 constexpr std::uint32_t kCaptionMs = 3000;
 constexpr int kMaxCaptions = 10;
-constexpr int kMaxGlyphs = 256;
 
 std::uint32_t NowMs()
 {
@@ -94,6 +93,10 @@ int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, 
 {
     host_ = &host;
     parent_ = parent;
+    reports_ = std::make_unique<platform::DeferredMessageSink>([this] {
+        if (window_ != 0)
+            host_->Post(window_, kMsgPlayerReports, 0, 0);
+    });
     platform::WindowRect parentRect = host.ScreenRect(parent);
     int clientWidth = parentRect.right - parentRect.left;
     int clientHeight = parentRect.bottom - parentRect.top;
@@ -158,7 +161,7 @@ void PlayerWindow::Start()
         playMode_ = state_.film ? state_.film->GetAdvanceMode() : film::kAdvanceManual;
     }
     state_.nextReady = 0;
-    loader_ = std::make_unique<PhotoLoaderThread>(state_, *photoCache_, *clipPlayer_);
+    loader_ = std::make_unique<PhotoLoaderThread>(state_, *photoCache_, *clipPlayer_, reports_.get());
     loader_->Start();
     state_.stepRequested = 0;
     playbackThread_ = std::thread([this] { RunPlaybackThread(); });
@@ -178,6 +181,7 @@ void PlayerWindow::Start()
 void PlayerWindow::RunPlaybackThread()
 {
     platform::SetCurrentThreadName("PhotoThread[1]");
+    platform::ThreadMessageSink reportsGo(reports_.get());
     while (state_.running) {
         if (state_.stepRequested.exchange(0) != 0)
             Step();
@@ -472,6 +476,9 @@ void PlayerWindow::Destroy()
     if (compositor_)
         compositor_->Close();
     loader_.reset();
+    // The threads have ended: what they reported and nobody has seen yet is shown now.
+    if (reports_)
+        reports_->Deliver(platform::MessageSinkFor(host_->IsHeadless()), true);
     photoCache_.reset();
     clipPlayer_.reset();
     slidePlayer_.reset();
@@ -533,6 +540,9 @@ void PlayerWindow::OnMessage(const platform::Message& message)
     case platform::kMsgTimer:
         if (message.wParam == kStepTimerId)
             OnTimerTick(false);
+        break;
+    case kMsgPlayerReports:
+        reports_->Deliver(platform::MessageSinkFor(host_->IsHeadless()));
         break;
     default:
         break;

@@ -22,6 +22,8 @@ namespace lumenar::playback {
 inline constexpr std::uint32_t kCommandPlay = 0x8008;
 inline constexpr std::uint32_t kCommandStop = 0x8009;
 inline constexpr std::uint32_t kControlButtonId = 0x800a;
+/// Private: the worker threads have reports waiting to be shown on the window's thread.
+inline constexpr std::uint32_t kMsgPlayerReports = 0x048E;
 /// The id the step timer is set with.
 inline constexpr std::uint32_t kStepTimerId = 11;
 
@@ -81,6 +83,9 @@ public:
     std::int32_t StepsDone() const { return stepsDone_.load(); }
     /// When each step began (system clock, ms), in order; for measuring the pacing.
     std::vector<std::uint32_t> StepStartTimes();
+    /// Where the worker threads' reports wait for the window's thread (null before Create). The film
+    /// loader of the same session reports here too.
+    platform::DeferredMessageSink* Reports() { return reports_.get(); }
     /// Whether the last caption pass or transition was cut short by Escape.
     bool LastCaptionsSkipped() const { return captionsSkipped_.load(); }
 
@@ -117,6 +122,9 @@ private:
     float captionScale_ = 1.0f;
     std::int32_t playMode_ = film::kAdvanceAutomatic;
     platform::ManualResetEvent stopSignal_; // Set by Stop: wakes the playback thread's waits.
+    /// What the playback and loader threads report, shown on the window's thread (a box there cannot
+    /// hold up a stop, which joins those threads); made in Create.
+    std::unique_ptr<platform::DeferredMessageSink> reports_;
     std::atomic<bool> timerBusy_{false};
     std::atomic<bool> buttonShown_{false};
     std::atomic<std::int32_t> stepsDone_{0};

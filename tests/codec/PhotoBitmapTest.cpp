@@ -1,7 +1,8 @@
 #include "codec/PhotoBitmap.h"
 
 #include "codec/ColourRows.h"
-#include "platform/MessageBox.h"
+#include "codec/Photo.h"
+#include "tests/support/JpegWriter.h"
 
 #include <gtest/gtest.h>
 
@@ -109,19 +110,6 @@ TEST(ConvertToDib, HalfSampledChromaLeadsByHalfASample)
             EXPECT_EQ(PixelAt(bitmap, x, row)[2], redFromSample(expected[row][x])) << x << "," << row;
 }
 
-class CaptureSink final : public platform::MessageSink
-{
-public:
-    CaptureSink() { platform::SetMessageSink(this); }
-    ~CaptureSink() override { platform::SetMessageSink(nullptr); }
-    int Show(platform::Window*, unsigned, std::string_view, std::string_view text) override
-    {
-        texts.emplace_back(text);
-        return platform::kAnswerOk;
-    }
-    std::vector<std::string> texts;
-};
-
 // The whole-row path must give the table look-ups' bytes: every (luma, Cb, Cr) colour term and clamp,
 // the half-sample lead, and the pixels left to the tail of each row.
 TEST(ConvertToDib, RowPathMatchesTheTables)
@@ -169,16 +157,21 @@ TEST(ConvertToDib, RowPathMatchesTheTables)
     }
 }
 
-TEST(ConvertToDib, PictureBeyondItsMemoryIsEmpty)
+TEST(ConvertToDib, PictureBeyondItsMemoryIsEmptyAndReported)
 {
-    CaptureSink sink;
     PhotoBitmap bitmap(1000, 1000, 1000);
     const std::vector<std::uint8_t> plane(1000 * 1000, 0);
     EXPECT_EQ(ConvertToDib(bitmap, plane, plane, plane, 1, 1), 0);
     EXPECT_EQ(bitmap.BitCount(), 0);
     EXPECT_TRUE(bitmap.Block().empty());
-    ASSERT_EQ(sink.texts.size(), 1u);
-    EXPECT_EQ(sink.texts[0], "Unable to allocate DIB memory");
+    // Through DecodePhoto the photo still counts as decoded, and the report says what the player shows.
+    Photo photo;
+    DecodeReport report;
+    ASSERT_EQ(DecodePhoto(photo, testing::MakeUniformPhoto(64, 64, testing::ZigzagBlock(64, 0)),
+                          {.maxPictureBytes = 1000}, &report),
+              1);
+    EXPECT_EQ(photo.Bitmap()->BitCount(), 0);
+    EXPECT_EQ(report.notices, std::vector<std::string>{"Unable to allocate DIB memory"});
 }
 
 } // namespace

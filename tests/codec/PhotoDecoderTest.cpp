@@ -3,7 +3,6 @@
 #include "codec/Idct.h"
 #include "codec/Photo.h"
 #include "platform/CorruptPhotoPolicy.h"
-#include "platform/MessageBox.h"
 #include "tests/support/JpegWriter.h"
 
 #include <gtest/gtest.h>
@@ -28,34 +27,6 @@ using testing::JpegHuffman;
 using testing::JpegWriter;
 using testing::MakeUniformPhoto;
 using testing::ZigzagBlock;
-
-// Collects the messages the decoder shows.
-class CaptureSink final : public platform::MessageSink
-{
-public:
-    CaptureSink() : previous_(&platform::CurrentMessageSink()) { platform::SetMessageSink(this); }
-    ~CaptureSink() override { platform::SetMessageSink(previous_); }
-    int Show(platform::Window* owner, unsigned style, std::string_view title, std::string_view text) override
-    {
-        EXPECT_EQ(owner, nullptr);
-        EXPECT_EQ(style, platform::kBoxOk);
-        EXPECT_TRUE(title.empty());
-        texts.emplace_back(text);
-        return platform::kAnswerOk;
-    }
-    std::vector<std::string> texts;
-
-private:
-    platform::MessageSink* previous_;
-};
-
-// Fatal conditions fail the photo instead of ending the test program.
-class FailPhotoPolicy
-{
-public:
-    FailPhotoPolicy() { platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto); }
-    ~FailPhotoPolicy() { platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::EndProcess); }
-};
 
 std::unique_ptr<PhotoDecoder> Decode(const std::vector<std::uint8_t>& bytes, base::Status* status = nullptr,
                                      DecodeOptions options = {})
@@ -368,26 +339,14 @@ TEST(PhotoDecoder, LaterBlockWinsWhereAScanWritesSamplesTwice)
     }
 }
 
-TEST(PhotoDecoder, RunPastSixtyThreeFailsThePhotoUnderFailPolicy)
+TEST(PhotoDecoder, RunPastSixtyThreeRefusesThePhotoAsAFatalCorruption)
 {
-    const auto photo = PhotoWithLumaSymbols({0xF0, 0xF0, 0xF0, 0xF0, 0x01}, FlatAcTable()).photo;
-    FailPhotoPolicy policy;
-    base::Status status;
-    Decode(photo, &status);
-    EXPECT_FALSE(status.ok());
+    const auto photo = testing::MakeRunPastEndPhoto();
     Photo decoded;
-    EXPECT_EQ(DecodePhoto(decoded, photo), 0);
-}
-
-TEST(PhotoDecoderDeathTest, RunPastSixtyThreeEndsTheProcessByDefault)
-{
-    const auto photo = PhotoWithLumaSymbols({0xF0, 0xF0, 0xF0, 0xF0, 0x01}, FlatAcTable()).photo;
-    EXPECT_EXIT(
-        {
-            Photo decoded;
-            DecodePhoto(decoded, photo);
-        },
-        ::testing::ExitedWithCode(1), "");
+    DecodeReport report;
+    EXPECT_EQ(DecodePhoto(decoded, photo, {}, &report), 0);
+    EXPECT_TRUE(report.fatalCorruption);
+    EXPECT_EQ(report.refusal, "coefficient index 65 is past 63");
 }
 
 TEST(PhotoDecoder, RestartMarkersAreReadBetweenIntervalsOnly)
@@ -395,9 +354,8 @@ TEST(PhotoDecoder, RestartMarkersAreReadBetweenIntervalsOnly)
     // Four MCUs in a row, interval 2: one marker, after MCU 2 (none after the last).
     const auto good = MakeUniformPhoto(32, 8, DcBlock(80), 2);
     {
-        CaptureSink sink;
         const auto decoder = Decode(good);
-        EXPECT_TRUE(sink.texts.empty());
+        EXPECT_TRUE(decoder->Notices().empty());
         EXPECT_EQ(decoder->RestartInterval(), 2);
         ExpectFlatPlanes(*decoder, 138, "with restarts");
     }
@@ -407,10 +365,8 @@ TEST(PhotoDecoder, RestartMarkersAreReadBetweenIntervalsOnly)
     ASSERT_NE(marker, bad.end());
     marker[0] = 0x12;
     marker[1] = 0xAB;
-    CaptureSink sink;
     const auto decoder = Decode(bad);
-    ASSERT_EQ(sink.texts.size(), 1u);
-    EXPECT_EQ(sink.texts[0], "Going Out value=12AB rs_int=2");
+    EXPECT_EQ(decoder->Notices(), std::vector<std::string>{"Going Out value=12AB rs_int=2"});
     const auto plane = decoder->Component(0).Plane();
     EXPECT_EQ(plane[0], 138);
     EXPECT_EQ(plane[15], 138);
@@ -514,8 +470,6 @@ std::vector<std::vector<std::uint8_t>> DamageCorpus()
 
 TEST(PhotoDecoder, DamagedStreamsDecodeWithoutFaults)
 {
-    FailPhotoPolicy policy;
-    CaptureSink sink;
     int decoded = 0;
     for (const auto& bytes : DamageCorpus()) {
         for (std::uint32_t chunk : {kPhotoChunkCapacity, 7u}) {
@@ -541,7 +495,6 @@ bool ReadersAgree(const std::vector<std::uint8_t>& bytes, DecodeOptions options)
     std::vector<std::string> messages[2];
     std::unique_ptr<PhotoDecoder> decoders[2];
     for (int r = 0; r < 2; ++r) {
-        CaptureSink sink;
         options.bitReader = r == 0 ? BitReader::Fast : BitReader::Register;
         options.pairBlocks = r == 0;
         auto created = PhotoDecoder::Create(bytes, options);
@@ -550,7 +503,7 @@ bool ReadersAgree(const std::vector<std::uint8_t>& bytes, DecodeOptions options)
             return false;
         decoders[r] = std::move(created).value();
         statuses[r] = decoders[r]->ParseMarkers();
-        messages[r] = sink.texts;
+        messages[r] = decoders[r]->Notices();
     }
     EXPECT_EQ(statuses[0].ok(), statuses[1].ok());
     EXPECT_EQ(messages[0], messages[1]);
@@ -571,7 +524,6 @@ bool ReadersAgree(const std::vector<std::uint8_t>& bytes, DecodeOptions options)
 // stuffed pairs, restart markers and the data's end on chunk boundaries.
 TEST(PhotoDecoder, FastReaderMatchesTheRegister)
 {
-    FailPhotoPolicy policy;
     auto corpus = DamageCorpus();
     // Coefficients that make the entropy coder emit many 0xFF bytes, with a restart after every MCU.
     ZigzagBlock ones(64, 0);
@@ -616,7 +568,6 @@ TEST(PhotoDecoder, FastReaderMatchesTheRegister)
 // must stop there (or not be taken) exactly as the register does.
 TEST(PhotoDecoder, ShortCodesEndBlocksAtSixtyThreeLikeTheRegister)
 {
-    FailPhotoPolicy policy;
     std::vector<std::pair<int, std::uint8_t>> codes{{2, 0x01}, {3, 0x11}, {3, 0x00}, {9, 0xF0}};
     for (int run = 0; run < 16; ++run) {
         for (int size = 1; size <= 10; ++size) {
@@ -663,8 +614,6 @@ TEST(PhotoDecoder, ShortCodesEndBlocksAtSixtyThreeLikeTheRegister)
 
 TEST(PhotoDecoder, FuzzRegressionsDecodeWithoutFaults)
 {
-    FailPhotoPolicy policy;
-    CaptureSink sink;
     const char* root = std::getenv("LUMENAR_SOURCE_DIR");
     ASSERT_NE(root, nullptr);
     const std::filesystem::path dir = std::filesystem::path(root) / "tests/data/codec/regress";

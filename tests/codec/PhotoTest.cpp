@@ -189,7 +189,6 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
                             // cut the scan every few hundred bytes.
                             // A small chunk splits stuffed pairs, which damages the scan: the photo may
                             // then fail, but both readers must fail alike.
-                            platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
                             for (std::uint32_t registerChunk : {chunk, 333u}) {
                                 Photo viaRegister, viaFast;
                                 const int registerResult = DecodePhoto(viaRegister, bytes,
@@ -206,7 +205,6 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
                                 EXPECT_TRUE(std::equal(a.begin(), a.end(), b.begin(), b.end()))
                                     << "chunk " << registerChunk;
                             }
-                            platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::EndProcess);
                         }
                     }
                 }

@@ -58,7 +58,6 @@ struct LoaderRig
 {
     explicit LoaderRig(const std::vector<FilmItem>& items)
     {
-        platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
         for (const FilmItem& item : items)
             film.AddItem(item);
         state.film = &film;
@@ -208,9 +207,32 @@ TEST(PhotoLoader, StopWhilePollingReturnsPromptlyAndSaysSo)
     EXPECT_EQ(traces, std::vector<std::string>{"PhotoThread[2] has finished ---- \n"});
 }
 
+/// A photo the player once ended its process on: refused and reported in one line naming the item, and
+/// the loader goes on; a host that asked for the old behaviour gets exit status 1.
+TEST(PhotoLoader, AFatallyCorruptPhotoIsRefusedAndReportedUnlessTheHostAskedToEnd)
+{
+    const auto corrupt = platform::RegisterInMemoryPicture(testing::MakeRunPastEndPhoto());
+    const FilmFile photo{std::to_string(corrupt.length), std::to_string(corrupt.address)};
+    {
+        testing::MessageCapture messages;
+        LoaderRig rig({PhotoItem(photo), PhotoItem(GoodPhoto(8, 8))});
+        ASSERT_TRUE(rig.Offer());
+        EXPECT_EQ(rig.state.nextReady.load(), 0);
+        EXPECT_EQ(messages.Lines(),
+                  std::vector<std::string>{
+                      "Warning|item 1: the photo is not shown: coefficient index 65 is past 63"});
+    }
+    EXPECT_EXIT(
+        {
+            platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::EndProcess);
+            LoaderRig rig({PhotoItem(photo)});
+            rig.Offer();
+        },
+        ::testing::ExitedWithCode(1), "");
+}
+
 TEST(PhotoCache, RotateKeepsAtMostThreePhotosAlive)
 {
-    platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
     const std::string photoRef = film::JoinFilmFile(GoodPhoto(8, 8));
     PhotoCache cache(0);
     codec::Photo* next = nullptr;
@@ -273,7 +295,6 @@ TEST(PhotoCache, ViewerKeysScrollAndZoomWithinBounds)
 
 TEST(FallbackPlayers, ClipShowsItsStillAndShowReportsTheMissingViewerOnce)
 {
-    platform::SetCorruptPhotoAction(platform::CorruptPhotoAction::FailPhoto);
     ClipPlayer clips;
     codec::Photo* next = nullptr;
     codec::Photo* current = nullptr;

@@ -237,4 +237,22 @@ std::vector<std::uint8_t> MakeUniformPhoto(int width, int height, const ZigzagBl
     return w.bytes;
 }
 
+std::vector<std::uint8_t> MakeRunPastEndPhoto()
+{
+    const JpegHuffman dc = FlatDcTable();
+    const JpegHuffman ac = FlatAcTable();
+    JpegWriter w;
+    w.Soi().Dqt(0, std::vector<int>(64, 1)).Sof0(8, 8, {{1, 1, 1, 0}, {2, 1, 1, 0}, {3, 1, 1, 0}});
+    w.Dht(0, 0, dc).Dht(1, 0, ac).Sos({{1, 0}, {2, 0}, {3, 0}});
+    EntropyWriter e;
+    e.Symbol(dc, 0);
+    for (int run = 0; run < 4; ++run)
+        e.Symbol(ac, 0xF0);
+    e.Symbol(ac, 0x01);
+    e.PutBits(1, 1);
+    e.Flush();
+    w.Raw(e.bytes).Eoi();
+    return w.bytes;
+}
+
 } // namespace lumenar::testing

@@ -81,4 +81,8 @@ public:
 std::vector<std::uint8_t> MakeUniformPhoto(int width, int height, const ZigzagBlock& block,
                                            int restartInterval = 0, int lumaH = 1, int lumaV = 1);
 
+/// An 8x8 photo whose first block runs past coefficient 63 (four runs of sixteen zeros, then a value):
+/// one of the two corruptions on which the player historically ended its process.
+std::vector<std::uint8_t> MakeRunPastEndPhoto();
+
 } // namespace lumenar::testing
