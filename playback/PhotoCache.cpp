@@ -1,5 +1,6 @@
 #include "playback/PhotoCache.h"
 
+#include "base/Assert.h"
 #include "base/Checked.h"
 #include "codec/Photo.h"
 
@@ -43,6 +44,7 @@ int PhotoCache::LoadNext(std::string_view photoRef, std::string_view maskRef, st
                          std::int32_t /*height*/, codec::Photo** outPhoto, codec::Photo** outMask,
                          LoadReports* reports)
 {
+    LUM_ASSERT(guard_ == nullptr || guard_->HeldByThisThread(), "LoadNext without the cache lock");
     // The item's size only ever fed a fitted rectangle that nothing used, so it is not computed.
     nextPhoto_.reset();
     nextMask_.reset();
@@ -68,6 +70,7 @@ int PhotoCache::LoadNext(std::string_view photoRef, std::string_view maskRef, st
 
 void PhotoCache::Rotate(const film::FilmItem* item, codec::Photo** outPhoto, codec::Photo** outMask)
 {
+    LUM_ASSERT(guard_ == nullptr || guard_->HeldByThisThread(), "Rotate without the cache lock");
     item_ = item;
     // The slots own their photos, so a mask left in the previous slot without its photo is released
     // by the move below rather than forgotten.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Mutex.h"
 #include "codec/PhotoDecoder.h"
 
 #include "film/Film.h"
@@ -70,6 +71,9 @@ public:
 
     /// Stores the item (not owned) and the rectangles for the viewer. Returns 1.
     int Init(const film::FilmItem* item, const Rect& frame, const Rect& window);
+    /// Names the lock LoadNext and Rotate must be called under, so that they can check it (debug and
+    /// sanitizer builds). Without one nothing is checked (a cache used by one thread alone).
+    void SetGuard(const base::Mutex* guard) { guard_ = guard; }
 
     /// Decodes the next item's photo and mask into the next slots. Returns 1 and writes `*outPhoto`
     /// (and `*outMask`: the mask, or null when `maskRef` is "0" or cannot be decoded) on success; returns
@@ -103,6 +107,7 @@ private:
     void ClampScroll();
 
     const film::FilmItem* item_ = nullptr;
+    const base::Mutex* guard_ = nullptr;
     std::int32_t mode_ = 0;
     std::unique_ptr<codec::Photo> currentPhoto_;
     std::unique_ptr<codec::Photo> previousPhoto_;

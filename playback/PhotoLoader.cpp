@@ -1,5 +1,6 @@
 #include "playback/PhotoLoader.h"
 
+#include "base/Assert.h"
 #include "platform/CorruptPhotoPolicy.h"
 #include "platform/DebugTrace.h"
 #include "platform/ReportBox.h"
@@ -18,6 +19,7 @@ namespace {
 int LoadCandidate(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips, const film::FilmItem& item,
                   LoadReports& reports)
 {
+    LUM_ASSERT(state.cacheLock.HeldByThisThread(), "a candidate is loaded under the cache lock");
     switch (item.kind) {
     case film::kFilmItemPhoto: {
         const std::string photoRef = film::JoinFilmFile(item.photo);

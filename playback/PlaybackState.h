@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Mutex.h"
 #include "film/Film.h"
 #include "platform/Sync.h"
 
@@ -38,7 +39,7 @@ struct PlaybackState
     platform::AutoResetEvent stepDone;      ///< The sequencer has finished one step.
 
     /// Serialises loading into the photo cache against rotating it.
-    std::mutex cacheLock;
+    base::Mutex cacheLock;
     codec::Photo* currentPhoto = nullptr;
     codec::Photo* nextPhoto = nullptr;
     codec::Photo* currentMask = nullptr;

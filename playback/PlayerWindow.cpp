@@ -126,6 +126,7 @@ int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, 
     host.SetFocus(window_);
 
     photoCache_ = std::make_unique<PhotoCache>(0);
+    photoCache_->SetGuard(&state_.cacheLock);
     photoCache_->Init(&currentItem_, {frame_.left, frame_.top, frame_.right, frame_.bottom},
                       {screen.left, screen.top, screen.right, screen.bottom});
     clipPlayer_ = std::make_unique<ClipPlayer>();
