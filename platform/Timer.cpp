@@ -1,5 +1,7 @@
 #include "platform/Timer.h"
 
+#include "platform/DebugTrace.h"
+
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -45,7 +47,7 @@ private:
             if (wake_.wait_until(hold, stop, next, [] { return false; }) || stop.stop_requested())
                 break;
             hold.unlock();
-            tick();
+            CatchAll("timer tick", tick);
             hold.lock();
             next += period;
             const auto now = std::chrono::steady_clock::now();

@@ -117,11 +117,7 @@ void PhotoLoaderThread::Start()
         platform::SetCurrentThreadName("PhotoThread[2]");
         platform::ThreadMessageSink reportsGo(reports_);
         platform::SetCurrentThreadIdlePriority(); // Refused by some systems; the loader runs all the same.
-        try {
-            RunPhotoLoader(state_, cache_, clips_);
-        } catch (const std::exception& error) {
-            platform::DebugTrace(std::string("PhotoThread[2] failed: ") + error.what() + "\n");
-        }
+        platform::CatchAll("PhotoThread[2]", [this] { RunPhotoLoader(state_, cache_, clips_); });
         ended_.Set();
     });
 }

@@ -185,7 +185,7 @@ void PlayerWindow::RunPlaybackThread()
     platform::ThreadMessageSink reportsGo(reports_.get());
     while (state_.running) {
         if (state_.stepRequested.exchange(0) != 0)
-            Step();
+            platform::CatchAll("PhotoThread[1] step", [this] { Step(); });
         else
             stopSignal_.Wait(10);
     }
