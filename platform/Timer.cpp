@@ -74,6 +74,43 @@ public:
 
 } // namespace
 
+bool Clock::WaitUntil(std::uint64_t deadlineMs, ManualResetEvent& wake)
+{
+    const std::uint64_t now = NowMs();
+    if (deadlineMs <= now)
+        return wake.IsSet();
+    return wake.Wait(static_cast<std::uint32_t>(std::min<std::uint64_t>(deadlineMs - now, 0xFFFFFFFEu)));
+}
+
+bool ManualClock::WaitUntil(std::uint64_t deadlineMs, ManualResetEvent& wake)
+{
+    std::unique_lock<std::mutex> hold(lock_);
+    deadlines_.push_back(deadlineMs);
+    bool woken = false;
+    // The wake event has no link to this condition: it is looked at every millisecond of real time.
+    while (!(woken = wake.IsSet()) && now_.load() < deadlineMs)
+        moved_.wait_for(hold, std::chrono::milliseconds(1));
+    deadlines_.erase(std::find(deadlines_.begin(), deadlines_.end(), deadlineMs));
+    return woken;
+}
+
+void ManualClock::Set(std::uint64_t ms)
+{
+    {
+        std::lock_guard<std::mutex> hold(lock_);
+        now_.store(ms);
+    }
+    moved_.notify_all();
+}
+
+std::optional<std::uint64_t> ManualClock::EarliestWait()
+{
+    std::lock_guard<std::mutex> hold(lock_);
+    if (deadlines_.empty())
+        return std::nullopt;
+    return *std::min_element(deadlines_.begin(), deadlines_.end());
+}
+
 Clock& SystemClock()
 {
     static SteadyClock clock;
@@ -109,6 +146,16 @@ std::unique_ptr<PeriodicTimer> ManualTimers::StartPeriodic(std::uint32_t periodM
     std::lock_guard<std::mutex> hold(lock_);
     entries_.push_back(entry);
     return std::make_unique<Handle>(*this, entry);
+}
+
+std::optional<std::uint64_t> ManualTimers::NextDue()
+{
+    std::lock_guard<std::mutex> hold(lock_);
+    std::optional<std::uint64_t> due;
+    for (const auto& e : entries_)
+        if (e->live && (!due || e->due < *due))
+            due = e->due;
+    return due;
 }
 
 void ManualTimers::Advance(std::uint64_t ms)

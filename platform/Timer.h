@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace lumenar::platform {
@@ -53,6 +54,8 @@ public:
                                                  std::function<void()> tick) override;
     /// Moves the clock forward by `ms`, ticking on the way.
     void Advance(std::uint64_t ms);
+    /// When the next tick falls due, if any timer runs.
+    std::optional<std::uint64_t> NextDue();
 
 private:
     struct Entry

@@ -20,11 +20,6 @@ constexpr std::uint32_t kFramePeriodMs = 55;
 constexpr std::uint32_t kCaptionMs = 3000;
 constexpr int kMaxCaptions = 10;
 
-std::uint32_t NowMs()
-{
-    return static_cast<std::uint32_t>(platform::SystemClock().NowMs());
-}
-
 Rect ItemRect(const film::FilmItem& item)
 {
     return {item.rect[0], item.rect[1], item.rect[2], item.rect[3]};
@@ -64,7 +59,7 @@ int MmTimer::Kill()
     return 1; // Destroying `old` waits for a tick in progress.
 }
 
-PlayerWindow::PlayerWindow()
+PlayerWindow::PlayerWindow() : clock_(&platform::SystemClock()), timers_(&platform::SystemTimers())
 {
     currentItem_.index = 0;
     currentItem_.kind = film::kFilmItemPhoto;
@@ -73,6 +68,18 @@ PlayerWindow::PlayerWindow()
 PlayerWindow::~PlayerWindow()
 {
     Destroy();
+}
+
+void PlayerWindow::SetTiming(platform::Clock& clock, platform::TimerService& timers)
+{
+    clock_ = &clock;
+    timers_ = &timers;
+}
+
+void PlayerWindow::RequestStep()
+{
+    state_.stepRequested = 1;
+    stepWake_.Set();
 }
 
 film::FilmItem PlayerWindow::CurrentItem()
@@ -134,7 +141,7 @@ int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, 
     slidePlayer_->SetItem(&currentItem_);
     compositor_ =
         std::make_unique<FrameCompositor>(clientWidth, clientHeight, frame_.Width(), frame_.Height());
-    timer_ = std::make_unique<MmTimer>(platform::SystemTimers(), 10);
+    timer_ = std::make_unique<MmTimer>(*timers_, 10);
 
     captionScale_ = static_cast<float>(frame_.Width() * 0.00125);
     compositor_->Registry().LoadNames(effects::kPictureTable, false);
@@ -176,7 +183,7 @@ void PlayerWindow::Start()
     if (playMode_ == film::kAdvanceAutomatic)
         timer_->Set(kStepTimerId, 500, [this] { OnTimerTick(true); });
     else
-        state_.stepRequested = 1;
+        RequestStep();
 }
 
 void PlayerWindow::RunPlaybackThread()
@@ -184,10 +191,15 @@ void PlayerWindow::RunPlaybackThread()
     platform::SetCurrentThreadName("PhotoThread[1]");
     platform::ThreadMessageSink reportsGo(reports_.get());
     while (state_.running) {
-        if (state_.stepRequested.exchange(0) != 0)
+        if (state_.stepRequested.exchange(0) != 0) {
             platform::CatchAll("PhotoThread[1] step", [this] { Step(); });
-        else
-            stopSignal_.Wait(10);
+            continue;
+        }
+        // Every request wakes the thread; the time-out only bounds how long a request missed by a
+        // race between the test above and this wait can go unseen.
+        idle_ = true;
+        stepWake_.Wait(10);
+        idle_ = false;
     }
 }
 
@@ -198,7 +210,7 @@ void PlayerWindow::OnTimerTick(bool fromTimerThread)
     if (clipPlayer_) {
         film::FilmItem item = CurrentItem();
         if (!(item.kind == film::kFilmItemClip && clipPlayer_->IsPlaying() == 1))
-            state_.stepRequested = 1;
+            RequestStep();
     }
     if (fromTimerThread)
         timerBusy_ = false;
@@ -211,7 +223,7 @@ void PlayerWindow::PostToParent(std::uint32_t code, std::uint64_t wParam)
 
 void PlayerWindow::Step()
 {
-    const std::uint32_t t0 = NowMs();
+    const std::uint32_t t0 = Now();
     {
         std::lock_guard guard(stepLogLock_);
         stepStarts_.push_back(t0);
@@ -301,7 +313,7 @@ void PlayerWindow::Step()
 
     std::uint32_t d = static_cast<std::uint32_t>(next.displaySeconds) * 1000 +
                       static_cast<std::uint32_t>(next.effectMs) + (next.texts.empty() ? 0 : kCaptionMs);
-    std::uint32_t elapsed = NowMs() - t0;
+    std::uint32_t elapsed = Now() - t0;
     std::uint32_t remaining = d > elapsed ? d - elapsed : 1;
     if (playMode_ == film::kAdvanceAutomatic)
         timer_->Set(kStepTimerId, remaining, [this] { OnTimerTick(true); });
@@ -318,7 +330,7 @@ int PlayerWindow::PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask
     if (toPhoto == nullptr)
         return 0;
     platform::FramePresenter& window = host_->Presenter(window_);
-    std::uint32_t t0 = NowMs();
+    std::uint32_t t0 = Now();
     if (outgoingKind == film::kFilmItemPhoto) {
         compositor_->PrepareFromScreen(toPhoto, toMask, toRect);
     } else if (outgoingKind == film::kFilmItemClip && fromPhoto != nullptr) {
@@ -332,7 +344,7 @@ int PlayerWindow::PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask
         return 1;
     }
     compositor_->BeginTransition(effect);
-    std::uint32_t t = NowMs();
+    std::uint32_t t = Now();
     std::uint32_t total = duration - (t - t0);
     std::uint32_t elapsed = 0;
     if (total > duration) {
@@ -342,7 +354,7 @@ int PlayerWindow::PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask
     }
     t0 = t;
     do {
-        std::uint32_t frameStart = NowMs();
+        std::uint32_t frameStart = Now();
         compositor_->RenderTransitionFrame(effect, window, static_cast<int>(elapsed),
                                            static_cast<int>(total));
         // Escape, or a stop, ends the transition where it stands: no final frame.
@@ -350,7 +362,7 @@ int PlayerWindow::PlayTransition(codec::Photo* fromPhoto, codec::Photo* fromMask
             compositor_->EndTransition(effect);
             return 0;
         }
-        elapsed = NowMs() - t0;
+        elapsed = Now() - t0;
     } while (elapsed < total);
     compositor_->RenderTransitionFrame(effect, window, static_cast<int>(total), static_cast<int>(total));
     compositor_->CommitTarget();
@@ -363,7 +375,7 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
     if (photo == nullptr)
         return 0;
     std::uint32_t duration = kCaptionMs;
-    std::uint32_t t0 = NowMs();
+    std::uint32_t t0 = Now();
     const int captionCount = std::min<int>(static_cast<int>(item.texts.size()), kMaxCaptions);
     struct Caption
     {
@@ -391,7 +403,7 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
     compositor_->PrepareFromScreen(photo, mask, rect);
     platform::FramePresenter& window = host_->Presenter(window_);
 
-    std::uint32_t t = NowMs();
+    std::uint32_t t = Now();
     std::uint32_t total = duration - (t - t0);
     if (total > duration) {
         total = 1;
@@ -402,7 +414,7 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
     bool stopped = false;
     std::uint32_t progress = 0;
     do {
-        std::uint32_t frameStart = NowMs();
+        std::uint32_t frameStart = Now();
         compositor_->RestoreTarget();
         renderAll(progress, total);
         compositor_->PublishOutput(window);
@@ -414,7 +426,7 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
             stopped = true;
             break;
         }
-        t = NowMs();
+        t = Now();
         progress = t - t0;
     } while (t - t0 < total);
     // A stop leaves the picture where it stands; Escape jumps to the captions' final state.
@@ -431,9 +443,9 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
 
 bool PlayerWindow::WaitFrameRest(std::uint32_t frameStart)
 {
-    const std::uint32_t spent = NowMs() - frameStart;
+    const std::uint32_t spent = Now() - frameStart;
     if (spent < kFramePeriodMs)
-        stopSignal_.Wait(kFramePeriodMs - spent);
+        clock_->WaitUntil(clock_->NowMs() + (kFramePeriodMs - spent), stopSignal_);
     return state_.running.load() != 0;
 }
 
@@ -448,7 +460,8 @@ void PlayerWindow::Stop()
     if (!started_)
         return;
     state_.running = 0;
-    stopSignal_.Set(); // Cuts a frame's pacing wait short: a transition or caption ends within a frame.
+    stopSignal_.Set();
+    stepWake_.Set(); // Cuts a frame's pacing wait short: a transition or caption ends within a frame.
     if (playbackThread_.joinable())
         playbackThread_.join();
     platform::DebugTrace("PhotoThread[1] has finished ---- \n");
@@ -516,7 +529,7 @@ void PlayerWindow::OnMessage(const platform::Message& message)
             PostToParent(platform::kMsgKeyDown, platform::kKeyEscape);
         } else if (key == platform::kKeyPageDown) {
             if (playMode_ == film::kAdvanceManual) {
-                state_.stepRequested = 1;
+                RequestStep();
                 host_->AsyncKeyPressed(platform::kKeyPageDown);
             }
         } else if (key == platform::kKeyPageUp) {
@@ -569,7 +582,7 @@ void PlayerWindow::PageUp()
     }
     SetCurrentItem(item);
     state_.nextReady = 0;
-    state_.stepRequested = 1;
+    RequestStep();
     host_->AsyncKeyPressed(platform::kKeyPageUp);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "film/Film.h"
+#include "platform/Clock.h"
 #include "platform/Timer.h"
 #include "platform/Window.h"
 #include "playback/ClipPlayer.h"
@@ -55,6 +56,13 @@ public:
     ~PlayerWindow();
     PlayerWindow(const PlayerWindow&) = delete;
     PlayerWindow& operator=(const PlayerWindow&) = delete;
+
+    /// The clock and timers playback runs on, instead of the system's: a ManualClock and ManualTimers let a
+    /// driver move time itself (tests; runs that must not depend on the machine's speed). Both must
+    /// outlive the window. Before Create.
+    void SetTiming(platform::Clock& clock, platform::TimerService& timers);
+    /// Whether the playback thread is waiting for a step request, none being pending. Any thread.
+    bool Idle() const { return idle_.load() && state_.stepRequested.load() == 0; }
 
     /// Makes the window and its parts over `parent`'s client area and starts playback. Returns 1, or
     /// 0 when the window cannot be made. Window thread.
@@ -121,7 +129,14 @@ private:
     std::thread playbackThread_;
     float captionScale_ = 1.0f;
     std::int32_t playMode_ = film::kAdvanceAutomatic;
+    std::uint32_t Now() const { return static_cast<std::uint32_t>(clock_->NowMs()); }
+    void RequestStep();
+
+    platform::Clock* clock_;
+    platform::TimerService* timers_;
     platform::ManualResetEvent stopSignal_; // Set by Stop: wakes the playback thread's waits.
+    platform::AutoResetEvent stepWake_;     // Set with every step request, and by Stop.
+    std::atomic<bool> idle_{false};
     /// What the playback and loader threads report, shown on the window's thread (a box there cannot
     /// hold up a stop, which joins those threads); made in Create.
     std::unique_ptr<platform::DeferredMessageSink> reports_;

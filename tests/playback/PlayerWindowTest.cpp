@@ -4,6 +4,7 @@
 
 #include "codec/Photo.h"
 #include "platform/Clock.h"
+#include "platform/Timer.h"
 #include "platform/InMemoryPictures.h"
 #include "records/CaptionFont.h"
 #include "tests/support/JpegWriter.h"
@@ -21,11 +22,6 @@ namespace lumenar::playback {
 namespace {
 
 using namespace std::chrono_literals;
-
-std::uint32_t Now()
-{
-    return static_cast<std::uint32_t>(platform::SystemClock().NowMs());
-}
 
 /// A uniform photo whose luma level depends on `dc`, registered in memory; returns its film reference.
 film::FilmFile UniformPhoto(int dc, int width = 64, int height = 48)
@@ -66,14 +62,17 @@ film::FilmItem PhotoItem(film::FilmFile photo, int seconds, int effectMs, int ef
     return item;
 }
 
-/// Plays a film: the test thread is the window thread; the opener runs on a thread of its own.
+/// Plays a film: the test thread is the window thread; the opener runs on a thread of its own. Playback
+/// runs on a manual clock that only moves while the playback thread is idle or waits on the clock, so
+/// every other thread finishes what it does at one instant first: times read in a test are exact.
 class Harness
 {
 public:
     explicit Harness(std::int32_t mode, bool headless = true)
-        : host_(platform::WindowHost::Create(800, 600, "test", headless))
+        : host_(platform::WindowHost::Create(800, 600, "test", headless)), timers_(clock_)
     {
         film_.SetAdvanceMode(mode);
+        player_.SetTiming(clock_, timers_);
         control_ = host_->CreateChild(0, {0, 0, 800, 600}, [this](const platform::Message& m) {
             if (m.code == platform::kMsgCommand && m.wParam == kCommandStop)
                 ++stops_;
@@ -112,27 +111,58 @@ public:
             PlaybackState& state = player_.State();
             for (std::size_t i = 0; i < offered && openerRunning_; ++i) {
                 state.itemAvailable.Set();
-                while (openerRunning_ && !state.stepDone.Wait(0))
-                    std::this_thread::sleep_for(100ms);
+                while (openerRunning_ && !state.stepDone.Wait(100)) {
+                }
             }
         });
     }
 
-    /// Pumps the window until `done` or `limitMs`; true when done.
-    bool PumpUntil(const std::function<bool()>& done, std::uint32_t limitMs)
+    /// Pumps the window until the playback thread has nothing left to do at this instant. False when
+    /// that takes more than ten seconds of real time (a step waiting for a photo that never comes).
+    bool Settle()
     {
-        std::uint32_t start = Now();
-        while (!done()) {
-            if (Now() - start > limitMs)
+        const auto start = std::chrono::steady_clock::now();
+        int parked = 0;
+        for (;;) {
+            host_->Pump(0);
+            const auto wait = clock_.EarliestWait();
+            // Posted messages may post more: the thread counts as settled when seen parked twice.
+            if (player_.Idle() || (wait && *wait > clock_.NowMs())) {
+                if (++parked == 3)
+                    return true;
+                continue;
+            }
+            parked = 0;
+            if (std::chrono::steady_clock::now() - start > 10s)
                 return false;
-            host_->Pump(10);
+            std::this_thread::sleep_for(200us);
         }
-        return true;
     }
-    void PumpFor(std::uint32_t ms)
+
+    /// Runs virtual time until `done` holds, or for at most `limitMs`; true when done.
+    bool RunUntil(const std::function<bool()>& done, std::uint64_t limitMs)
     {
-        PumpUntil([] { return false; }, ms);
+        const std::uint64_t end = clock_.NowMs() + limitMs;
+        for (;;) {
+            if (!Settle())
+                return false;
+            if (done())
+                return true;
+            if (clock_.NowMs() >= end)
+                return false;
+            std::uint64_t next = end;
+            if (const auto wait = clock_.EarliestWait())
+                next = std::min(next, *wait);
+            if (const auto due = timers_.NextDue())
+                next = std::min(next, *due);
+            timers_.Advance(std::max<std::uint64_t>(next, clock_.NowMs() + 1) - clock_.NowMs());
+        }
     }
+    void RunFor(std::uint64_t ms)
+    {
+        RunUntil([] { return false; }, ms);
+    }
+    std::uint64_t Now() const { return clock_.NowMs(); }
 
     std::vector<std::uint32_t> Seen()
     {
@@ -147,6 +177,8 @@ public:
     }
 
     std::unique_ptr<platform::WindowHost> host_;
+    platform::ManualClock clock_;
+    platform::ManualTimers timers_;
     platform::WindowId control_ = 0;
     film::Film film_;
     PlayerWindow player_;
@@ -182,15 +214,13 @@ TEST(PlayerWindow, AutomaticModeShowsEveryItemInOrderAndPostsStopAtTheEnd)
     ASSERT_NE(colours[0], colours[1]);
     ASSERT_NE(colours[1], colours[2]);
     Harness h(film::kAdvanceAutomatic);
-    std::uint32_t start = Now();
     h.Play(items);
-    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 1; }, 5000));
-    EXPECT_GE(Now() - start, 450u) << "the first step waits about 500 ms";
-    ASSERT_TRUE(h.PumpUntil([&] { return h.stops_ > 0; }, 15000));
+    ASSERT_TRUE(h.RunUntil([&] { return h.stops_ > 0; }, 15000));
     EXPECT_EQ(h.player_.StepsDone(), 3);
     EXPECT_EQ(Filter(h.Seen(), colours), colours);
-    // Three items of 1 s with 0.3 s transitions after a 0.5 s start: the film cannot end much sooner.
-    EXPECT_GE(Now() - start, 500u + 2 * 1300u);
+    // The first step comes 500 ms after the start; each item then takes its second and its transition,
+    // measured from the start of the step that brought it in; the step after the last posts Stop.
+    EXPECT_EQ(h.player_.StepStartTimes(), (std::vector<std::uint32_t>{500, 1800, 3100, 4400}));
 }
 
 TEST(PlayerWindow, ManualModeMovesOnlyOnPageDownAndPageUp)
@@ -201,20 +231,20 @@ TEST(PlayerWindow, ManualModeMovesOnlyOnPageDownAndPageUp)
         items.push_back(PhotoItem(photo, 1, 0));
     Harness h(film::kAdvanceManual);
     h.Play(items);
-    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 1; }, 3000))
-        << "manual mode shows item 1 at once";
+    ASSERT_TRUE(h.RunUntil([&] { return h.player_.StepsDone() >= 1; }, 100))
+        << "manual mode shows item 1 at once (one frame for its empty caption pass)";
     h.host_->InjectKey(platform::kKeyPageUp);
-    h.PumpFor(1500);
+    h.RunFor(5000);
     EXPECT_EQ(h.player_.StepsDone(), 1) << "nothing advances without a key, and item 1 has nothing before it";
     h.host_->InjectKey(platform::kKeyPageDown);
-    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 2; }, 3000));
+    ASSERT_TRUE(h.RunUntil([&] { return h.player_.StepsDone() >= 2; }, 100));
     ASSERT_EQ(h.player_.CurrentNumber(), 2);
     EXPECT_EQ(h.CentreNow(), ColourOf(photos[1]));
-    h.PumpFor(300); // Item 3 is decoded ahead meanwhile.
+    // Page Up waits for the loader's answer on item 3, which it decodes ahead meanwhile.
     h.host_->InjectKey(platform::kKeyPageUp);
-    h.PumpFor(50);
+    h.host_->Pump(0);
     h.player_.State().itemAvailable.Set(); // The item's data is there again for the loader.
-    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 3; }, 3000));
+    ASSERT_TRUE(h.RunUntil([&] { return h.player_.StepsDone() >= 3; }, 100));
     EXPECT_EQ(h.player_.CurrentNumber(), 1);
     EXPECT_EQ(h.CentreNow(), ColourOf(photos[0]));
 }
@@ -227,18 +257,18 @@ TEST(PlayerWindow, EscapeDuringATransitionKeepsTheOldPictureAndSkipsCaptions)
     film::FilmText caption;
     caption.effect = 4;
     caption.text = "Hi";
-    caption.style = film::Film().CaptionStyle();
+    caption.style = records::DefaultCaptionStyle();
     withCaption.texts.push_back(caption);
     Harness h(film::kAdvanceManual);
     h.Play({PhotoItem(first, 1, 0), withCaption});
-    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 1; }, 3000));
+    ASSERT_TRUE(h.RunUntil([&] { return h.player_.StepsDone() >= 1; }, 100));
     std::uint32_t before = h.CentreNow();
     h.host_->InjectKey(platform::kKeyPageDown);
-    h.PumpFor(400);
+    h.RunFor(400);
     h.host_->InjectKey(platform::kKeyEscape);
-    std::uint32_t pressed = Now();
-    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 2; }, 3000));
-    EXPECT_LT(Now() - pressed, 1500u) << "the rest of the 3 s transition and the captions were skipped";
+    const std::uint64_t pressed = h.Now();
+    ASSERT_TRUE(h.RunUntil([&] { return h.player_.StepsDone() >= 2; }, 5000));
+    EXPECT_LE(h.Now() - pressed, 55u) << "the rest of the 3 s transition and the captions were skipped";
     EXPECT_EQ(h.player_.CurrentNumber(), 2);
     EXPECT_EQ(h.escapes_.load(), 1) << "Escape also reaches the control";
     auto display = h.player_.Compositor()->DisplayCopy();
@@ -252,25 +282,15 @@ TEST(PlayerWindow, AnUndecodablePhotoLeavesTheLastGoodPictureOnScreen)
     film::FilmFile good = UniformPhoto(300);
     Harness h(film::kAdvanceManual);
     h.Play({PhotoItem(good, 1, 0), PhotoItem(Garbage(), 1, 0)});
-    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 1; }, 3000));
+    ASSERT_TRUE(h.RunUntil([&] { return h.player_.StepsDone() >= 1; }, 100));
     h.host_->InjectKey(platform::kKeyPageDown);
-    ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 2; }, 3000));
+    ASSERT_TRUE(h.RunUntil([&] { return h.player_.StepsDone() >= 2; }, 100));
     h.host_->Invalidate(h.player_.Window());
-    h.PumpFor(100);
+    ASSERT_TRUE(h.Settle());
     EXPECT_EQ(h.CentreNow(), ColourOf(good));
 }
 
-TEST(PlayerWindow, StopWhileWaitingForAPhotoReturnsQuickly)
-{
-    Harness h(film::kAdvanceManual);
-    h.Play({PhotoItem(UniformPhoto(0), 1, 0)}, /*held=*/1);
-    h.PumpFor(300); // The step is now waiting for a photo that never comes.
-    std::uint32_t start = Now();
-    h.player_.Stop();
-    EXPECT_LT(Now() - start, 400u);
-}
-
-TEST(PlayerWindow, StopCutsALongTransitionOrACaptionAnimationShortWithinAFrame)
+TEST(PlayerWindow, StopEndsALongTransitionACaptionAnimationOrAWaitForAPhotoWithinAFrame)
 {
     film::FilmText caption;
     caption.effect = 3;
@@ -283,17 +303,20 @@ TEST(PlayerWindow, StopCutsALongTransitionOrACaptionAnimationShortWithinAFrame)
     {
         const char* name;
         film::FilmItem second;
-    } rows[] = {{"transition", endless}, {"captions", captioned}};
+        int held; // Items whose data never comes: the step waits for their photo.
+    } rows[] = {{"transition", endless, 0}, {"captions", captioned, 0}, {"photo never comes", captioned, 1}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         Harness h(film::kAdvanceManual);
-        h.Play({PhotoItem(UniformPhoto(-600), 1, 0), row.second});
-        ASSERT_TRUE(h.PumpUntil([&] { return h.player_.StepsDone() >= 1; }, 3000));
+        h.Play({PhotoItem(UniformPhoto(-600), 1, 0), row.second}, row.held);
+        ASSERT_TRUE(h.RunUntil([&] { return h.player_.StepsDone() >= 1; }, 100));
         h.host_->InjectKey(platform::kKeyPageDown);
-        const int before = h.frames_;
-        ASSERT_TRUE(h.PumpUntil([&] { return h.frames_ >= before + 3; }, 3000)) << "the animation runs";
+        if (row.held == 0)
+            ASSERT_TRUE(h.RunUntil([&] { return h.frames_ >= 5; }, 1000)) << "the animation runs";
+        else
+            h.host_->Pump(0);
         const int atStop = h.frames_;
-        h.player_.Stop();
+        h.player_.Stop(); // The clock stands still: only a stop that cuts the waits short returns.
         EXPECT_LE(h.frames_ - atStop, 1) << "at most the frame being drawn ends after the stop";
     }
 }
@@ -304,7 +327,7 @@ TEST(PlayerWindow, AFilmWhoseItemsWereAllRemovedPostsStopButAnUnloadedOneIsWaite
         // Nothing loaded yet (a stream whose film file is still on its way): no Stop.
         Harness h(film::kAdvanceAutomatic);
         h.Play({});
-        h.PumpFor(1500);
+        h.RunFor(5000);
         EXPECT_EQ(h.stops_, 0);
         EXPECT_EQ(h.player_.StepsDone(), 0);
     }
@@ -315,7 +338,7 @@ TEST(PlayerWindow, AFilmWhoseItemsWereAllRemovedPostsStopButAnUnloadedOneIsWaite
         h.film_.RemoveItem(1);
         ASSERT_EQ(h.film_.ItemCount(), 0);
         h.Play({});
-        ASSERT_TRUE(h.PumpUntil([&] { return h.stops_ > 0; }, 3000));
+        ASSERT_TRUE(h.RunUntil([&] { return h.stops_ > 0; }, 100));
         EXPECT_EQ(h.player_.StepsDone(), 0);
     }
 }
@@ -325,13 +348,14 @@ TEST(PlayerWindow, DoubleClickPostsEscapeAndTheButtonFollowsThePointer)
     Harness h(film::kAdvanceManual);
     h.Play({PhotoItem(UniformPhoto(0), 1, 0)});
     h.host_->InjectMouseMove(400, 300);
-    h.PumpFor(50);
+    ASSERT_TRUE(h.Settle());
     EXPECT_TRUE(h.host_->IsShown(h.player_.Button()));
     h.host_->InjectMouseMove(900, 900);
-    h.PumpFor(50);
+    ASSERT_TRUE(h.Settle());
     EXPECT_FALSE(h.host_->IsShown(h.player_.Button()));
     h.host_->InjectDoubleClick(400, 300);
-    ASSERT_TRUE(h.PumpUntil([&] { return h.escapes_ > 0; }, 1000));
+    ASSERT_TRUE(h.Settle());
+    EXPECT_EQ(h.escapes_.load(), 1);
 }
 
 // Run by ctest under xvfb-run with LUMENAR_EXPECT_DISPLAY set: the same film in a real SDL window.
@@ -343,7 +367,7 @@ TEST(PlayerWindow, PlaysInARealWindow)
     Harness h(film::kAdvanceAutomatic, /*headless=*/false);
     ASSERT_FALSE(h.host_->IsHeadless()) << "no SDL window could be opened on DISPLAY";
     h.Play({PhotoItem(photos[0], 1, 200), PhotoItem(photos[1], 1, 200)});
-    ASSERT_TRUE(h.PumpUntil([&] { return h.stops_ > 0; }, 10000));
+    ASSERT_TRUE(h.RunUntil([&] { return h.stops_ > 0; }, 10000));
     EXPECT_EQ(h.player_.StepsDone(), 2);
     EXPECT_EQ(h.CentreNow(), ColourOf(photos[1]));
 }
