@@ -4,7 +4,10 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
+#include <map>
 #include <memory>
+#include <mutex>
 
 namespace lumenar::platform {
 
@@ -36,6 +39,39 @@ int KeyFromSdl(SDL_Keycode key)
     }
 }
 
+/// The window an event is for; 0 for events of no window (quit, wake-ups).
+Uint32 WindowOf(const SDL_Event& event)
+{
+    switch (event.type) {
+    case SDL_KEYDOWN:
+    case SDL_KEYUP:
+        return event.key.windowID;
+    case SDL_MOUSEMOTION:
+        return event.motion.windowID;
+    case SDL_MOUSEBUTTONDOWN:
+    case SDL_MOUSEBUTTONUP:
+        return event.button.windowID;
+    case SDL_MOUSEWHEEL:
+        return event.wheel.windowID;
+    case SDL_WINDOWEVENT:
+        return event.window.windowID;
+    default:
+        return 0;
+    }
+}
+
+class SdlHost;
+
+// SDL has one event queue for every window of the process: the host that pumps hands the events of
+// the others' windows to them, so that several controls can play in one process. Their hosts are then
+// pumped on one thread, as SDL wants its video events taken.
+std::mutex routeLock; // Guards Hosts() and every host's routed_ queue.
+std::map<Uint32, SdlHost*>& Hosts()
+{
+    static std::map<Uint32, SdlHost*> hosts;
+    return hosts;
+}
+
 /// A real window. SDL's video calls stay on the thread that made it; other threads only copy into the
 /// back buffer and push a wake-up event.
 class SdlHost final : public WindowHost
@@ -44,11 +80,17 @@ public:
     SdlHost(int width, int height, SDL_Window* window, SDL_Renderer* renderer, SDL_Texture* texture,
             bool ownsWindow = true)
         : WindowHost(width, height, false), window_(window), renderer_(renderer), texture_(texture),
-          wakeEvent_(SDL_RegisterEvents(1)), ownsWindow_(ownsWindow)
+          wakeEvent_(SDL_RegisterEvents(1)), ownsWindow_(ownsWindow), id_(SDL_GetWindowID(window))
     {
+        std::lock_guard guard(routeLock);
+        Hosts()[id_] = this;
     }
     ~SdlHost() override
     {
+        {
+            std::lock_guard guard(routeLock);
+            Hosts().erase(id_);
+        }
         SDL_DestroyTexture(texture_);
         SDL_DestroyRenderer(renderer_);
         if (ownsWindow_)
@@ -77,40 +119,72 @@ protected:
             if (!queue_.empty())
                 timeoutMs = 0;
         }
-        SDL_Event event;
+        std::deque<SDL_Event> routed;
+        {
+            std::lock_guard guard(routeLock);
+            routed.swap(routed_);
+        }
         bool open = true;
-        int got = SDL_WaitEventTimeout(&event, static_cast<int>(timeoutMs));
+        for (const SDL_Event& event : routed)
+            open = Handle(event) && open;
+        SDL_Event event;
+        int got = SDL_WaitEventTimeout(&event, routed.empty() ? static_cast<int>(timeoutMs) : 0);
         while (got) {
-            switch (event.type) {
-            case SDL_QUIT:
-                open = false;
-                break;
-            case SDL_KEYDOWN:
-                InjectKey(KeyFromSdl(event.key.keysym.sym));
-                break;
-            case SDL_MOUSEMOTION:
-                InjectMouseMove(event.motion.x, event.motion.y);
-                break;
-            case SDL_MOUSEBUTTONUP:
-                if (event.button.button == SDL_BUTTON_LEFT)
-                    InjectButtonUp(event.button.x, event.button.y);
-                else if (event.button.button == SDL_BUTTON_RIGHT)
-                    InjectRightButtonUp(event.button.x, event.button.y);
-                break;
-            case SDL_MOUSEBUTTONDOWN:
-                if (event.button.button == SDL_BUTTON_LEFT && event.button.clicks == 2)
-                    InjectDoubleClick(event.button.x, event.button.y);
-                break;
-            case SDL_WINDOWEVENT:
-                // A resized or uncovered window shows the picture again at its new scale.
-                if (event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED ||
-                    event.window.event == SDL_WINDOWEVENT_EXPOSED)
-                    ShowBackBuffer(BackBuffer());
-                break;
-            default:
-                break;
-            }
+            if (Route(event))
+                open = Handle(event) && open;
             got = SDL_PollEvent(&event);
+        }
+        return open;
+    }
+
+    // Keeps an event of this window (or of none); hands one of another host's window to that host.
+    bool Route(const SDL_Event& event)
+    {
+        const Uint32 window = WindowOf(event);
+        if (window == 0 || window == id_)
+            return true;
+        std::lock_guard guard(routeLock);
+        const auto owner = Hosts().find(window);
+        if (owner != Hosts().end())
+            owner->second->routed_.push_back(event);
+        return false;
+    }
+
+    // Feeds one event in; false when it closes the window.
+    bool Handle(const SDL_Event& event)
+    {
+        bool open = true;
+        switch (event.type) {
+        case SDL_QUIT:
+            open = false;
+            break;
+        case SDL_KEYDOWN:
+            InjectKey(KeyFromSdl(event.key.keysym.sym));
+            break;
+        case SDL_MOUSEMOTION:
+            InjectMouseMove(event.motion.x, event.motion.y);
+            break;
+        case SDL_MOUSEBUTTONUP:
+            if (event.button.button == SDL_BUTTON_LEFT)
+                InjectButtonUp(event.button.x, event.button.y);
+            else if (event.button.button == SDL_BUTTON_RIGHT)
+                InjectRightButtonUp(event.button.x, event.button.y);
+            break;
+        case SDL_MOUSEBUTTONDOWN:
+            if (event.button.button == SDL_BUTTON_LEFT && event.button.clicks == 2)
+                InjectDoubleClick(event.button.x, event.button.y);
+            break;
+        case SDL_WINDOWEVENT:
+            // A resized or uncovered window shows the picture again at its new scale.
+            if (event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED ||
+                event.window.event == SDL_WINDOWEVENT_EXPOSED)
+                ShowBackBuffer(BackBuffer());
+            // With several windows SDL sends no quit until the last closes: each closes its own.
+            if (event.window.event == SDL_WINDOWEVENT_CLOSE)
+                open = false;
+            break;
+        default:
+            break;
         }
         return open;
     }
@@ -137,6 +211,8 @@ private:
     SDL_Texture* texture_;
     std::uint32_t wakeEvent_;
     bool ownsWindow_;
+    Uint32 id_;
+    std::deque<SDL_Event> routed_; // Events of this window another host took; under routeLock.
 };
 
 // The host over `window` (null: it could not be made), drawing a picture of width × height through a
