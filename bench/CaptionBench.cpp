@@ -2,6 +2,7 @@
 // of the item rendered by its text effect) for each built text effect, and of preparing the captions'
 // glyph sheets, next to a plain copy of one frame.
 #include "effects/EffectRegistry.h"
+#include "effects/TextEffectFramework.h"
 #include "playback/CaptionLayout.h"
 
 #include <benchmark/benchmark.h>
@@ -138,21 +139,33 @@ BENCHMARK(CaptionFrame)
     ->Args({31, 1, 50})
     ->Unit(benchmark::kMicrosecond);
 
-// The one-off preparation of every caption of the item (font, glyph sheet, shadow sheet) and its release.
+// The one-off preparation of every caption of the item (font, glyph sheet, shadow sheet) and its release:
+// the first caption of its font in the process ("cold"), and captions after it ("warm").
 void EffectInitCost(benchmark::State& state)
 {
     EffectRegistry registry;
     const bool worst = state.range(0) != 0;
+    const bool cold = state.range(1) != 0;
     Item& item = SharedItem(worst);
     for (auto _ : state) {
+        if (cold) {
+            state.PauseTiming();
+            ForgetRenderedGlyphs();
+            state.ResumeTiming();
+        }
         for (std::size_t c = 0; c < item.records.size(); ++c)
             registry.RunText(4, EffectInit, item.Block(c, 0, 100));
         for (std::size_t c = 0; c < item.records.size(); ++c)
             registry.RunText(4, EffectRelease, item.Block(c, 0, 1));
     }
-    state.SetLabel(CaseName(worst));
+    state.SetLabel(std::string(CaseName(worst)) + (cold ? ", cold" : ", warm"));
 }
-BENCHMARK(EffectInitCost)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(EffectInitCost)
+    ->Args({0, 1})
+    ->Args({0, 0})
+    ->Args({1, 1})
+    ->Args({1, 0})
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace
 

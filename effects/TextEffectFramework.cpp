@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <map>
+#include <string>
+#include <unordered_map>
 #include <mutex>
 
 namespace lumenar::effects {
@@ -312,6 +315,77 @@ template <typename IsInk> InkBox FindInk(const std::uint8_t* cell, int cellWidth
     return box;
 }
 
+// A font as the cache tells fonts apart: everything of its request that shapes a glyph.
+std::string FontKey(const platform::FontRequest& request)
+{
+    return request.faceUtf8 + '|' + std::to_string(request.height) + '|' + std::to_string(request.width) +
+           '|' + std::to_string(request.weight) + '|' + (request.italic ? "i" : "r");
+}
+
+// One character's cells as a caption's sheets hold them.
+struct RenderedCells
+{
+    std::vector<std::uint8_t> glyph;
+    std::vector<std::uint8_t> shadow; // Empty when made for a caption without shadows.
+    InkBox glyphInk;
+    InkBox shadowInk;
+    std::int32_t advance = 0;
+};
+
+// The cells already made, by font and character: drawing a glyph and spreading its shadow dominate a
+// caption's preparation, and the same letters in the same font come back in every caption and item.
+// Shared by the captions of every player in the process; bounded, and emptied whole when full.
+class RenderedGlyphs
+{
+public:
+    bool Find(const std::string& font, char32_t character, bool withShadow, RenderedCells& out)
+    {
+        std::lock_guard hold(lock_);
+        const auto found = cells_.find(Key(font, character));
+        if (found == cells_.end() || (withShadow && found->second.shadow.empty()))
+            return false;
+        out = found->second;
+        return true;
+    }
+    void Clear()
+    {
+        std::lock_guard hold(lock_);
+        cells_.clear();
+        bytes_ = 0;
+    }
+    void Store(const std::string& font, char32_t character, RenderedCells cells)
+    {
+        const std::size_t bytes = cells.glyph.size() + cells.shadow.size() + font.size() + 64;
+        std::lock_guard hold(lock_);
+        if (bytes > kMaxBytes)
+            return;
+        if (bytes_ + bytes > kMaxBytes) {
+            cells_.clear();
+            bytes_ = 0;
+        }
+        RenderedCells& slot = cells_[Key(font, character)];
+        bytes_ -= std::min(bytes_, slot.glyph.size() + slot.shadow.size());
+        bytes_ += bytes;
+        slot = std::move(cells);
+    }
+
+private:
+    static constexpr std::size_t kMaxBytes = 32u << 20;
+    static std::string Key(const std::string& font, char32_t character)
+    {
+        return font + '#' + std::to_string(static_cast<std::uint32_t>(character));
+    }
+    std::mutex lock_; // Guards cells_ and bytes_.
+    std::unordered_map<std::string, RenderedCells> cells_;
+    std::size_t bytes_ = 0;
+};
+
+RenderedGlyphs& GlyphCache()
+{
+    static RenderedGlyphs cache;
+    return cache;
+}
+
 } // namespace
 
 const SinCos& SinCosTable()
@@ -359,6 +433,11 @@ TextEffectState* FindTextState(std::uint32_t handle)
     return found == States().end() ? nullptr : found->second.get();
 }
 
+void ForgetRenderedGlyphs()
+{
+    GlyphCache().Clear();
+}
+
 std::size_t LiveTextStates()
 {
     std::lock_guard<std::mutex> hold(statesLock);
@@ -393,7 +472,8 @@ int BuildTextState(const TextEffectParams& block)
 
     const bool built = [&] {
         // Glyphs are drawn without smoothing: Font renders monochrome.
-        auto font = platform::Font::Create(records::CaptionFontRequest(record.font, 2));
+        const platform::FontRequest request = records::CaptionFontRequest(record.font, 2);
+        auto font = platform::Font::Create(request);
         if (!font.ok())
             return false;
         s.font = std::move(*font);
@@ -402,61 +482,89 @@ int BuildTextState(const TextEffectParams& block)
         s.sheetAscent = m.ascent;
         const int codePage = platform::ActiveCodePage();
 
-        // The shadow sheet, with a margin of 6 samples for the spread shadow.
+        // The shadow sheet, with a margin of 6 samples for the spread shadow; the glyph sheet (ink 0 on
+        // 255), each glyph on the baseline of its own cell.
         PowerOfTwoCell(m.maxCharWidth + m.overhang + 6, s.shadowCellWidth, s.shadowCellShift);
         s.shadowCellHeight = m.height + 6;
-        if (!SheetFits(s.shadowCellWidth, s.shadowCellHeight, count))
-            return false;
-        s.shadowSheetHeight = s.shadowCellHeight * count;
-        s.shadowBits.assign(
-            static_cast<std::size_t>(s.shadowCellWidth) * static_cast<std::size_t>(s.shadowSheetHeight), 0);
-        s.shadowInk.assign(static_cast<std::size_t>(count), InkBox{});
-        if (record.shadow != 0) {
-            const int scratchWidth = (s.shadowCellWidth + 9) / 4 * 4;
-            const int scratchHeight = s.shadowCellHeight + 6;
-            std::vector<std::uint8_t> scratch(static_cast<std::size_t>(scratchWidth) * scratchHeight);
-            for (int i = 0; i < count; ++i) {
-                std::fill(scratch.begin(), scratch.end(), std::uint8_t{255});
-                const platform::GraySheet sheet{scratch.data(), scratchWidth, scratchHeight, scratchWidth,
-                                                false};
-                s.font->Draw(sheet, 6, m.ascent + 6,
-                             platform::CharacterToUnicode(block.glyphs[i].code, codePage));
-                std::uint8_t* cell = s.shadowBits.data() +
-                                     static_cast<std::size_t>(i) * s.shadowCellHeight * s.shadowCellWidth;
-                s.shadowInk[static_cast<std::size_t>(i)] = SpreadShadow(
-                    scratch, scratchWidth, scratchHeight, cell, s.shadowCellWidth, s.shadowCellHeight);
-            }
-        }
-
-        // The glyph sheet: ink 0 on 255, each glyph on the baseline of its own cell.
         PowerOfTwoCell(m.maxCharWidth + m.overhang, s.glyphCellWidth, s.glyphCellShift);
         s.glyphCellHeight = m.height;
-        if (!SheetFits(s.glyphCellWidth, s.glyphCellHeight, count))
+        if (!SheetFits(s.shadowCellWidth, s.shadowCellHeight, count) ||
+            !SheetFits(s.glyphCellWidth, s.glyphCellHeight, count))
             return false;
+        s.shadowSheetHeight = s.shadowCellHeight * count;
         s.glyphSheetHeight = s.glyphCellHeight * count;
-        s.glyphBits.assign(
-            static_cast<std::size_t>(s.glyphCellWidth) * static_cast<std::size_t>(s.glyphSheetHeight), 255);
-        s.glyphAdvances.resize(static_cast<std::size_t>(count));
-        s.glyphInk.reserve(static_cast<std::size_t>(count));
+        const std::size_t shadowCellBytes =
+            static_cast<std::size_t>(s.shadowCellWidth) * static_cast<std::size_t>(s.shadowCellHeight);
+        const std::size_t glyphCellBytes =
+            static_cast<std::size_t>(s.glyphCellWidth) * static_cast<std::size_t>(s.glyphCellHeight);
+        s.shadowBits.assign(shadowCellBytes * static_cast<std::size_t>(count), 0);
+        s.glyphBits.assign(glyphCellBytes * static_cast<std::size_t>(count), 255);
+        s.shadowInk.assign(static_cast<std::size_t>(count), InkBox{});
+        s.glyphInk.assign(static_cast<std::size_t>(count), InkBox{});
+        s.glyphAdvances.assign(static_cast<std::size_t>(count), 0);
+
+        const bool shadow = record.shadow != 0;
+        const std::string fontKey = FontKey(request);
+        const int scratchWidth = (s.shadowCellWidth + 9) / 4 * 4;
+        const int scratchHeight = s.shadowCellHeight + 6;
+        std::vector<std::uint8_t> scratch;
+        // Where in this caption each character was first made: its repeats copy those cells.
+        std::unordered_map<char32_t, int> firstOf;
         for (int i = 0; i < count; ++i) {
+            const auto at = static_cast<std::size_t>(i);
             const char32_t character = platform::CharacterToUnicode(block.glyphs[i].code, codePage);
-            std::uint8_t* cell =
-                s.glyphBits.data() + static_cast<std::size_t>(i) * s.glyphCellHeight * s.glyphCellWidth;
+            std::uint8_t* shadowCell = s.shadowBits.data() + at * shadowCellBytes;
+            std::uint8_t* glyphCell = s.glyphBits.data() + at * glyphCellBytes;
+            if (const auto earlier = firstOf.find(character); earlier != firstOf.end()) {
+                const auto from = static_cast<std::size_t>(earlier->second);
+                std::memcpy(shadowCell, s.shadowBits.data() + from * shadowCellBytes, shadowCellBytes);
+                std::memcpy(glyphCell, s.glyphBits.data() + from * glyphCellBytes, glyphCellBytes);
+                s.shadowInk[at] = s.shadowInk[from];
+                s.glyphInk[at] = s.glyphInk[from];
+                s.glyphAdvances[at] = s.glyphAdvances[from];
+                continue;
+            }
+            firstOf.emplace(character, i);
+            RenderedCells cells;
+            if (GlyphCache().Find(fontKey, character, shadow, cells)) {
+                if (shadow)
+                    std::memcpy(shadowCell, cells.shadow.data(), shadowCellBytes);
+                std::memcpy(glyphCell, cells.glyph.data(), glyphCellBytes);
+                s.shadowInk[at] = cells.shadowInk;
+                s.glyphInk[at] = cells.glyphInk;
+                s.glyphAdvances[at] = cells.advance;
+                continue;
+            }
+            if (shadow) {
+                scratch.assign(static_cast<std::size_t>(scratchWidth) * scratchHeight, 255);
+                const platform::GraySheet sheet{scratch.data(), scratchWidth, scratchHeight, scratchWidth,
+                                                false};
+                s.font->Draw(sheet, 6, m.ascent + 6, character);
+                s.shadowInk[at] = SpreadShadow(scratch, scratchWidth, scratchHeight, shadowCell,
+                                               s.shadowCellWidth, s.shadowCellHeight);
+            }
             s.font->Draw(
-                platform::GraySheet{cell, s.glyphCellWidth, s.glyphCellHeight, s.glyphCellWidth, true}, 0,
-                m.ascent, character);
+                platform::GraySheet{glyphCell, s.glyphCellWidth, s.glyphCellHeight, s.glyphCellWidth, true},
+                0, m.ascent, character);
             // A pixel reads the samples right of and above its own, so the box grows by one to the
             // left and downwards.
-            InkBox ink =
-                FindInk(cell, s.glyphCellWidth, s.glyphCellHeight, [](std::uint8_t v) { return v == 0; });
+            InkBox ink = FindInk(glyphCell, s.glyphCellWidth, s.glyphCellHeight,
+                                 [](std::uint8_t v) { return v == 0; });
             if (ink.right > ink.left) {
                 ink.left = std::max(0, ink.left - 1);
                 ink.bottom = std::min(s.glyphCellHeight, ink.bottom + 1);
             }
-            s.glyphInk.push_back(ink);
+            s.glyphInk[at] = ink;
             const auto abc = s.font->Abc(character);
-            s.glyphAdvances[static_cast<std::size_t>(i)] =
+            s.glyphAdvances[at] =
                 abc ? std::abs(abc->a) + abc->b + std::abs(abc->c) : m.maxCharWidth + m.overhang;
+            cells.glyph.assign(glyphCell, glyphCell + glyphCellBytes);
+            cells.glyphInk = ink;
+            cells.advance = s.glyphAdvances[at];
+            if (shadow)
+                cells.shadow.assign(shadowCell, shadowCell + shadowCellBytes);
+            cells.shadowInk = s.shadowInk[at];
+            GlyphCache().Store(fontKey, character, std::move(cells));
         }
         return true;
     }();

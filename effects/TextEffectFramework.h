@@ -81,6 +81,10 @@ void FreeTextState(const TextEffectParams& block);
 /// FreeTextState; one caption's state is used by one thread at a time. Any thread.
 TextEffectState* FindTextState(std::uint32_t handle);
 
+/// Empties the process-wide cache of glyph and shadow cells that captions in the same font share
+/// (benchmarks of a first caption; tests). Any thread.
+void ForgetRenderedGlyphs();
+
 /// Number of live states, for tests and leak checks. Any thread.
 std::size_t LiveTextStates();
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -203,6 +204,33 @@ TEST(TextEffectFramework, SheetsAndShadowFollowTheRecord)
         EXPECT_EQ(caption.record.effectState, 0u);
         EXPECT_EQ(LiveTextStates(), before);
     }
+}
+
+// Cells copied from a repeated letter or from the cache shared by captions of one font must be the
+// cells drawn anew, with and without shadows, whichever kind of caption filled the cache first.
+TEST(TextEffectFramework, ReusedCellsAreTheCellsDrawnAnew)
+{
+    auto sheets = [](int shadow) {
+        Caption caption(shadow);
+        caption.glyphs.push_back(caption.glyphs[0]); // "ABA".
+        EXPECT_EQ(BuildTextState(caption.Block(0, 100)), 1);
+        const TextEffectState* state = FindTextState(caption.record.effectState);
+        std::vector<std::uint8_t> bytes = state->glyphBits;
+        bytes.insert(bytes.end(), state->shadowBits.begin(), state->shadowBits.end());
+        const std::size_t cell = static_cast<std::size_t>(state->glyphCellWidth) * state->glyphCellHeight;
+        EXPECT_TRUE(std::equal(state->glyphBits.begin(), state->glyphBits.begin() + cell,
+                               state->glyphBits.begin() + 2 * cell));
+        FreeTextState(caption.Block(0, 1));
+        return bytes;
+    };
+    ForgetRenderedGlyphs();
+    const auto plain = sheets(0);
+    const auto shadowedAfterPlain = sheets(1);
+    ForgetRenderedGlyphs();
+    const auto shadowed = sheets(1);
+    EXPECT_EQ(shadowedAfterPlain, shadowed);
+    EXPECT_EQ(sheets(0), plain);
+    EXPECT_EQ(sheets(1), shadowed);
 }
 
 TEST(TextEffectFramework, ReleasingWithoutAStateDoesNothing)
