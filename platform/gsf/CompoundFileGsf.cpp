@@ -15,6 +15,8 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <optional>
+#include <unordered_map>
 
 namespace lumenar::platform {
 
@@ -65,16 +67,12 @@ std::string TakeMessage(GError* error)
     return text;
 }
 
-bool SameNameIgnoringCase(std::string_view a, std::string_view b)
+std::string LowerAscii(std::string_view name)
 {
-    if (a.size() != b.size())
-        return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-        if (lower(a[i]) != lower(b[i]))
-            return false;
-    }
-    return true;
+    std::string lower(name);
+    for (char& c : lower)
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return lower;
 }
 
 // Open file handles whose locks must outlive the film that read them.
@@ -92,16 +90,25 @@ struct CompoundStorage::Impl
     GsfInfilePtr infile;
     bool holdsFile = false; // The root of a file opened by path (and locked).
 
+    // Child names (lower case) to their index, the first of equal names winning; read on first use.
+    // The container keeps a storage's children in a list, so each look-up by index walks it: one pass
+    // here instead of one per look-up keeps opening a film of n items linear in n rather than cubic.
+    std::optional<std::unordered_map<std::string, int>> directory;
+
     // Finds a child by name, ignoring case; -1 when absent.
-    int FindChild(std::string_view name) const
+    int FindChild(std::string_view name)
     {
-        const int count = gsf_infile_num_children(infile.get());
-        for (int i = 0; i < count; ++i) {
-            const char* childName = gsf_infile_name_by_index(infile.get(), i);
-            if (childName != nullptr && SameNameIgnoringCase(childName, name))
-                return i;
+        if (!directory) {
+            directory.emplace();
+            const int count = gsf_infile_num_children(infile.get());
+            for (int i = 0; i < count; ++i) {
+                const char* childName = gsf_infile_name_by_index(infile.get(), i);
+                if (childName != nullptr)
+                    directory->emplace(LowerAscii(childName), i);
+            }
         }
-        return -1;
+        const auto found = directory->find(LowerAscii(name));
+        return found == directory->end() ? -1 : found->second;
     }
 };
 
