@@ -165,7 +165,8 @@ TEST(Download, FailedTransfersGiveNoFinalNotificationAndSayWhy)
         EXPECT_EQ(receiver.lastCount, 0);
     }
     // Each address is asked for once and the loop ends at the limit (the first request and 10 more).
-    EXPECT_EQ(std::count_if(looping.Log().begin(), looping.Log().end(),
+    const std::vector<std::string> log = looping.Log();
+    EXPECT_EQ(std::count_if(log.begin(), log.end(),
                             [](const std::string& line) { return line.starts_with("start"); }),
               kMaxRedirects + 1);
     std::remove(path.c_str());
