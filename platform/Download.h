@@ -69,8 +69,9 @@ private:
 
 /// The absolute address of `file`: unchanged when it already has a scheme; resolved as a relative
 /// reference against `documentUrl` when there is one; otherwise a path of the local file system,
-/// resolved against the current directory, as a file URL. Fails with InvalidInput when the result is not
-/// a valid address (the message names it). Any thread.
+/// resolved against the current directory, as a file URL. Fails with Unsupported for an address of
+/// another scheme ("ftp://…") and with InvalidInput when the result is not a valid address (the message
+/// names it). Any thread.
 base::Result<std::string> ResolveAddress(std::string_view documentUrl, std::string_view file);
 
 } // namespace lumenar::platform

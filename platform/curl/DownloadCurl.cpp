@@ -309,8 +309,12 @@ base::Status Download::Outcome() const
 
 base::Result<std::string> ResolveAddress(std::string_view documentUrl, std::string_view file)
 {
-    if (!SchemeOf(file).empty() && SchemeSupported(SchemeOf(file)))
+    const std::string scheme = SchemeOf(file);
+    if (!scheme.empty() && SchemeSupported(scheme))
         return std::string(file);
+    // "ftp://host/film" is an address of another kind, not a file named so.
+    if (!scheme.empty() && file.substr(scheme.size()).starts_with("://"))
+        return Error{ErrorCode::Unsupported, "not an http, https or file address"};
     if (documentUrl.empty()) {
         std::error_code error;
         std::filesystem::path path =
