@@ -99,6 +99,7 @@ TEST(Download, ResolvesAddressesAgainstTheDocument)
     EXPECT_EQ(relative->rfind("file:///", 0), 0u);
     EXPECT_NE(relative->find("/films/f.flm"), std::string::npos);
     EXPECT_FALSE(ResolveAddress("", "").ok());
+    EXPECT_EQ(ResolveAddress("", "ftp://host/f").error().code, base::ErrorCode::Unsupported);
 }
 
 TEST(Download, RefusesOtherSchemes)
