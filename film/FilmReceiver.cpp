@@ -468,6 +468,10 @@ bool FilmReceiver::QueueNarration(FilmItem& item, std::span<const std::uint8_t> 
 FilmReceiver::Next FilmReceiver::CompleteItem(Film& film, const ItemHandOver* handOver,
                                               const std::atomic<std::int32_t>& stopRequested)
 {
+    // Small chunks arrive many times per item: until its bytes are all there, nothing changes.
+    if (used_ < waitingFor_)
+        return Next::Wait;
+    waitingFor_ = 0;
     FilmItem item = WithFilm(handOver, [&] { return film.GetItem(arrivingItem_); });
     if (item.index == -1) {
         // The film has fewer items than it said; there is nothing left to complete.
@@ -504,8 +508,10 @@ FilmReceiver::Next FilmReceiver::CompleteItem(Film& film, const ItemHandOver* ha
         return Fail(base::StrCat("item ", arrivingItem_, " announces ", needed, " bytes, more than ",
                                  kMaxBufferBytes, " bytes can be held"));
     }
-    if (used_ < needed)
+    if (used_ < needed) {
+        waitingFor_ = needed;
         return Next::Wait;
+    }
 
     const std::uint8_t* at = buffer_.get();
     auto take = [&at](std::int32_t size) {

@@ -213,6 +213,7 @@ private:
     std::int64_t announcedEnd_ = 0; // Stream bytes up to the film's last piece; 0 until known.
     std::int64_t surplus_ = 0;
     std::int64_t preambleDropped_ = 0; // Stream bytes before the film marker no longer held.
+    std::int64_t waitingFor_ = 0;      // Bytes the arriving item needs, once known to be missing.
     std::int64_t maxPreamble_ = kMaxPreambleBytes;
     std::int64_t maxFilmFile_ = kMaxFilmFileBytes;
     std::unique_ptr<platform::CompoundStorage> heldFilmFile_;
