@@ -211,10 +211,15 @@ TEST(ChunkQueue, KeepsCopiesInOrderAndEmptiesCleanly)
     // The tail went back to the head: the next push is found again.
     queue.Push(Bytes{5});
     EXPECT_EQ(queue.Peek()->bytes, (Bytes{5}));
-    queue.Push(Bytes{6});
+    queue.Push(Bytes{6, 7});
+    queue.PushEndOfStream();
+    EXPECT_EQ(queue.Bytes(), 3u) << "the bytes of every chunk, none for the end mark";
+    queue.Pop();
+    EXPECT_EQ(queue.Bytes(), 2u);
     queue.Clear();
     EXPECT_EQ(queue.Peek(), nullptr);
     EXPECT_EQ(queue.Count(), 0u);
+    EXPECT_EQ(queue.Bytes(), 0u);
 }
 
 TEST(FilmReceiver, AnyChunkingGivesTheSameItemsAndFiles)
