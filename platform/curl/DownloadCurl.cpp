@@ -171,6 +171,8 @@ struct Download::Impl
         }
         case CURLE_TOO_MANY_REDIRECTS:
             return StrCat("more than ", kMaxRedirects, " redirects");
+        case CURLE_URL_MALFORMAT:
+            return "not a valid address";
         case CURLE_UNSUPPORTED_PROTOCOL:
             return StrCat("redirected to an address that is not http or https");
         default:

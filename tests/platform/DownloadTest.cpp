@@ -150,6 +150,7 @@ TEST(Download, FailedTransfersGiveNoFinalNotificationAndSayWhy)
         {"server closes early", early.Address(), 20000, "transfer closed with 30000 bytes remaining"},
         {"missing file", *ResolveAddress("", path + ".missing"), 0, "couldn't open file"},
         {"nobody listens", "http://127.0.0.1:1/film", 0, "failed to connect to 127.0.0.1 port 1"},
+        {"malformed", "http://[::1", 0, "not a valid address"},
         {"404", missing.Address(), 0, "404 Not Found"},
         {"500", broken.Address(), 0, "500 Internal Server Error"},
         {"redirect loop", looping.Address(), 0, "more than 10 redirects"},
