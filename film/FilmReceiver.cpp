@@ -37,23 +37,34 @@ constexpr std::uint32_t kBarFillColour = 0x00FF0000;
 // buffer stopped (`scan`) and gives what a scan from the start would give, without rescanning.
 std::int32_t FindMarker(std::span<const std::uint8_t> data, std::string_view marker, MarkerScan& scan)
 {
-    for (; scan.scanned < data.size(); ++scan.scanned) {
-        if (scan.matched == 0) {
+    // Plain pointers: this walks every byte of the film file, and in unoptimised (sanitizer and fuzz)
+    // builds each span or view call per byte costs more than the comparison itself.
+    const std::uint8_t* bytes = data.data();
+    const std::size_t size = data.size();
+    const char* letters = marker.data();
+    const std::size_t length = marker.size();
+    std::size_t at = scan.scanned;
+    std::size_t matched = scan.matched;
+    for (; at < size; ++at) {
+        if (matched == 0) {
             // Outside a partial match only the marker's first letter matters: jump to the next one.
-            const void* next = std::memchr(data.data() + scan.scanned, marker[0], data.size() - scan.scanned);
+            const void* next = std::memchr(bytes + at, letters[0], size - at);
             if (next == nullptr) {
-                scan.scanned = data.size();
+                at = size;
                 break;
             }
-            scan.scanned = static_cast<std::size_t>(static_cast<const std::uint8_t*>(next) - data.data());
+            at = static_cast<std::size_t>(static_cast<const std::uint8_t*>(next) - bytes);
         }
-        if (data[scan.scanned] != static_cast<std::uint8_t>(marker[scan.matched])) {
-            scan.matched = 0;
+        if (bytes[at] != static_cast<std::uint8_t>(letters[matched])) {
+            matched = 0;
             continue;
         }
-        if (++scan.matched == marker.size())
-            return static_cast<std::int32_t>(++scan.scanned);
+        if (++matched == length) {
+            scan = {at + 1, matched};
+            return static_cast<std::int32_t>(at + 1);
+        }
     }
+    scan = {at, matched};
     return 0;
 }
 
