@@ -276,6 +276,11 @@ void SequenceCtl::NewSession()
     loaderReleased_ = false;
     failure_.clear();
     readySent_ = false;
+    {
+        // A verdict the previous session's loader posted belongs to that session.
+        std::lock_guard guard(loaderFailureLock_);
+        loaderFailure_.clear();
+    }
     // The loader's thread only posts; the handlers run here, on the control's thread.
     platform::WindowHost* host = host_;
     platform::WindowId window = window_;
@@ -368,6 +373,10 @@ void SequenceCtl::DrainDownload()
 {
     if (!download_ || !queue_)
         return;
+    // A failed transfer is told at once, even while its last blocks wait for room in the queue.
+    if (!downloadEnded_ && download_->Finished())
+        if (const base::Status outcome = download_->Outcome(); !outcome.ok())
+            FilmFailed(outcome.error().message);
     {
         // Back-pressure: while the loader has enough to do, the blocks stay with the download, which
         // stops reading once it holds its own bound; the loader posts again when it has room.
