@@ -45,8 +45,10 @@ constexpr const char* kPlayHelp =
     "                                   the film has ended, or on Ctrl-C)\n"
     "\n"
     "The control is loaded from $LUMENAR_LIBRARY, or else from liblumenar.so next to this program.\n"
-    "Exit status: 0 when the film played, 2 on bad arguments, a missing film or a control that\n"
-    "cannot be loaded.\n";
+    "Exit status: 0 when the film played, 1 when the film cannot be completed (the address cannot be\n"
+    "downloaded, the stream is not a film or ends early, the film is of another version...: one line\n"
+    "on stderr says why, and the program ends at once), 2 on bad arguments, a missing film or a\n"
+    "control that cannot be loaded.\n";
 
 // Writes presented frames to PNG files on a thread of its own, so that the playback thread that
 // presents them is not held up by the encoder.
@@ -229,6 +231,13 @@ const char* ResultText(LumResult result)
     }
 }
 
+// Set by the control's change sink (on the pumping thread) when the film cannot be completed.
+extern "C" void OnControlChange(void* context, std::int32_t dispid)
+{
+    if (dispid == LUM_DISPID_FILMFAILED)
+        *static_cast<bool*>(context) = true;
+}
+
 // Releases a control (and with it its window) on every way out.
 struct ControlReference
 {
@@ -326,6 +335,10 @@ int PlayCommand(Args args)
         ctl->vtbl->SetFillColor(ctl, fillColour);
     ctl->vtbl->SetFile(ctl, film.c_str());
 
+    bool filmFailed = false;
+    std::uint32_t cookie = 0;
+    ctl->vtbl->Advise(ctl, &OnControlChange, &filmFailed, &cookie);
+
     std::unique_ptr<FrameDumper> dumper;
     if (!dumpFolder.empty()) {
         dumper = std::make_unique<FrameDumper>(dumpFolder);
@@ -351,7 +364,18 @@ int PlayCommand(Args args)
     const auto limit = std::chrono::seconds(seconds);
     std::signal(SIGINT, OnInterrupt);
     std::signal(SIGTERM, OnInterrupt);
+    std::string failure;
     while (ctl->vtbl->Pump(ctl, 20) == LUM_S_OK && gInterrupted.load() == 0) {
+        if (filmFailed) {
+            std::size_t needed = 0;
+            ctl->vtbl->GetFailure(ctl, nullptr, 0, &needed);
+            std::string text(needed, '\0');
+            if (ctl->vtbl->GetFailure(ctl, text.data(), text.size(), &needed) == LUM_S_OK)
+                failure = text.c_str();
+            if (failure.empty())
+                failure = "the film cannot be completed";
+            break;
+        }
         if (seconds > 0 && std::chrono::steady_clock::now() - start >= limit)
             break;
         if (ctl->vtbl->IsPlaying(ctl) == 0)
@@ -364,11 +388,15 @@ int PlayCommand(Args args)
     ctl->vtbl->Release(ctl);
     control.control = nullptr;
     int status = 0;
+    if (!failure.empty()) {
+        std::fprintf(stderr, "lumenar: %s: %s\n", film.c_str(), failure.c_str());
+        status = 1;
+    }
     if (dumper) {
         const long written = dumper->Finish();
         if (written < 0)
             status = Fail(dumpFolder, "a frame could not be written: " + dumper->Failure());
-        else
+        else if (failure.empty())
             std::fprintf(stderr, "lumenar: %ld frames written to %s\n", written, dumpFolder.c_str());
     }
     if (canUnloadNow() != LUM_S_OK)

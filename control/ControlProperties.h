@@ -16,6 +16,8 @@ inline constexpr std::int32_t kDispidBackColor = -501;
 inline constexpr std::int32_t kDispidFillColor = -510;
 inline constexpr std::int32_t kDispidReadyState = -525;
 inline constexpr std::int32_t kDispidFile = 1;
+/// Not a property: sent once a session's film cannot be completed (SequenceCtl::Failure says why).
+inline constexpr std::int32_t kDispidFilmFailed = 2;
 
 /// The longest `File` a persisted form may carry, in bytes.
 inline constexpr std::size_t kMaxFileBytes = 32768;

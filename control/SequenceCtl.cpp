@@ -69,6 +69,7 @@ SequenceCtl::SequenceCtl() = default;
 SequenceCtl::~SequenceCtl()
 {
     Destroy();
+    heldFilmFiles_.clear(); // After the threads that could still add one have ended.
 }
 
 void SequenceCtl::SetBackColor(std::uint32_t colour)
@@ -219,6 +220,27 @@ void SequenceCtl::OnMessage(const platform::Message& message)
     case kMsgFilmData:
         DrainDownload();
         return;
+    case kMsgFilmFailed: {
+        std::string why;
+        {
+            std::lock_guard guard(loaderFailureLock_);
+            why = std::move(loaderFailure_);
+        }
+        FilmFailed(std::move(why));
+        return;
+    }
+    case kMsgFilmComplete:
+        // Whatever the sender still has is past the film's end: end the transfer. Its last block will
+        // then never come, but the film's last byte has arrived: that is the ready state.
+        if (download_ && !downloadEnded_ && !download_->Finished()) {
+            downloadEnded_ = true;
+            download_->Abort();
+            if (!readySent_) {
+                readySent_ = true;
+                Notify(kDispidReadyState);
+            }
+        }
+        return;
     default:
         return; // Escape from the player among them: no effect of the control's own.
     }
@@ -252,6 +274,25 @@ void SequenceCtl::NewSession()
     flags_ = std::make_unique<film::OpeningFlags>();
     flags_->stopRequested = 0;
     loaderReleased_ = false;
+    failure_.clear();
+    readySent_ = false;
+    {
+        // A verdict the previous session's loader posted belongs to that session.
+        std::lock_guard guard(loaderFailureLock_);
+        loaderFailure_.clear();
+    }
+    // The loader's thread only posts; the handlers run here, on the control's thread.
+    platform::WindowHost* host = host_;
+    platform::WindowId window = window_;
+    loaderEvents_.room = [host, window] { host->Post(window, kMsgFilmData); };
+    loaderEvents_.complete = [host, window] { host->Post(window, kMsgFilmComplete); };
+    loaderEvents_.failed = [this, host, window](const std::string& why) {
+        {
+            std::lock_guard guard(loaderFailureLock_);
+            loaderFailure_ = why;
+        }
+        host->Post(window, kMsgFilmFailed);
+    };
 }
 
 void SequenceCtl::StartSession()
@@ -273,15 +314,24 @@ void SequenceCtl::StartSession()
     loaderThread_ = std::thread([this] {
         loaderStart_->Wait(platform::kWaitForever);
         platform::SetCurrentThreadName("FilmLoader");
-        film::RunFilmLoader(*receiver_, *queue_, *film_, &handOver_, *flags_);
+        // Nothing may escape a thread: an exception ends the loading as a fatal error would.
+        try {
+            film::RunFilmLoader(*receiver_, *queue_, *film_, &handOver_, *flags_, &loaderEvents_);
+        } catch (const std::exception& error) {
+            loaderEvents_.failed(StrCat("internal error: ", error.what()));
+        } catch (...) {
+            loaderEvents_.failed("internal error");
+        }
     });
 }
 
 void SequenceCtl::OnStartFilm()
 {
     handlerLog_.push_back("OnStartFilm");
+    std::string notStarted;
     if (site_.userMode) {
         download_.reset();
+        downloadEnded_ = false;
         auto address = platform::ResolveAddress(site_.documentUrl, properties_.file);
         if (address.ok()) {
             platform::WindowHost* host = host_;
@@ -292,30 +342,60 @@ void SequenceCtl::OnStartFilm()
                 download_ = std::move(*download);
                 ++downloadsStarted_;
             } else {
-                platform::DebugTrace(
-                    StrCat("download not started: ", download.error().message, "\n").c_str());
+                notStarted = download.error().message;
             }
         } else {
-            platform::DebugTrace(StrCat("download not started: ", address.error().message, "\n").c_str());
+            notStarted = address.error().message;
         }
     }
     flags_->openerRunning = 1;
     loaderReleased_ = true;
     if (loaderStart_)
         loaderStart_->Set();
+    if (!notStarted.empty())
+        FilmFailed(std::move(notStarted)); // Last: a sink may act on it at once.
+}
+
+void SequenceCtl::FilmFailed(std::string why)
+{
+    if (!failure_.empty() || why.empty() || !flags_ || flags_->stopRequested != 0)
+        return; // One verdict per session; none for a session stopped on purpose.
+    platform::DebugTrace(StrCat("film cannot be completed: ", why, "\n"));
+    failure_ = std::move(why);
+    if (download_ && !downloadEnded_) {
+        downloadEnded_ = true;
+        download_->Abort();
+    }
+    Notify(kDispidFilmFailed);
 }
 
 void SequenceCtl::DrainDownload()
 {
-    if (!download_)
+    if (!download_ || !queue_)
         return;
+    // A failed transfer is told at once, even while its last blocks wait for room in the queue.
+    if (!downloadEnded_ && download_->Finished())
+        if (const base::Status outcome = download_->Outcome(); !outcome.ok())
+            FilmFailed(outcome.error().message);
+    {
+        // Back-pressure: while the loader has enough to do, the blocks stay with the download, which
+        // stops reading once it holds its own bound; the loader posts again when it has room.
+        std::lock_guard guard(queue_->Lock());
+        if (queue_->Bytes() >= film::kMaxQueuedBytes && flags_->stopRequested == 0)
+            return;
+    }
     // The transfer marks itself finished only after queueing its last block: once finished, one more
     // take gets everything, and the ended binding is released.
     const bool finished = download_->Finished();
     for (platform::DownloadBlock& block : download_->TakeBlocks())
         OnFilmData(block.bytes, block.last);
-    if (finished)
+    if (finished) {
+        const base::Status outcome = download_->Outcome();
+        const bool ended = downloadEnded_;
         download_.reset();
+        if (!outcome.ok() && !ended)
+            FilmFailed(outcome.error().message);
+    }
 }
 
 void SequenceCtl::OnFilmData(std::span<const std::uint8_t> bytes, bool last)
@@ -329,8 +409,16 @@ void SequenceCtl::OnFilmData(std::span<const std::uint8_t> bytes, bool last)
             bytesQueued_ += bytes.size();
         }
     }
-    if (last)
-        Notify(kDispidReadyState);
+    if (last) {
+        if (flags_->stopRequested == 0) {
+            std::lock_guard guard(queue_->Lock());
+            queue_->PushEndOfStream();
+        }
+        if (!readySent_) {
+            readySent_ = true;
+            Notify(kDispidReadyState);
+        }
+    }
 }
 
 void SequenceCtl::OnContextMenu(std::int64_t position)
@@ -372,6 +460,11 @@ void SequenceCtl::OnStop()
     if (player_)
         player_->Stop();
     StopLoader();
+    // The transfer may be waiting for room that the ended loader will never make.
+    if (download_ && !downloadEnded_) {
+        downloadEnded_ = true;
+        download_->Abort();
+    }
 }
 
 void SequenceCtl::FreeSession()
@@ -382,6 +475,9 @@ void SequenceCtl::FreeSession()
     }
     if (receiver_ && film_)
         film::DeleteTemporaryFiles(*receiver_, *film_);
+    if (receiver_)
+        if (auto held = receiver_->TakeHeldFilmFile())
+            heldFilmFiles_.push_back(std::move(held));
     if (queue_) {
         std::lock_guard guard(queue_->Lock());
         queue_->Clear();

@@ -12,6 +12,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <string>
 #include <thread>
@@ -19,6 +20,7 @@
 
 namespace lumenar::platform {
 class AutoResetEvent;
+class CompoundStorage;
 class Download;
 class SoundDevice;
 class TimerService;
@@ -31,8 +33,13 @@ namespace lumenar::control {
 
 /// The control's private start message: begin downloading File and release the film loader.
 inline constexpr std::uint32_t kMsgFilmStart = 0x048C;
-/// Private: the download has blocks waiting (posted by the download's thread).
+/// Private: the download has blocks waiting (posted by the download's thread), or the chunk queue has
+/// room for them again (posted by the film loader).
 inline constexpr std::uint32_t kMsgFilmData = 0x048D;
+/// Private: the film loader found that the film cannot be completed.
+inline constexpr std::uint32_t kMsgFilmFailed = 0x048E;
+/// Private: every byte the film announced has arrived; the transfer may end.
+inline constexpr std::uint32_t kMsgFilmComplete = 0x048F;
 
 /// Where the control's window goes and the services its sessions use.
 struct ControlSite
@@ -82,7 +89,8 @@ public:
     void SetFillColor(std::uint32_t colour);
 
     using ChangeSink = std::function<void(std::int32_t dispid)>;
-    /// Registers a sink for property changes and the ready state; returns its cookie (never 0).
+    /// Registers a sink for property changes, the ready state and kDispidFilmFailed; returns its cookie
+    /// (never 0).
     std::uint32_t Advise(ChangeSink sink);
     /// False when the cookie is unknown.
     bool Unadvise(std::uint32_t cookie);
@@ -117,6 +125,10 @@ public:
     std::uint64_t BytesQueued() const { return bytesQueued_; }
     /// Whether a download exists and has not finished.
     bool Downloading() const;
+    /// Why the current (or last) session's film cannot be completed, as a user reads it after the film's
+    /// address ("404 Not Found", "the film ends after 3 of 6 items"); empty while nothing went wrong.
+    /// Set once per session, when kDispidFilmFailed is sent. Items already delivered keep playing.
+    const std::string& Failure() const { return failure_; }
     /// The handlers run so far, by name, in order ("OnCreate", "OnStartFilm", "OnStop", ...).
     const std::vector<std::string>& HandlerLog() const { return handlerLog_; }
 
@@ -134,6 +146,7 @@ private:
     void StopLoader();
     void FreeSession();
     void DrainDownload();
+    void FilmFailed(std::string why);
     void Notify(std::int32_t dispid);
 
     ControlProperties properties_;
@@ -153,6 +166,14 @@ private:
     std::thread loaderThread_;
     bool loaderReleased_ = false;
     std::unique_ptr<platform::Download> download_;
+    bool downloadEnded_ = false; // The transfer was ended on purpose (Stop, a complete film, a failure).
+    bool readySent_ = false;     // The session's ready state has been notified.
+    film::LoaderEvents loaderEvents_;
+    std::mutex loaderFailureLock_; // Guards loaderFailure_ (written by the film loader).
+    std::string loaderFailure_;
+    std::string failure_;
+    // Compatibility: film files of another version stay open, and locked, while the control lives.
+    std::vector<std::unique_ptr<platform::CompoundStorage>> heldFilmFiles_;
     int downloadsStarted_ = 0;
     std::uint64_t bytesQueued_ = 0;
     std::vector<std::string> handlerLog_;

@@ -114,6 +114,31 @@ ControlObject& Object(LumSequenceCtl* self)
     return *reinterpret_cast<ControlHandle*>(self)->object;
 }
 
+void ReportEscaped(const char* where, const char* what)
+{
+    std::fprintf(stderr, "lumenar: %s: internal error: %s\n", where, what);
+}
+
+/// `Fn` as the host may call it: an exception that escapes it is reported on stderr and becomes the
+/// function's failure result `Failed`, so that none crosses into a host written in C.
+template <auto Fn, auto Failed> struct Guarded;
+template <typename R, typename... A, R (*Fn)(A...), auto Failed> struct Guarded<Fn, Failed>
+{
+    static R Call(A... args) noexcept
+    {
+        try {
+            return Fn(args...);
+        } catch (const std::exception& error) {
+            ReportEscaped("the player control", error.what());
+        } catch (...) {
+            ReportEscaped("the player control", "an unknown exception");
+        }
+        return static_cast<R>(Failed);
+    }
+};
+template <auto Fn> constexpr auto kSafe = &Guarded<Fn, LUM_E_FAIL>::Call;
+template <auto Fn> constexpr auto kSafeZero = &Guarded<Fn, 0>::Call;
+
 LumResult Report(const base::Status& status)
 {
     if (status.ok())
@@ -343,13 +368,37 @@ LumResult ControlSetFrameSink(LumSequenceCtl* self, LumFrameSink sink, void* con
     return LUM_S_OK;
 }
 
+LumResult ControlGetFailure(LumSequenceCtl* self, char* buffer, size_t capacity, size_t* needed)
+{
+    const std::string& failure = Object(self).control.Failure();
+    const LumResult copied = CopyText(failure, buffer, capacity, needed);
+    return copied == LUM_S_OK && failure.empty() ? LUM_S_FALSE : copied;
+}
+
 const LumSequenceCtlVtbl kControlTable = {
-    ControlAddRef,       ControlRelease,         ControlCreateWindow,    ControlDestroyWindow,
-    ControlPump,         ControlSendCommand,     ControlIsPlaying,       ControlSetFile,
-    ControlGetFile,      ControlSetBackColor,    ControlGetBackColor,    ControlSetFillColor,
-    ControlGetFillColor, ControlLoadPropertyBag, ControlSavePropertyBag, ControlLoadStream,
-    ControlSaveStream,   ControlLoadStorage,     ControlSaveStorage,     ControlAdvise,
-    ControlUnadvise,     ControlSetFrameSink,
+    kSafeZero<ControlAddRef>,
+    kSafeZero<ControlRelease>,
+    kSafe<ControlCreateWindow>,
+    kSafe<ControlDestroyWindow>,
+    kSafe<ControlPump>,
+    kSafe<ControlSendCommand>,
+    kSafeZero<ControlIsPlaying>,
+    kSafe<ControlSetFile>,
+    kSafe<ControlGetFile>,
+    kSafe<ControlSetBackColor>,
+    kSafe<ControlGetBackColor>,
+    kSafe<ControlSetFillColor>,
+    kSafe<ControlGetFillColor>,
+    kSafe<ControlLoadPropertyBag>,
+    kSafe<ControlSavePropertyBag>,
+    kSafe<ControlLoadStream>,
+    kSafe<ControlSaveStream>,
+    kSafe<ControlLoadStorage>,
+    kSafe<ControlSaveStorage>,
+    kSafe<ControlAdvise>,
+    kSafe<ControlUnadvise>,
+    kSafe<ControlSetFrameSink>,
+    kSafe<ControlGetFailure>,
 };
 
 struct FactoryHandle
@@ -398,8 +447,8 @@ LumResult FactoryLockServer(LumClassFactory*, int32_t lock)
     return LUM_S_OK;
 }
 
-const LumClassFactoryVtbl kFactoryTable = {FactoryAddRef, FactoryRelease, FactoryCreateInstance,
-                                           FactoryLockServer};
+const LumClassFactoryVtbl kFactoryTable = {kSafeZero<FactoryAddRef>, kSafeZero<FactoryRelease>,
+                                           kSafe<FactoryCreateInstance>, kSafe<FactoryLockServer>};
 
 /// The player program registration names: next to the library when it is there, else on PATH.
 std::string PlayerNextTo(const std::string& server)
@@ -414,12 +463,14 @@ std::string PlayerNextTo(const std::string& server)
 
 using namespace lumenar::control;
 
-LUM_EXPORT LumResult DllCanUnloadNow(void)
+namespace {
+
+LumResult CanUnloadNow()
 {
     return liveObjects == 0 && serverLocks == 0 ? LUM_S_OK : LUM_S_FALSE;
 }
 
-LUM_EXPORT LumResult DllGetClassObject(const LumGuid* clsid, const LumGuid* iid, void** object)
+LumResult GetClassObject(const LumGuid* clsid, const LumGuid* iid, void** object)
 {
     if (object == nullptr)
         return LUM_E_INVALIDARG;
@@ -435,7 +486,7 @@ LUM_EXPORT LumResult DllGetClassObject(const LumGuid* clsid, const LumGuid* iid,
     return LUM_S_OK;
 }
 
-LUM_EXPORT LumResult DllRegisterServer(void)
+LumResult RegisterThisServer()
 {
     auto folder = UserDataFolder();
     if (!folder.ok())
@@ -445,10 +496,32 @@ LUM_EXPORT LumResult DllRegisterServer(void)
     return Report(RegisterServer(*folder, server, PlayerNextTo(server)));
 }
 
-LUM_EXPORT LumResult DllUnregisterServer(void)
+LumResult UnregisterThisServer()
 {
     auto folder = UserDataFolder();
     if (!folder.ok())
         return Report(folder.error());
     return Report(UnregisterServer(*folder));
+}
+
+} // namespace
+
+LUM_EXPORT LumResult DllCanUnloadNow(void)
+{
+    return Guarded<CanUnloadNow, LUM_E_FAIL>::Call();
+}
+
+LUM_EXPORT LumResult DllGetClassObject(const LumGuid* clsid, const LumGuid* iid, void** object)
+{
+    return Guarded<GetClassObject, LUM_E_FAIL>::Call(clsid, iid, object);
+}
+
+LUM_EXPORT LumResult DllRegisterServer(void)
+{
+    return Guarded<RegisterThisServer, LUM_E_FAIL>::Call();
+}
+
+LUM_EXPORT LumResult DllUnregisterServer(void)
+{
+    return Guarded<UnregisterThisServer, LUM_E_FAIL>::Call();
 }

@@ -14,6 +14,19 @@ void ChunkQueue::Push(std::span<const std::uint8_t> bytes)
 {
     auto node = std::make_unique<Node>();
     node->chunk.bytes.assign(bytes.begin(), bytes.end());
+    Append(std::move(node));
+}
+
+void ChunkQueue::PushEndOfStream()
+{
+    auto node = std::make_unique<Node>();
+    node->chunk.endOfStream = true;
+    Append(std::move(node));
+}
+
+void ChunkQueue::Append(std::unique_ptr<Node> node)
+{
+    bytes_ += node->chunk.bytes.size();
     Node* raw = node.get();
     tail_->owned = std::move(node);
     // Release: the copy is complete before the peeking thread can see the node.
@@ -38,6 +51,7 @@ void ChunkQueue::Pop()
     if (tail_ == first.get())
         tail_ = &head_;
     --count_;
+    bytes_ -= first->chunk.bytes.size();
 }
 
 void ChunkQueue::Clear()

@@ -1,6 +1,7 @@
 #include "film/FilmReader.h"
 
 #include "base/ByteReader.h"
+#include "base/StrCat.h"
 #include "effects/EffectRegistry.h"
 #include "platform/MessageBox.h"
 #include "platform/ReportBox.h"
@@ -157,9 +158,20 @@ std::int32_t ClampEffectNumber(std::int32_t effect, int count)
     return effect;
 }
 
-int LoadFilmStorage(Film& film, std::unique_ptr<CompoundStorage> root)
+int LoadFilmStorage(Film& film, std::unique_ptr<CompoundStorage> root, FilmLoadOutcome* outcome)
 {
     const effects::EffectRegistry registry;
+    auto fail = [outcome](std::string why) {
+        if (outcome != nullptr)
+            outcome->failure = std::move(why);
+        return 0;
+    };
+    auto hold = [outcome](std::unique_ptr<CompoundStorage> storage) {
+        if (outcome != nullptr)
+            outcome->heldOpen = std::move(storage);
+        else
+            CompoundStorage::KeepOpenUntilExit(std::move(storage));
+    };
 
     FilmFile music;
     if (auto bytes = root->ReadStream("BGMUSIC", kFileReferenceBytes);
@@ -168,15 +180,18 @@ int LoadFilmStorage(Film& film, std::unique_ptr<CompoundStorage> root)
 
     auto version = root->ReadStream("VERSION", 4);
     if (!version.ok() || version->size() != 4) {
-        CompoundStorage::KeepOpenUntilExit(std::move(root));
-        return 0;
+        hold(std::move(root));
+        return fail(version.ok() ? base::StrCat("the film file's version is ", version->size(),
+                                                " bytes long instead of 4")
+                                 : std::string("the film file has no version"));
     }
     const auto number = static_cast<std::uint32_t>(base::LoadI32LE(*version, 0));
     if (number != kFilmVersion) {
-        CompoundStorage::KeepOpenUntilExit(std::move(root));
+        hold(std::move(root));
         if (number > kFilmVersion)
             platform::ReportBox(nullptr, platform::kBoxOk, 0, nullptr, 0, "%s", kNewerVersionMessage);
-        return 0;
+        return fail(
+            base::StrCat("the film file has version ", number, "; this player reads version ", kFilmVersion));
     }
 
     if (auto loop = ReadWord(*root, "LOOP"))
@@ -187,7 +202,7 @@ int LoadFilmStorage(Film& film, std::unique_ptr<CompoundStorage> root)
 
     auto elements = root->Elements();
     if (!elements.ok())
-        return 0;
+        return fail("the film file's elements cannot be listed");
     // The n-th element that is not a stream leads to FILMLINKn, whatever its own name.
     std::int32_t n = 0;
     for (const auto& element : *elements) {
@@ -195,7 +210,7 @@ int LoadFilmStorage(Film& film, std::unique_ptr<CompoundStorage> root)
             continue;
         ++n;
         if (!ReadItem(film, *root, n, registry))
-            return 0;
+            return fail(base::StrCat("item ", n, " of the film file cannot be read"));
     }
     return 1;
 }

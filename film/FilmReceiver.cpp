@@ -37,14 +37,34 @@ constexpr std::uint32_t kBarFillColour = 0x00FF0000;
 // buffer stopped (`scan`) and gives what a scan from the start would give, without rescanning.
 std::int32_t FindMarker(std::span<const std::uint8_t> data, std::string_view marker, MarkerScan& scan)
 {
-    for (; scan.scanned < data.size(); ++scan.scanned) {
-        if (data[scan.scanned] != static_cast<std::uint8_t>(marker[scan.matched])) {
-            scan.matched = 0;
+    // Plain pointers: this walks every byte of the film file, and in unoptimised (sanitizer and fuzz)
+    // builds each span or view call per byte costs more than the comparison itself.
+    const std::uint8_t* bytes = data.data();
+    const std::size_t size = data.size();
+    const char* letters = marker.data();
+    const std::size_t length = marker.size();
+    std::size_t at = scan.scanned;
+    std::size_t matched = scan.matched;
+    for (; at < size; ++at) {
+        if (matched == 0) {
+            // Outside a partial match only the marker's first letter matters: jump to the next one.
+            const void* next = std::memchr(bytes + at, letters[0], size - at);
+            if (next == nullptr) {
+                at = size;
+                break;
+            }
+            at = static_cast<std::size_t>(static_cast<const std::uint8_t*>(next) - bytes);
+        }
+        if (bytes[at] != static_cast<std::uint8_t>(letters[matched])) {
+            matched = 0;
             continue;
         }
-        if (++scan.matched == marker.size())
-            return static_cast<std::int32_t>(++scan.scanned);
+        if (++matched == length) {
+            scan = {at + 1, matched};
+            return static_cast<std::int32_t>(at + 1);
+        }
     }
+    scan = {at, matched};
     return 0;
 }
 
@@ -180,16 +200,18 @@ LoaderProgress& ProcessLoaderProgress()
     return progress;
 }
 
-FilmReceiver::FilmReceiver(platform::SoundDevice* sound, platform::TimerService& timers)
-    : buffer_(platform::TryAllocateArray<std::uint8_t>(kInitialCapacity)),
+FilmReceiver::FilmReceiver(platform::SoundDevice* sound, platform::TimerService& timers,
+                           platform::FileSpace& files)
+    : files_(&files), buffer_(platform::TryAllocateArray<std::uint8_t>(kInitialCapacity)),
       capacity_(buffer_ ? kInitialCapacity : 0)
 {
-    auto folder = platform::MakePrivateFolder("lumenar-");
+    auto folder = files_->MakePrivateFolder("lumenar-");
     if (folder.ok()) {
         tempFolder_ = std::move(folder).value();
         narration_ = std::make_unique<audio::WaveStream>(sound, timers, tempFolder_);
     } else {
-        platform::DebugTrace(base::StrCat(folder.error().message, "\n"));
+        folderError_ = folder.error().message;
+        platform::DebugTrace(base::StrCat(folderError_, "\n"));
     }
 }
 
@@ -197,7 +219,7 @@ FilmReceiver::~FilmReceiver()
 {
     narration_.reset(); // Its watcher and buffer go before the folder its files were made in.
     if (!tempFolder_.empty())
-        platform::RemoveFolderTree(tempFolder_);
+        files_->RemoveFolderTree(tempFolder_);
 }
 
 void FilmReceiver::SetOpticalDriveQuery(std::function<std::optional<std::string>()> query)
@@ -239,14 +261,33 @@ void FilmReceiver::Consume(std::int32_t count)
     used_ -= count;
 }
 
+FilmReceiver::Next FilmReceiver::Fail(std::string message)
+{
+    failure_ = std::move(message);
+    return Next::Fail;
+}
+
 std::int64_t FilmReceiver::FeedChunk(Film& film, const ItemHandOver* handOver, const std::uint8_t* bytes,
                                      std::int32_t size, const std::atomic<std::int32_t>& stopRequested)
 {
-    if (size < 0 || (size > 0 && bytes == nullptr) || !Append(bytes, size)) {
+    // Bytes past the film's last piece are not kept: the sender is told to stop (StreamComplete), and
+    // whatever it sends meanwhile is counted and dropped.
+    std::int32_t kept = size;
+    if (announcedEnd_ > 0 && size > 0)
+        kept = static_cast<std::int32_t>(std::clamp<std::int64_t>(announcedEnd_ - received_, 0, size));
+    if (size < 0 || (size > 0 && bytes == nullptr) || !Append(bytes, kept)) {
         ReportInternalError(handOver);
+        failure_ = size < 0 || (size > 0 && bytes == nullptr)
+                       ? base::StrCat("a chunk of ", size, " bytes cannot be taken")
+                       : base::StrCat("no memory for ", std::int64_t{used_} + kept, " bytes of the stream");
         return -1;
     }
-    received_ += size;
+    received_ += kept;
+    if (kept < size) {
+        if (surplus_ == 0)
+            platform::DebugTrace("the stream goes on past the film's last piece; the rest is dropped\n");
+        surplus_ += size - kept;
+    }
     if (stopRequested.load() != 0)
         return size; // The bytes stay in the buffer, unprocessed.
     for (;;) {
@@ -266,10 +307,20 @@ FilmReceiver::Next FilmReceiver::StepOnce(Film& film, const ItemHandOver* handOv
     case kSeekFilmMarker: {
         const std::int32_t start =
             FindMarker({buffer_.get(), static_cast<std::size_t>(used_)}, kFilmMarker, markerScan_);
-        if (start == 0)
+        if (start == 0) {
+            // Only the partly matched marker can still matter: the bytes scanned before it go, so an
+            // endless stream without a marker holds no memory. The scan goes on exactly as before.
+            const auto dropped = static_cast<std::int32_t>(markerScan_.scanned - markerScan_.matched);
+            Consume(dropped);
+            preambleDropped_ += dropped;
+            markerScan_.scanned -= static_cast<std::size_t>(dropped);
+            if (received_ > maxPreamble_)
+                return Fail(
+                    base::StrCat("not a film stream (no film marker in its first ", received_, " bytes)"));
             return Next::Wait;
+        }
         markerScan_ = {};
-        filmStart_ = start;
+        filmStart_ = static_cast<std::int32_t>(preambleDropped_ + start);
         Consume(start);
         state_ = kSeekMediaMarker;
         return Next::Step;
@@ -287,17 +338,33 @@ FilmReceiver::Next FilmReceiver::SeekMediaMarker(Film& film, const ItemHandOver*
 {
     const std::int32_t end =
         FindMarker({buffer_.get(), static_cast<std::size_t>(used_)}, kMediaMarker, markerScan_);
-    if (end == 0)
+    if (end == 0) {
+        if (used_ > maxFilmFile_)
+            return Fail(base::StrCat("the film file is longer than ", maxFilmFile_,
+                                     " bytes (no media marker after it)"));
         return Next::Wait;
+    }
     markerScan_ = {};
     const std::int32_t fileBytes = end - static_cast<std::int32_t>(kMediaMarker.size());
-    // A film that cannot be written or loaded is not reported: loading goes on with what the film holds.
+    // A film file that loads only in part plays the items it gave; one that gives none cannot play.
+    if (tempFolder_.empty())
+        return Fail(base::StrCat("cannot write the film file: ", folderError_));
+    const std::string path = tempFolder_ + std::string(kFilmFileName);
+    if (auto written = files_->WriteWholeFile(path, {buffer_.get(), static_cast<std::size_t>(fileBytes)});
+        !written.ok())
+        return Fail(base::StrCat("cannot write the film file: ", written.error().message));
+    auto root = files_->OpenCompoundFile(path);
+    if (!root.ok())
+        return Fail(root.error().code == base::ErrorCode::BadData
+                        ? std::string("the film file is not a compound file")
+                        : base::StrCat("the film file cannot be read: ", root.error().message));
     Film loaded;
-    if (!tempFolder_.empty()) {
-        const std::string path = tempFolder_ + std::string(kFilmFileName);
-        if (platform::WriteWholeFile(path, {buffer_.get(), static_cast<std::size_t>(fileBytes)}).ok())
-            loaded.Load(path);
-    }
+    FilmLoadOutcome outcome;
+    if (LoadFilmStorage(loaded, std::move(root).value(), &outcome) != 1)
+        platform::DebugTrace(base::StrCat("film file read in part: ", outcome.failure, "\n"));
+    heldFilmFile_ = std::move(outcome.heldOpen);
+    if (loaded.ItemCount() < 1)
+        return Fail(outcome.failure.empty() ? std::string("the film holds no items") : outcome.failure);
     filmCount_ = WithFilm(handOver, [&] {
         film = std::move(loaded);
         return film.ItemCount();
@@ -312,11 +379,58 @@ FilmReceiver::Next FilmReceiver::SeekMediaMarker(Film& film, const ItemHandOver*
          {&first.clipPicture1, &first.photo, &first.clipFile, &first.mask, &first.clipPicture2, &first.sound})
         expectedFirst_ += std::max(PieceSize(*file), 0);
     filmLength_ = end;
+    announcedEnd_ = AnnouncedEnd(film);
     DrawProgress(handOver);
     Consume(end);
-    // A film without items has nothing to wait for.
-    state_ = filmCount_ < 1 ? kFinished : kReceivingItems;
+    state_ = kReceivingItems;
+    // What already arrived past the film's end is dropped like anything that arrives later.
+    if (announcedEnd_ > 0 && received_ > announcedEnd_) {
+        const std::int64_t extra = received_ - announcedEnd_;
+        used_ -= static_cast<std::int32_t>(std::min<std::int64_t>(extra, used_));
+        surplus_ += extra;
+        received_ = announcedEnd_;
+    }
     return Next::Step;
+}
+
+std::int64_t FilmReceiver::AnnouncedEnd(const Film& film) const
+{
+    // Items whose main piece has no size carry no bytes; the music travels in front of the first item
+    // that does. A size that reads as negative is refused when its item's turn comes: nothing here.
+    std::int64_t end = std::int64_t{filmStart_} + filmLength_;
+    bool first = true;
+    for (std::int32_t number = 1; number <= film.ItemCount(); ++number) {
+        const FilmItem item = film.GetItem(number);
+        const std::int32_t main = item.kind == kFilmItemClip    ? PieceSize(item.clipFile)
+                                  : item.kind == kFilmItemPhoto ? PieceSize(item.photo)
+                                                                : 0;
+        if (main == 0)
+            continue;
+        for (std::int32_t size :
+             {first ? musicSize_ : 0, main, PieceSize(item.clipPicture1), PieceSize(item.mask),
+              PieceSize(item.clipPicture2), PieceSize(item.sound)}) {
+            if (size < 0)
+                return 0;
+            end += size;
+        }
+        first = false;
+    }
+    return end;
+}
+
+std::string FilmReceiver::EndOfStream() const
+{
+    switch (state_) {
+    case kSeekFilmMarker:
+        return base::StrCat("not a film stream (no film marker in its ", received_, " bytes)");
+    case kSeekMediaMarker:
+        return base::StrCat("the stream ends inside the film file (no media marker in its ", received_,
+                            " bytes)");
+    case kReceivingItems:
+        return base::StrCat("the film ends after ", processedCount_ - 1, " of ", filmCount_, " items");
+    default:
+        return {};
+    }
 }
 
 std::string FilmReceiver::UniqueName(const std::string& path) const
@@ -365,6 +479,10 @@ bool FilmReceiver::QueueNarration(FilmItem& item, std::span<const std::uint8_t> 
 FilmReceiver::Next FilmReceiver::CompleteItem(Film& film, const ItemHandOver* handOver,
                                               const std::atomic<std::int32_t>& stopRequested)
 {
+    // Small chunks arrive many times per item: until its bytes are all there, nothing changes.
+    if (used_ < waitingFor_)
+        return Next::Wait;
+    waitingFor_ = 0;
     FilmItem item = WithFilm(handOver, [&] { return film.GetItem(arrivingItem_); });
     if (item.index == -1) {
         // The film has fewer items than it said; there is nothing left to complete.
@@ -392,16 +510,19 @@ FilmReceiver::Next FilmReceiver::CompleteItem(Film& film, const ItemHandOver* ha
     for (std::int32_t size : {music, picture1, main, mask, picture2, sound}) {
         if (size < 0) {
             ReportInternalError(handOver);
-            return Next::Fail;
+            return Fail(base::StrCat("item ", arrivingItem_, " announces a piece of 2 GiB or more"));
         }
         needed += size;
     }
     if (needed > kMaxBufferBytes) {
         ReportInternalError(handOver);
-        return Next::Fail;
+        return Fail(base::StrCat("item ", arrivingItem_, " announces ", needed, " bytes, more than ",
+                                 kMaxBufferBytes, " bytes can be held"));
     }
-    if (used_ < needed)
+    if (used_ < needed) {
+        waitingFor_ = needed;
         return Next::Wait;
+    }
 
     const std::uint8_t* at = buffer_.get();
     auto take = [&at](std::int32_t size) {
@@ -414,9 +535,9 @@ FilmReceiver::Next FilmReceiver::CompleteItem(Film& film, const ItemHandOver* ha
         // Compatibility: the music file stays after DeleteTemporaryFiles; it goes with the folder.
         const std::string path = tempFolder_ + FileNameInFolder(film.GetMusicPath());
         WithFilm(handOver, [&] { film.SetMusic(path); });
-        if (tempFolder_.empty() || !platform::WriteWholeFile(path, take(music)).ok()) {
+        if (tempFolder_.empty() || !files_->WriteWholeFile(path, take(music)).ok()) {
             ReportInternalError(handOver);
-            return Next::Fail;
+            return Fail(base::StrCat("cannot write the music file ", path));
         }
     }
     if (picture1 > 0)
@@ -429,9 +550,9 @@ FilmReceiver::Next FilmReceiver::CompleteItem(Film& film, const ItemHandOver* ha
         pictures.Keep(item.photo, take(main));
     } else if (clipSwitch_ != 0) {
         item.clipFile.cstrName = UniqueName(tempFolder_ + FileNameInFolder(item.clipFile.cstrName));
-        if (tempFolder_.empty() || !platform::WriteWholeFile(item.clipFile.cstrName, take(main)).ok()) {
+        if (tempFolder_.empty() || !files_->WriteWholeFile(item.clipFile.cstrName, take(main)).ok()) {
             ReportInternalError(handOver);
-            return Next::Fail;
+            return Fail(base::StrCat("cannot write the clip file ", item.clipFile.cstrName));
         }
     } else {
         // Clips are not played by this control: the item goes, but its pictures and narration are
@@ -448,7 +569,8 @@ FilmReceiver::Next FilmReceiver::CompleteItem(Film& film, const ItemHandOver* ha
     else
         item.clipPicture2.cstrName = "-1";
     if (!QueueNarration(item, take(sound), handOver))
-        return Next::Fail;
+        return Fail(base::StrCat("item ", arrivingItem_, "'s narration ", item.sound.cstrName,
+                                 " is neither a .ca nor a .wav file"));
 
     if (keep) {
         WithFilm(handOver, [&] { film.SetItem(arrivingItem_, item); });
@@ -504,21 +626,50 @@ void FilmReceiver::DrawProgress(const ItemHandOver* handOver)
 }
 
 int RunFilmLoader(FilmReceiver& receiver, ChunkQueue& queue, Film& film, const ItemHandOver* handOver,
-                  OpeningFlags& flags)
+                  OpeningFlags& flags, const LoaderEvents* events)
 {
+    auto tell = [events](const std::function<void()> LoaderEvents::*event) {
+        if (events != nullptr && events->*event)
+            (events->*event)();
+    };
+    auto fail = [events](const std::string& why) {
+        if (events != nullptr && events->failed)
+            events->failed(why);
+    };
+    bool toldComplete = false;
     while (flags.openerRunning.load() == 1) {
         const Chunk* chunk = queue.Peek();
         if (chunk == nullptr) {
             std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
             continue;
         }
+        if (chunk->endOfStream) {
+            // Nothing more will come. After Stop the bytes were never looked at: no verdict then.
+            if (flags.stopRequested.load() == 0)
+                if (std::string why = receiver.EndOfStream(); !why.empty())
+                    fail(why);
+            break;
+        }
         const std::int64_t result =
             receiver.FeedChunk(film, handOver, chunk->bytes.data(), chunk->Size(), flags.stopRequested);
-        if (result == -1)
+        if (result == -1) {
+            fail(receiver.Failure());
             break;
+        }
+        if (!toldComplete && receiver.StreamComplete()) {
+            toldComplete = true;
+            tell(&LoaderEvents::complete);
+        }
         if (result == chunk->Size()) {
-            std::lock_guard guard(queue.Lock());
-            queue.Pop();
+            bool room = false;
+            {
+                std::lock_guard guard(queue.Lock());
+                const bool full = queue.Bytes() >= kMaxQueuedBytes;
+                queue.Pop();
+                room = full && queue.Bytes() < kMaxQueuedBytes;
+            }
+            if (room)
+                tell(&LoaderEvents::room);
         }
     }
     return 0;
@@ -531,10 +682,10 @@ void DeleteTemporaryFiles(FilmReceiver& receiver, const Film& film)
         return;
     // Names of items the stream has not reached yet are still the film's own: only files that the
     // receiver itself made (directly inside its folder) are deleted.
-    auto remove = [&folder](const std::string& path) {
+    auto remove = [&folder, &receiver](const std::string& path) {
         if (path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
             path.find('/', folder.size()) == std::string::npos)
-            platform::DeleteFile(path);
+            receiver.Files().DeleteFile(path);
     };
     for (std::int32_t number = 1; number <= film.ItemCount(); ++number) {
         const FilmItem item = film.GetItem(number);

@@ -2,9 +2,12 @@
 
 #include "film/ChunkQueue.h"
 #include "film/Film.h"
+#include "film/FilmReader.h"
 #include "platform/AudioOut.h"
+#include "platform/FileSystem.h"
 #include "platform/Timer.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -36,6 +39,15 @@ inline constexpr std::string_view kFilmMarker = "VistrelanFilmDescription";
 inline constexpr std::string_view kMediaMarker = "VistrelanMediaDescription";
 /// The name the film file is cut out to in the temporary folder.
 inline constexpr std::string_view kFilmFileName = "Film.flm";
+
+/// What the receiver holds at most, whatever the sender sends. Before the film marker only a partly
+/// matched marker is kept, and a stream whose first kMaxPreambleBytes hold no marker is refused. The
+/// film file is held whole until the media marker: one longer than kMaxFilmFileBytes is refused (a film
+/// of 8,000 items with captions takes about a quarter of it). Then the buffer holds one item's pieces
+/// (their sizes are announced by the film file, each below 2 GiB) and at most one chunk more; bytes
+/// past the film's last piece are dropped.
+inline constexpr std::int64_t kMaxPreambleBytes = 64ll << 20;
+inline constexpr std::int64_t kMaxFilmFileBytes = 64ll << 20;
 
 /// The film file inside a film stream: the bytes between the film marker and the media marker, found
 /// as the receiver finds them. Empty when either marker is missing.
@@ -110,25 +122,52 @@ struct OpeningFlags
 class FilmReceiver
 {
 public:
-    /// Makes the session's private temporary folder (mode 0700 under $TMPDIR or /tmp); TempFolder() ends
-    /// with '/' or is empty when no folder could be made. `sound` may be null (no sound device). The
-    /// device and the timer service must outlive the receiver.
-    FilmReceiver(platform::SoundDevice* sound, platform::TimerService& timers);
+    /// Makes the session's private temporary folder in `files` (on disk: mode 0700 under $TMPDIR or
+    /// /tmp); TempFolder() ends with '/' or is empty when no folder could be made. `sound` may be null
+    /// (no sound device). The device, the timer service and the file space must outlive the receiver.
+    FilmReceiver(platform::SoundDevice* sound, platform::TimerService& timers,
+                 platform::FileSpace& files = platform::DiskFiles());
     /// Removes the temporary folder and everything in it, the kept music file included.
     ~FilmReceiver();
     FilmReceiver(const FilmReceiver&) = delete;
     FilmReceiver& operator=(const FilmReceiver&) = delete;
 
     /// Consumes one chunk of the stream. Returns `size` when the chunk has been taken (whatever was done
-    /// with it) or −1 on a fatal error, which has been reported through ReportBox. When the film file has
-    /// arrived, `film` is replaced by what it holds (a fresh film when it cannot be read); completed items
-    /// are written back into it. `handOver` may be null: items are then stored and taken at once. A piece
-    /// size past 2 GiB, or an item larger than any buffer, is a fatal error. Film loader thread only.
+    /// with it) or −1 on a fatal error, which Failure() then describes (errors the player has always
+    /// shown went through ReportBox as well). When the film file has arrived, `film` is replaced by what
+    /// it holds; completed items are written back into it. `handOver` may be null: items are then stored
+    /// and taken at once. Fatal: a piece size past 2 GiB, an item larger than any buffer, a stream with
+    /// no film marker in its first kMaxPreambleBytes, a film file longer than kMaxFilmFileBytes, one that
+    /// cannot be written or read back, or that holds no item (a film of another version among them).
+    /// Film loader thread only.
     std::int64_t FeedChunk(Film& film, const ItemHandOver* handOver, const std::uint8_t* bytes,
                            std::int32_t size, const std::atomic<std::int32_t>& stopRequested);
 
+    /// Why the stream cannot give a whole film, once it has ended (no more chunks will come): empty when
+    /// every item has been completed, else, for instance, "the film ends after 3 of 6 items". Film
+    /// loader thread, after its last FeedChunk.
+    std::string EndOfStream() const;
+    /// The fatal error of the last FeedChunk that returned −1; empty before. Lower case, no period.
+    const std::string& Failure() const { return failure_; }
+    /// True once every byte the film announced has arrived: the transfer may be ended.
+    bool StreamComplete() const { return announcedEnd_ > 0 && received_ >= announcedEnd_; }
+    /// Bytes the sender sent past the film's last piece, dropped.
+    std::int64_t Surplus() const { return surplus_; }
+    /// The film file the reader keeps open after a failed version check (see FilmLoadOutcome), handed
+    /// to the caller, which decides how long it stays held. Null when there is none.
+    std::unique_ptr<platform::CompoundStorage> TakeHeldFilmFile() { return std::move(heldFilmFile_); }
+
     /// The private folder, ending with '/', or empty.
     const std::string& TempFolder() const { return tempFolder_; }
+    /// Where the session's files go.
+    platform::FileSpace& Files() { return *files_; }
+
+    /// Lowers the preamble and film file bounds (tests of endless streams); never raises them.
+    void SetLimits(std::int64_t preambleBytes, std::int64_t filmFileBytes)
+    {
+        maxPreamble_ = std::min(preambleBytes, kMaxPreambleBytes);
+        maxFilmFile_ = std::min(filmFileBytes, kMaxFilmFileBytes);
+    }
 
     /// Replaces the query for the first optical drive (tests); the default asks the platform.
     void SetOpticalDriveQuery(std::function<std::optional<std::string>()> query);
@@ -156,6 +195,8 @@ private:
         Fail
     };
     bool Append(const std::uint8_t* bytes, std::int32_t size);
+    Next Fail(std::string message);
+    std::int64_t AnnouncedEnd(const Film& film) const;
     void Consume(std::int32_t count);
     Next StepOnce(Film& film, const ItemHandOver* handOver, const std::atomic<std::int32_t>& stopRequested);
     Next SeekMediaMarker(Film& film, const ItemHandOver* handOver);
@@ -165,7 +206,17 @@ private:
     void DrawProgress(const ItemHandOver* handOver);
     std::string UniqueName(const std::string& filmName) const;
 
+    platform::FileSpace* files_;
     std::string tempFolder_;
+    std::string folderError_; // Why there is no temporary folder.
+    std::string failure_;
+    std::int64_t announcedEnd_ = 0; // Stream bytes up to the film's last piece; 0 until known.
+    std::int64_t surplus_ = 0;
+    std::int64_t preambleDropped_ = 0; // Stream bytes before the film marker no longer held.
+    std::int64_t waitingFor_ = 0;      // Bytes the arriving item needs, once known to be missing.
+    std::int64_t maxPreamble_ = kMaxPreambleBytes;
+    std::int64_t maxFilmFile_ = kMaxFilmFileBytes;
+    std::unique_ptr<platform::CompoundStorage> heldFilmFile_;
     std::unique_ptr<std::uint8_t[]> buffer_;
     std::int32_t capacity_ = 0;
     std::int32_t used_ = 0;
@@ -184,11 +235,20 @@ private:
     std::unique_ptr<audio::WaveStream> narration_;
 };
 
+/// What the film loader tells the control, from the loader's thread (so: post, do not act).
+struct LoaderEvents
+{
+    std::function<void()> room;                     ///< The queue fell below kMaxQueuedBytes.
+    std::function<void()> complete;                 ///< Every byte the film announced has arrived.
+    std::function<void(const std::string&)> failed; ///< The film cannot be completed, and why.
+};
+
 /// The film loader thread's body. Returns at once unless `flags.openerRunning` is 1; otherwise, while it
 /// stays 1, feeds the oldest queued chunk to the receiver (polling every 100 ms while the queue is empty)
-/// and pops it under the queue lock once taken. A fatal error ends it. Returns 0.
+/// and pops it under the queue lock once taken. A fatal error, or the end of the stream, ends it. Each
+/// member of `events` (which may be null) is called as described there. Returns 0.
 int RunFilmLoader(FilmReceiver& receiver, ChunkQueue& queue, Film& film, const ItemHandOver* handOver,
-                  OpeningFlags& flags);
+                  OpeningFlags& flags, const LoaderEvents* events = nullptr);
 
 /// Removes the session's temporary files that the film names (clip, show and narration files, then
 /// "Film.flm"); nothing when the film has no item. Only files inside the receiver's folder are touched.

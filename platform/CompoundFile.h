@@ -63,8 +63,8 @@ public:
 private:
     struct Impl;
     explicit CompoundStorage(std::unique_ptr<Impl> impl);
-    static base::Result<std::unique_ptr<CompoundStorage>> OpenRoot(void* input, std::string_view where,
-                                                                   bool holdsFile);
+    static base::Result<std::unique_ptr<CompoundStorage>> OpenRoot(std::vector<std::uint8_t> bytes,
+                                                                   std::string_view where);
     std::unique_ptr<Impl> impl_;
 };
 

@@ -18,11 +18,18 @@ struct DownloadBlock
     bool last = false; ///< The final notification of a transfer that ended well (its bytes may be empty).
 };
 
+/// The bytes a download holds that its receiver has not taken: past this, it stops reading from the
+/// socket (or file) until TakeBlocks, so a fast or endless sender cannot fill the memory.
+inline constexpr std::size_t kMaxUntakenBytes = 1u << 20;
+/// Redirects followed at most; one more fails the transfer ("more than 10 redirects").
+inline constexpr int kMaxRedirects = 10;
+
 /// An asynchronous download of one address (http, https or file) on a thread of its own. Blocks are
 /// queued as they arrive and `wake` is called (on the transfer's thread, without any lock held) so that
-/// the receiving thread can take them with TakeBlocks. A failed or aborted transfer simply ends: no
-/// final block is queued. Connection and stall timeouts are not set: a stalled server keeps the
-/// transfer waiting until it is aborted or destroyed.
+/// the receiving thread can take them with TakeBlocks. While kMaxUntakenBytes or more wait untaken, the
+/// transfer pauses. A failed or aborted transfer simply ends: no final block is queued. Connection and
+/// stall timeouts are not set: a stalled server keeps the transfer waiting until it is aborted or
+/// destroyed.
 class Download
 {
 public:
@@ -50,7 +57,8 @@ public:
     /// Bytes received so far. Any thread.
     std::uint64_t BytesReceived() const;
 
-    /// The transfer's outcome once Finished: ok, or the library's reason. Any thread.
+    /// The transfer's outcome once Finished: ok, or why it failed, in words a user can read without the
+    /// address ("404 Not Found", "more than 10 redirects", "could not resolve host: x"). Any thread.
     base::Status Outcome() const;
 
 private:
@@ -61,8 +69,9 @@ private:
 
 /// The absolute address of `file`: unchanged when it already has a scheme; resolved as a relative
 /// reference against `documentUrl` when there is one; otherwise a path of the local file system,
-/// resolved against the current directory, as a file URL. Fails with InvalidInput when the result is not
-/// a valid address (the message names it). Any thread.
+/// resolved against the current directory, as a file URL. Fails with Unsupported for an address of
+/// another scheme ("ftp://…") and with InvalidInput when the result is not a valid address (the message
+/// names it). Any thread.
 base::Result<std::string> ResolveAddress(std::string_view documentUrl, std::string_view file);
 
 } // namespace lumenar::platform

@@ -22,6 +22,8 @@ extern "C" {
 #endif
 
 typedef int32_t LumResult;
+/* No exception thrown inside the library reaches the host: a function where one escapes returns
+ * LUM_E_FAIL (0 from the counters and IsPlaying) after one line on stderr. */
 #define LUM_S_OK ((LumResult)0)
 #define LUM_S_FALSE ((LumResult)1)
 #define LUM_E_FAIL ((LumResult)-1)              /* the operation failed (see the library's stderr line) */
@@ -77,6 +79,10 @@ typedef struct LumGuid
 #define LUM_DISPID_FILLCOLOR (-510)
 #define LUM_DISPID_READYSTATE (-525) /* sent once the last block of the film has arrived */
 #define LUM_DISPID_FILE 1
+/* Not a property: sent once per film played when the film cannot be completed (a download that fails,
+ * a stream that is not a film or ends early, a film of another version, no usable temporary folder).
+ * GetFailure gives the reason; the items that did arrive keep playing until the host stops. */
+#define LUM_DISPID_FILMFAILED 2
 
 /* Commands a host may send (the same ones the context menu and the player's button send). */
 #define LUM_COMMAND_PLAY 0x8008u
@@ -161,11 +167,17 @@ typedef struct LumSequenceCtlVtbl
     LumResult (*LoadStorage)(LumSequenceCtl* self, const char* path);
     LumResult (*SaveStorage)(LumSequenceCtl* self, const char* path);
 
-    /* Change notification: BackColor, FillColor and the ready state. *cookie identifies the sink. */
+    /* Change notification: BackColor, FillColor, the ready state and LUM_DISPID_FILMFAILED. *cookie
+     * identifies the sink. */
     LumResult (*Advise)(LumSequenceCtl* self, LumPropertyChanged sink, void* context, uint32_t* cookie);
     LumResult (*Unadvise)(LumSequenceCtl* self, uint32_t cookie);
     /* Every presented frame goes to `sink` (NULL removes it). */
     LumResult (*SetFrameSink)(LumSequenceCtl* self, LumFrameSink sink, void* context);
+
+    /* Why the film cannot be completed, as one line that follows the film's address ("404 Not Found",
+     * "the film ends after 3 of 6 items"), with its terminator; *needed = length + 1. LUM_S_FALSE and
+     * an empty text while nothing went wrong; LUM_E_BUFFERTOOSMALL when it does not fit. */
+    LumResult (*GetFailure)(LumSequenceCtl* self, char* buffer, size_t capacity, size_t* needed);
 } LumSequenceCtlVtbl;
 struct LumSequenceCtl
 {

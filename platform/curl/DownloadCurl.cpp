@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cctype>
+#include <condition_variable>
 #include <filesystem>
 #include <mutex>
 #include <thread>
@@ -83,14 +84,25 @@ std::string EncodePath(const std::string& path)
 
 } // namespace
 
+// A message of the library's starts with a capital; ours do not.
+std::string LowerFirst(std::string text)
+{
+    if (!text.empty())
+        text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+    return text;
+}
+
 struct Download::Impl
 {
     std::string url;
     Wake wake;
     CurlPtr curl;
-    std::mutex lock; // Guards blocks and outcome.
+    std::mutex lock;               // Guards blocks, untaken, outcome and statusLine.
+    std::condition_variable taken; // Signalled when blocks are taken and on Abort.
     std::vector<DownloadBlock> blocks;
+    std::size_t untaken = 0; // Bytes in `blocks`.
     base::Status outcome;
+    std::string reason; // The reason phrase of the last HTTP status line.
     std::atomic<bool> abort{false};
     std::atomic<bool> finished{false};
     std::atomic<std::uint64_t> received{0};
@@ -100,6 +112,7 @@ struct Download::Impl
     {
         {
             std::lock_guard guard(lock);
+            untaken += block.bytes.size();
             blocks.push_back(std::move(block));
         }
         if (wake)
@@ -119,13 +132,69 @@ struct Download::Impl
                            reinterpret_cast<const std::uint8_t*>(data) + bytes);
         self->received += bytes;
         self->Queue(std::move(block));
-        return bytes;
+        // Back-pressure: the socket is not read again until the receiver has taken what waits, so a
+        // sender faster than the film is played waits in its own buffers, not in our memory.
+        std::unique_lock guard(self->lock);
+        self->taken.wait(guard, [self] { return self->untaken < kMaxUntakenBytes || self->abort; });
+        return self->abort ? 0 : bytes;
+    }
+
+    // Keeps the reason phrase of each status line ("HTTP/1.1 404 Not Found"); a redirect's own line
+    // is replaced by the next response's.
+    static std::size_t OnHeader(char* data, std::size_t size, std::size_t count, void* context)
+    {
+        auto* self = static_cast<Impl*>(context);
+        const std::string_view line(data, size * count);
+        if (line.starts_with("HTTP/")) {
+            std::string_view rest = line.substr(std::min(line.find(' '), line.size()));
+            rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+            rest.remove_prefix(std::min(rest.find(' '), rest.size())); // The code.
+            while (!rest.empty() && (rest.front() == ' '))
+                rest.remove_prefix(1);
+            while (!rest.empty() && (rest.back() == '\r' || rest.back() == '\n' || rest.back() == ' '))
+                rest.remove_suffix(1);
+            std::lock_guard guard(self->lock);
+            self->reason = std::string(rest);
+        }
+        return size * count;
+    }
+
+    // Our words for the failures a user meets; the library's own text for the rest.
+    std::string Reason(CURLcode code, const char* message)
+    {
+        switch (code) {
+        case CURLE_HTTP_RETURNED_ERROR: {
+            long status = 0;
+            curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
+            std::lock_guard guard(lock);
+            return reason.empty() ? StrCat("the server answered ", status) : StrCat(status, " ", reason);
+        }
+        case CURLE_TOO_MANY_REDIRECTS:
+            return StrCat("more than ", kMaxRedirects, " redirects");
+        case CURLE_URL_MALFORMAT:
+            return "not a valid address";
+        case CURLE_UNSUPPORTED_PROTOCOL:
+            return StrCat("redirected to an address that is not http or https");
+        default:
+            return LowerFirst(message[0] != '\0' ? std::string(message) : curl_easy_strerror(code));
+        }
     }
 
     // Also called about once a second while nothing arrives, so a stalled transfer still sees Abort.
     static int OnProgress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
     {
         return static_cast<Impl*>(context)->abort ? 1 : 0;
+    }
+
+    void Fail(std::string why)
+    {
+        {
+            std::lock_guard guard(lock);
+            outcome = Error{ErrorCode::Io, std::move(why)};
+        }
+        finished = true;
+        if (wake)
+            wake();
     }
 
     void Run()
@@ -135,10 +204,8 @@ struct Download::Impl
         const CURLcode code = curl_easy_perform(curl.get());
         base::Status result;
         if (code != CURLE_OK) {
-            const std::string reason = abort        ? std::string("aborted")
-                                       : message[0] ? std::string(message)
-                                                    : curl_easy_strerror(code);
-            result = Error{ErrorCode::Io, StrCat("download of ", url, " ended: ", reason)};
+            result =
+                Error{ErrorCode::Io, abort ? std::string("the download was aborted") : Reason(code, message)};
         }
         {
             std::lock_guard guard(lock);
@@ -167,8 +234,7 @@ base::Result<std::unique_ptr<Download>> Download::Start(const std::string& url, 
 {
     const std::string scheme = SchemeOf(url);
     if (!SchemeSupported(scheme))
-        return Error{ErrorCode::Unsupported,
-                     StrCat("address ", url, " is not an http, https or file address")};
+        return Error{ErrorCode::Unsupported, "not an http, https or file address"};
     GlobalInit();
     auto impl = std::make_unique<Impl>();
     impl->url = url;
@@ -181,6 +247,9 @@ base::Result<std::unique_ptr<Download>> Download::Start(const std::string& url, 
     curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https,file");
     curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(curl, CURLOPT_MAXREDIRS, static_cast<long>(kMaxRedirects));
+    curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &Impl::OnHeader);
+    curl_easy_setopt(curl, CURLOPT_HEADERDATA, impl.get());
     curl_easy_setopt(curl, CURLOPT_FAILONERROR, 1L);
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &Impl::OnData);
@@ -189,21 +258,39 @@ base::Result<std::unique_ptr<Download>> Download::Start(const std::string& url, 
     curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, &Impl::OnProgress);
     curl_easy_setopt(curl, CURLOPT_XFERINFODATA, impl.get());
     Impl* raw = impl.get();
-    raw->thread = std::thread([raw] { raw->Run(); });
+    raw->thread = std::thread([raw] {
+        // Nothing may escape a thread: an exception fails the transfer like any other failure.
+        try {
+            raw->Run();
+        } catch (const std::exception& error) {
+            raw->Fail(StrCat("internal error: ", error.what()));
+        } catch (...) {
+            raw->Fail("internal error");
+        }
+    });
     return std::unique_ptr<Download>(new Download(std::move(impl)));
 }
 
 std::vector<DownloadBlock> Download::TakeBlocks()
 {
-    std::lock_guard guard(impl_->lock);
     std::vector<DownloadBlock> out;
-    out.swap(impl_->blocks);
+    {
+        std::lock_guard guard(impl_->lock);
+        out.swap(impl_->blocks);
+        impl_->untaken = 0;
+    }
+    impl_->taken.notify_all();
     return out;
 }
 
 void Download::Abort()
 {
-    impl_->abort = true;
+    {
+        // Under the lock, so that a transfer about to wait for room sees it.
+        std::lock_guard guard(impl_->lock);
+        impl_->abort = true;
+    }
+    impl_->taken.notify_all();
 }
 
 bool Download::Finished() const
@@ -224,8 +311,12 @@ base::Status Download::Outcome() const
 
 base::Result<std::string> ResolveAddress(std::string_view documentUrl, std::string_view file)
 {
-    if (!SchemeOf(file).empty() && SchemeSupported(SchemeOf(file)))
+    const std::string scheme = SchemeOf(file);
+    if (!scheme.empty() && SchemeSupported(scheme))
         return std::string(file);
+    // "ftp://host/film" is an address of another kind, not a file named so.
+    if (!scheme.empty() && file.substr(scheme.size()).starts_with("://"))
+        return Error{ErrorCode::Unsupported, "not an http, https or file address"};
     if (documentUrl.empty()) {
         std::error_code error;
         std::filesystem::path path =

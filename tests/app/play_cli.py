@@ -6,12 +6,15 @@
 Headless (default): a film of five differently coloured photos, served at 200 KiB/s, must show its
 first item well before the download can have ended, show every item in order, end by itself, and
 leave nothing in the temporary folder; served by a server that stalls after the second item, the
-delivered items still play and closing mid-download neither hangs nor leaves files.
+delivered items still play and closing mid-download neither hangs nor leaves files; a film that cannot
+be completed (404, a redirect loop, a film cut short, no usable temporary folder) ends the player
+within seconds with one line that says why and exit status 1.
 
 --window (run under xvfb-run): the same film in a real window; a screenshot of the screen while
 item 1 dwells must match the frame the headless player presents for item 1.
 """
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -161,6 +164,34 @@ def headless(lumenar, server, work):
         fail("closing during a stalled download took %.1f s" % took)
     check_temp_empty(env["TMPDIR"])
     print("stalled after %d bytes: items %s played, closed after %.1f s" % (stall_at, order, took))
+
+    # Films that cannot be completed: one line, exit status 1, within seconds.
+    cut = os.path.join(work, "cut.film")
+    with open(film, "rb") as whole, open(cut, "wb") as part:
+        part.write(whole.read(size - sum(os.path.getsize(os.path.join(work, "film", "p%d.jpg" % i))
+                                         for i in range(1, 5))))
+    missing = Server(server, film, os.path.join(work, "missing.log"), "--status", "404")
+    looping = Server(server, film, os.path.join(work, "looping.log"), "--redirect-loop")
+    rows = [
+        ("404", missing.url, env, re.escape(missing.url) + ": 404 Not Found"),
+        ("redirect loop", looping.url, env, re.escape(looping.url) + ": more than 10 redirects"),
+        ("cut short", cut, env, re.escape(cut) + r": the film ends after [01] of 5 items"),
+        ("no temporary folder", film, dict(env, TMPDIR=os.path.join(work, "no-such-folder")),
+         re.escape(film) + ": cannot write the film file: cannot make a private folder .*"),
+    ]
+    for name, address, environment, expected in rows:
+        started = time.time()
+        result = run([lumenar, "play", address, "--headless", "--seconds", "60"], expect=1, env=environment)
+        took = time.time() - started
+        lines = [line for line in result.stderr.decode().splitlines() if line.startswith("lumenar:")]
+        if len(lines) != 1 or not re.fullmatch("lumenar: " + expected, lines[0]):
+            fail("%s: the player said %s" % (name, lines))
+        if took > 15:
+            fail("%s: the player took %.1f s to give up" % (name, took))
+        print("%s: '%s' after %.1f s" % (name, lines[0], took))
+    missing.close()
+    looping.close()
+    check_temp_empty(env["TMPDIR"])
 
 
 def window(lumenar, server, work):

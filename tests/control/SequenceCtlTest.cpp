@@ -344,6 +344,108 @@ TEST_F(SequenceCtlTest, DestroyingMidDownloadLeavesNoThreadAndNoFile)
     }
 }
 
+/// Open descriptors of this process.
+int DescriptorCount()
+{
+    int count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        ++count;
+    return count;
+}
+
+/// A film stream whose film file has format version `version` and one item.
+Bytes StreamOfVersion(std::uint32_t version)
+{
+    testing::FilmDescription description;
+    description.version = version;
+    description.items = {{testing::PhotoItem(film::SizedName(10, "p.jpg")), std::nullopt}};
+    const Bytes file = testing::WriteCompoundFile(testing::FilmNodes(description));
+    // Byte by byte: g++ 12 at -O2 takes a ranged insert of the short markers for an overflow.
+    Bytes stream;
+    for (std::string_view part : {film::kFilmMarker, std::string_view(), film::kMediaMarker}) {
+        for (char c : part)
+            stream.push_back(static_cast<std::uint8_t>(c));
+        if (part.empty())
+            for (std::uint8_t byte : file)
+                stream.push_back(byte);
+    }
+    return stream;
+}
+
+TEST_F(SequenceCtlTest, FilmsThatCannotBeCompletedAreToldOnceWithTheReason)
+{
+    const std::string good = FilmFile(2, film::kAdvanceManual);
+    const Bytes goodBytes = testing::MakeFilmStream(2, film::kAdvanceManual);
+    files_.push_back(testing::WriteTempFile(Bytes(goodBytes.begin(), goodBytes.begin() + 300), "cut.flm"));
+    const std::string cut = files_.back();
+    files_.push_back(testing::WriteTempFile(testing::Pattern(3000, 1), "noise.flm"));
+    const std::string noise = files_.back();
+    files_.push_back(testing::WriteTempFile(StreamOfVersion(201), "newer.flm"));
+    const std::string newer = files_.back();
+    FilmServer missing(good, {.status = 404});
+    FilmServer looping(good, {.redirectLoop = true});
+    ASSERT_FALSE(missing.Address().empty() || looping.Address().empty());
+    struct Row
+    {
+        const char* name;
+        std::string file;
+        std::string reason; // Failure() starts with this; empty: the film plays whole.
+    } rows[] = {
+        {"404", missing.Address(), "404 Not Found"},
+        {"redirect loop", looping.Address(), "more than 10 redirects"},
+        {"nobody listens", "http://127.0.0.1:1/film", "failed to connect to 127.0.0.1 port 1"},
+        {"other scheme", "ftp://127.0.0.1/film", "not an http, https or file address"},
+        {"missing file", good + ".missing", "couldn't open file"},
+        {"no film marker", noise, "not a film stream (no film marker in its 3000 bytes)"},
+        {"ends inside the film file", cut, "the stream ends inside the film file"},
+        {"newer version", newer, "the film file has version 201; this player reads version 200"},
+        {"whole", good, ""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        ASSERT_EQ(Create(row.file), 0);
+        std::vector<std::int32_t> told;
+        control_->Advise([&](std::int32_t dispid) { told.push_back(dispid); });
+        if (row.reason.empty()) {
+            // The ready state and the items, both read on this thread (the receiver is the loader's).
+            ASSERT_TRUE(PumpUntil([&] {
+                return std::find(told.begin(), told.end(), kDispidReadyState) != told.end() &&
+                       ItemCount() >= 1;
+            }));
+            host_->Pump(50);
+            EXPECT_EQ(control_->Failure(), "");
+            EXPECT_TRUE(std::find(told.begin(), told.end(), kDispidFilmFailed) == told.end());
+            continue;
+        }
+        ASSERT_TRUE(PumpUntil([&] { return !control_->Failure().empty(); }, 10000));
+        EXPECT_EQ(control_->Failure().substr(0, row.reason.size()), row.reason);
+        EXPECT_EQ(std::count(told.begin(), told.end(), kDispidFilmFailed), 1);
+        EXPECT_FALSE(control_->Downloading()) << "the transfer of a failed film ends";
+    }
+}
+
+TEST_F(SequenceCtlTest, FilmFilesHeldForTheirVersionAreReleasedWithTheControl)
+{
+    files_.push_back(testing::WriteTempFile(StreamOfVersion(199), "older.flm"));
+    const std::string older = files_.back();
+    ASSERT_EQ(Create(older), 0);
+    ASSERT_TRUE(PumpUntil([&] { return !control_->Failure().empty(); }));
+    control_.reset();
+    const int before = DescriptorCount();
+    for (int film = 1; film <= 5; ++film) {
+        SCOPED_TRACE(film);
+        ASSERT_EQ(Create(older), 0);
+        ASSERT_TRUE(PumpUntil([&] { return !control_->Failure().empty(); }));
+        // While the control lives the file stays held; Play and Stop do not let it go.
+        Command(kCommandStop);
+        Command(kCommandPlay);
+        ASSERT_TRUE(PumpUntil([&] { return !control_->Failure().empty(); }));
+        EXPECT_GT(DescriptorCount(), before);
+        control_.reset();
+        EXPECT_EQ(DescriptorCount(), before);
+    }
+}
+
 TEST_F(SequenceCtlTest, ContextMenuGreysTheRightEntryAndSendsTheChoice)
 {
     ASSERT_EQ(Create(FilmFile(1, film::kAdvanceManual)), 0);

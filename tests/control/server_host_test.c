@@ -1,5 +1,6 @@
 /* A host written in C: loads liblumenar.so with dlopen, makes the control through its class factory,
- * plays a small film headless, checks properties, a property bag and the stream, and tears down.
+ * plays a small film headless, checks properties, a property bag and the stream, learns that a film
+ * that is not there cannot be completed, and tears down.
  *   server_host_test LIBRARY FILM */
 #define _DEFAULT_SOURCE
 #include "lumenar/lumenar.h"
@@ -170,6 +171,24 @@ int main(int argc, char** argv)
     CHECK(ctl->vtbl->SendCommand(ctl, 0x1234) == LUM_E_INVALIDARG);
     CHECK(ctl->vtbl->Pump(ctl, 0) == LUM_S_OK);
     CHECK(ctl->vtbl->IsPlaying(ctl) == 0);
+
+    char reason[256];
+    CHECK(ctl->vtbl->GetFailure(ctl, reason, sizeof reason, &needed) == LUM_S_FALSE && reason[0] == '\0');
+
+    /* A film that is not there: the sink hears once that it cannot be completed, and why. */
+    CHECK(ctl->vtbl->DestroyWindow(ctl) == LUM_S_OK);
+    char missing[4096];
+    snprintf(missing, sizeof missing, "%s.missing", argv[2]);
+    CHECK(ctl->vtbl->SetFile(ctl, missing) == LUM_S_OK);
+    changeCount = 0;
+    CHECK(ctl->vtbl->CreateWindow(ctl, &site) == LUM_S_OK);
+    const double failing = Seconds();
+    while (Seconds() - failing < 10 && changeCount == 0)
+        CHECK(ctl->vtbl->Pump(ctl, 10) == LUM_S_OK);
+    CHECK(changeCount == 1 && changes[0] == LUM_DISPID_FILMFAILED);
+    CHECK(ctl->vtbl->GetFailure(ctl, small, sizeof small, &needed) == LUM_E_BUFFERTOOSMALL && needed > 4);
+    CHECK(ctl->vtbl->GetFailure(ctl, reason, sizeof reason, &needed) == LUM_S_OK);
+    CHECK(strncmp(reason, "couldn't open file ", 19) == 0 && strlen(reason) + 1 == needed);
 
     CHECK(ctl->vtbl->Unadvise(ctl, cookie) == LUM_S_OK);
     CHECK(ctl->vtbl->Unadvise(ctl, cookie) == LUM_E_INVALIDARG);

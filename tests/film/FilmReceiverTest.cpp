@@ -14,7 +14,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <algorithm>
 #include <map>
+#include <optional>
 #include <thread>
 
 namespace lumenar::film {
@@ -209,10 +211,15 @@ TEST(ChunkQueue, KeepsCopiesInOrderAndEmptiesCleanly)
     // The tail went back to the head: the next push is found again.
     queue.Push(Bytes{5});
     EXPECT_EQ(queue.Peek()->bytes, (Bytes{5}));
-    queue.Push(Bytes{6});
+    queue.Push(Bytes{6, 7});
+    queue.PushEndOfStream();
+    EXPECT_EQ(queue.Bytes(), 3u) << "the bytes of every chunk, none for the end mark";
+    queue.Pop();
+    EXPECT_EQ(queue.Bytes(), 2u);
     queue.Clear();
     EXPECT_EQ(queue.Peek(), nullptr);
     EXPECT_EQ(queue.Count(), 0u);
+    EXPECT_EQ(queue.Bytes(), 0u);
 }
 
 TEST(FilmReceiver, AnyChunkingGivesTheSameItemsAndFiles)
@@ -445,13 +452,144 @@ TEST(FilmReceiver, FatalPiecesAreReportedAndEndTheFeed)
     }
 }
 
-TEST(FilmReceiver, EmptyFilmsFinishAtOnce)
+// A receiver whose files stay in memory, fed without a playback stand-in.
+struct MemoryRun
 {
-    Fixture f;
-    FeedRun run;
-    run.Feed(f.Stream(), 64);
-    EXPECT_EQ(run.receiver.State(), kFinished);
-    EXPECT_TRUE(run.AllTaken(f.Stream(), 64));
+    platform::ManualClock clock;
+    platform::ManualTimers timers{clock};
+    platform::MemoryFiles files;
+    Film film;
+    std::optional<FilmReceiver> receiver;
+    std::atomic<std::int32_t> stop{0};
+    std::int32_t peakCapacity = 0;
+
+    explicit MemoryRun(bool refuseFolders = false)
+    {
+        if (refuseFolders)
+            files.RefuseFolders();
+        receiver.emplace(nullptr, timers, files);
+    }
+    // Feeds `stream` in chunks of `chunk` bytes until one fails; returns the last result.
+    std::int64_t Feed(const Bytes& stream, std::size_t chunk)
+    {
+        std::int64_t result = 0;
+        for (std::size_t at = 0; at < stream.size() && result != -1; at += chunk) {
+            const auto size = static_cast<std::int32_t>(std::min(chunk, stream.size() - at));
+            result = receiver->FeedChunk(film, nullptr, stream.data() + at, size, stop);
+            peakCapacity = std::max(peakCapacity, receiver->Capacity());
+        }
+        return result;
+    }
+};
+
+// A stream that carries `fileBytes` as its film file.
+Bytes StreamOfFilmFile(const Bytes& fileBytes)
+{
+    Bytes out(kFilmMarker.begin(), kFilmMarker.end());
+    out.insert(out.end(), fileBytes.begin(), fileBytes.end());
+    out.insert(out.end(), kMediaMarker.begin(), kMediaMarker.end());
+    return out;
+}
+
+TEST(FilmReceiver, StreamsThatCannotGiveAFilmSayWhy)
+{
+    const Bytes three = ThreePhotos().Stream();
+    const std::size_t mediaEnd = static_cast<std::size_t>(
+        std::search(three.begin(), three.end(), kMediaMarker.begin(), kMediaMarker.end()) - three.begin() +
+        kMediaMarker.size());
+    auto versioned = [](std::uint32_t version) {
+        testing::FilmDescription description;
+        description.version = version;
+        description.items = {{testing::PhotoItem(SizedName(10, "p.jpg")), std::nullopt}};
+        return StreamOfFilmFile(testing::WriteCompoundFile(testing::FilmNodes(description)));
+    };
+    struct Row
+    {
+        const char* name;
+        Bytes stream;
+        bool refuseFolders;
+        const char* failure;     // FeedChunk's fatal error, or empty.
+        const char* endOfStream; // What an end of the stream here says, when nothing failed.
+        const char* message;     // A message box the player has always shown.
+    } rows[] = {
+        {"no items", StreamOfFilmFile(WriteFilmFile(Film()).value()), false, "the film holds no items", "",
+         ""},
+        {"newer version", versioned(201), false,
+         "the film file has version 201; this player reads version 200", "",
+         "|This film requires a newer version of Vistrel"},
+        {"older version", versioned(199), false,
+         "the film file has version 199; this player reads version 200", "", ""},
+        {"not a compound file", StreamOfFilmFile(Pattern(600, 2)), false,
+         "the film file is not a compound file", "", ""},
+        {"no temporary folder", three, true,
+         "cannot write the film file: cannot make a private folder /memory/lumenar-: refused", "", ""},
+        {"no film marker", Pattern(5000, 3), false, "",
+         "not a film stream (no film marker in its 5000 bytes)", ""},
+        {"ends inside the film file", Bytes(three.begin(), three.begin() + 500), false, "",
+         "the stream ends inside the film file (no media marker in its 500 bytes)", ""},
+        {"ends after the film file", Bytes(three.begin(), three.begin() + mediaEnd + 5000), false, "",
+         "the film ends after 0 of 3 items", ""},
+        {"ends after one item", Bytes(three.begin(), three.begin() + mediaEnd + 5120 + 700 + 90 + 10), false,
+         "", "the film ends after 1 of 3 items", ""},
+        {"whole", three, false, "", "", ""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        testing::MessageCapture messages;
+        MemoryRun run(row.refuseFolders);
+        const std::int64_t result = run.Feed(row.stream, 700);
+        EXPECT_EQ(result == -1, row.failure[0] != '\0');
+        EXPECT_EQ(run.receiver->Failure(), row.failure);
+        if (result != -1) {
+            EXPECT_EQ(run.receiver->EndOfStream(), row.endOfStream);
+        }
+        EXPECT_EQ(messages.Lines().empty() ? std::string() : messages.Lines()[0], row.message);
+    }
+}
+
+TEST(FilmReceiver, EndlessStreamsHoldBoundedMemory)
+{
+    constexpr std::size_t kChunk = 16 * 1024;
+    constexpr std::int64_t kPreamble = 1 << 20;
+    constexpr std::int64_t kFilmFile = 256 * 1024;
+    const Fixture three = ThreePhotos();
+    const Bytes whole = three.Stream();
+    const Bytes endless(8 << 20, 'V'); // The marker's first letter over and over: no marker ever.
+    auto after = [](Bytes head, const Bytes& tail) {
+        head.insert(head.end(), tail.begin(), tail.end());
+        return head;
+    };
+    struct Row
+    {
+        const char* name;
+        Bytes stream;
+        std::int64_t peak; // The buffer's largest capacity must stay at or below this.
+        const char* failure;
+    } rows[] = {
+        {"no film marker", endless, 2 * kChunk,
+         "not a film stream (no film marker in its first 1064960 bytes)"},
+        {"a film file that never ends", after(Bytes(kFilmMarker.begin(), kFilmMarker.end()), endless),
+         2 * (kFilmFile + kChunk), "the film file is longer than 262144 bytes (no media marker after it)"},
+        {"bytes past the last piece", after(whole, endless),
+         2 * static_cast<std::int64_t>(whole.size() + kChunk), ""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        MemoryRun run;
+        run.receiver->SetLimits(kPreamble, kFilmFile);
+        const std::int64_t result = run.Feed(row.stream, kChunk);
+        EXPECT_LE(run.peakCapacity, row.peak);
+        EXPECT_EQ(run.receiver->Failure(), row.failure);
+        EXPECT_EQ(result == -1, row.failure[0] != '\0');
+        if (result != -1) {
+            EXPECT_EQ(run.receiver->State(), kFinished);
+            EXPECT_TRUE(run.receiver->StreamComplete());
+            EXPECT_EQ(run.receiver->Received(), static_cast<std::int64_t>(whole.size()));
+            EXPECT_EQ(run.receiver->Surplus(), static_cast<std::int64_t>(endless.size()));
+            EXPECT_EQ(run.receiver->Used(), 0) << "nothing past the film is kept";
+            EXPECT_EQ(run.film.ItemCount(), 3);
+        }
+    }
 }
 
 TEST(FilmReceiver, CdNarrationUsesTheFirstOpticalDriveOrNone)
@@ -620,6 +758,66 @@ TEST(FilmLoader, FeedsQueuedChunksUntilTheOpenerStops)
     std::lock_guard guard(queue.Lock());
     EXPECT_EQ(queue.Peek(), nullptr);
     EXPECT_EQ(run.receiver.State(), kFinished);
+}
+
+TEST(FilmLoader, TellsTheEndTheRoomAndTheFailure)
+{
+    const Bytes three = ThreePhotos().Stream();
+    const Bytes big = [] {
+        Fixture f = ThreePhotos();
+        f.preamble = Pattern(kMaxQueuedBytes + 100000, 4); // Fills the queue past its bound.
+        return f.Stream();
+    }();
+    const std::size_t firstItemEnd = three.size() - 333 - 401 - WaveFile(Pattern(640, 5)).size();
+    Film fatal;
+    FilmItem odd = testing::PhotoItem("1_p.jpg");
+    odd.sound.cstrName = "1_n.mp3";
+    fatal.AddItem(odd);
+    struct Row
+    {
+        const char* name;
+        Bytes stream;
+        bool ended; // An end-of-stream mark follows the bytes.
+        std::vector<std::string> told;
+    } rows[] = {
+        {"whole", three, true, {"complete"}},
+        {"whole, with room made", big, true, {"room", "complete"}},
+        {"cut after item 1",
+         Bytes(three.begin(), three.begin() + firstItemEnd),
+         true,
+         {"failed: the film ends after 1 of 3 items"}},
+        {"fatal piece",
+         RawStream(fatal, {1, 2}),
+         false,
+         {"failed: item 1's narration 1_n_1.mp3 is neither a .ca nor a .wav file"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        testing::MessageCapture messages;
+        MemoryRun run;
+        OpeningFlags flags;
+        flags.openerRunning = 1;
+        ChunkQueue queue;
+        {
+            std::lock_guard guard(queue.Lock());
+            for (std::size_t at = 0; at < row.stream.size(); at += 65536)
+                queue.Push(
+                    std::span(row.stream).subspan(at, std::min<std::size_t>(65536, row.stream.size() - at)));
+            if (row.ended)
+                queue.PushEndOfStream();
+        }
+        std::vector<std::string> told; // Written by the loader only, read after it returned.
+        LoaderEvents events;
+        events.room = [&] { told.push_back("room"); };
+        events.complete = [&] { told.push_back("complete"); };
+        events.failed = [&](const std::string& why) { told.push_back("failed: " + why); };
+        RunFilmLoader(*run.receiver, queue, run.film, nullptr, flags, &events); // Returns by itself.
+        // The narration's new name lies in the run's own folder: keep only the name.
+        for (std::string& line : told)
+            if (const std::size_t folder = line.find("/memory/"); folder != std::string::npos)
+                line.erase(folder, line.find("1_n_1") - folder);
+        EXPECT_EQ(told, row.told);
+    }
 }
 
 TEST(FilmLoader, EndsOnAFatalChunkAndOnStopWhileWaitingForPlayback)

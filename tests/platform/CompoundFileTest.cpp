@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <functional>
 
 namespace lumenar::platform {
 namespace {
@@ -72,6 +73,62 @@ TEST(CompoundFile, RefusesWhatIsNotACompoundFile)
     EXPECT_EQ(CompoundStorage::OpenMemory(text).error().code, base::ErrorCode::BadData);
     EXPECT_EQ(CompoundStorage::OpenFile("/nonexistent/film.flm").error().code, base::ErrorCode::NotFound);
     EXPECT_TRUE(CompoundStorage::Sniff(testing::WriteCompoundFile(SampleTree())));
+}
+
+// Little-endian words of a file in memory, for the damage below.
+std::uint32_t WordAt(const Bytes& bytes, std::size_t at)
+{
+    return bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 |
+           static_cast<std::uint32_t>(bytes[at + 3]) << 24;
+}
+void SetWord(Bytes& bytes, std::size_t at, std::uint32_t value)
+{
+    for (int i = 0; i < 4; ++i)
+        bytes[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
+}
+
+TEST(CompoundFile, DamagedTablesFailOrEndInsteadOfLooping)
+{
+    const Bytes good = testing::WriteCompoundFile(SampleTree());
+    // 512-byte sectors: sector n starts at (n + 1) * 512; the header names the directory's first sector
+    // (offset 48) and the first sector of the allocation table (offset 76).
+    const std::uint32_t directory = WordAt(good, 48);
+    const std::size_t entries = (directory + 1) * 512;
+    const std::size_t fat = (WordAt(good, 76) + 1) * 512;
+    const std::uint32_t firstChild = WordAt(good, entries + 76);
+    struct Row
+    {
+        const char* name;
+        std::function<void(Bytes&)> damage;
+        bool opens;
+    } rows[] = {
+        {"a child is its own sibling",
+         [&](Bytes& b) {
+             SetWord(b, entries + firstChild * 128 + 68, firstChild);
+             SetWord(b, entries + firstChild * 128 + 72, firstChild);
+         },
+         true},
+        {"a storage is its own child", [&](Bytes& b) { SetWord(b, entries + 76, 0); }, true},
+        {"the directory's chain loops", [&](Bytes& b) { SetWord(b, fat + 4 * directory, directory); }, true},
+        {"the directory lies past the end", [&](Bytes& b) { SetWord(b, 48, 100000); }, false},
+        {"huge sectors", [&](Bytes& b) { b[30] = 30; }, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Bytes damaged = good;
+        row.damage(damaged);
+        auto root = CompoundStorage::OpenMemory(damaged);
+        EXPECT_EQ(root.ok(), row.opens);
+        if (root.ok()) {
+            auto elements = (*root)->Elements();
+            ASSERT_TRUE(elements.ok());
+            EXPECT_LE(elements->size(), 3u);
+        }
+    }
+    // Every prefix of a good file fails cleanly or reads.
+    for (std::size_t cut = 0; cut < good.size(); cut += 97)
+        if (auto root = CompoundStorage::OpenMemory(std::span(good).first(cut)); root.ok())
+            (void)(*root)->ReadStream("Alpha", 16);
 }
 
 TEST(CompoundFile, FileIsHeldExclusivelyWhileOpenAndWhenKept)

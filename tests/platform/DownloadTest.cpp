@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -52,6 +53,12 @@ public:
             seen_ = wakes_;
         }
     }
+    /// Waits, taking nothing, until `done` holds after a wake; false on a 20 s timeout.
+    template <typename Done> bool Await(Done done)
+    {
+        std::unique_lock guard(lock_);
+        return changed_.wait_until(guard, std::chrono::steady_clock::now() + std::chrono::seconds(20), done);
+    }
     std::vector<std::uint8_t> bytes;
     int lastCount = 0;
     int blocks = 0;
@@ -92,6 +99,7 @@ TEST(Download, ResolvesAddressesAgainstTheDocument)
     EXPECT_EQ(relative->rfind("file:///", 0), 0u);
     EXPECT_NE(relative->find("/films/f.flm"), std::string::npos);
     EXPECT_FALSE(ResolveAddress("", "").ok());
+    EXPECT_EQ(ResolveAddress("", "ftp://host/f").error().code, base::ErrorCode::Unsupported);
 }
 
 TEST(Download, RefusesOtherSchemes)
@@ -122,21 +130,30 @@ TEST(Download, DeliversEveryByteInOrderWithOneFinalNotification)
     std::remove(path.c_str());
 }
 
-TEST(Download, FailedTransfersGiveNoFinalNotification)
+TEST(Download, FailedTransfersGiveNoFinalNotificationAndSayWhy)
 {
     const auto film = Pattern(50000);
     const std::string path = testing::WriteTempFile(film, "download.bin");
     FilmServer early(path, {.closeAfter = 20000});
-    ASSERT_FALSE(early.Address().empty());
+    FilmServer missing(path, {.status = 404});
+    FilmServer broken(path, {.status = 500});
+    FilmServer looping(path, {.redirectLoop = true});
+    ASSERT_FALSE(early.Address().empty() || missing.Address().empty() || broken.Address().empty() ||
+                 looping.Address().empty());
     struct Row
     {
         const char* name;
         std::string url;
         std::size_t bytes;
+        std::string reason; // The outcome's message starts with this.
     } rows[] = {
-        {"server closes early", early.Address(), 20000},
-        {"missing file", *ResolveAddress("", path + ".missing"), 0},
-        {"nobody listens", "http://127.0.0.1:1/film", 0},
+        {"server closes early", early.Address(), 20000, "transfer closed with 30000 bytes remaining"},
+        {"missing file", *ResolveAddress("", path + ".missing"), 0, "couldn't open file"},
+        {"nobody listens", "http://127.0.0.1:1/film", 0, "failed to connect to 127.0.0.1 port 1"},
+        {"malformed", "http://[::1", 0, "not a valid address"},
+        {"404", missing.Address(), 0, "404 Not Found"},
+        {"500", broken.Address(), 0, "500 Internal Server Error"},
+        {"redirect loop", looping.Address(), 0, "more than 10 redirects"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -144,11 +161,37 @@ TEST(Download, FailedTransfersGiveNoFinalNotification)
         auto download = Download::Start(row.url, receiver.Wake());
         ASSERT_TRUE(download.ok());
         ASSERT_TRUE(receiver.Drain(**download, [] { return false; }));
-        EXPECT_FALSE((*download)->Outcome().ok());
+        ASSERT_FALSE((*download)->Outcome().ok());
+        EXPECT_EQ((*download)->Outcome().error().message.substr(0, row.reason.size()), row.reason);
         EXPECT_EQ(receiver.bytes.size(), row.bytes);
         EXPECT_EQ(receiver.lastCount, 0);
     }
+    // Each address is asked for once and the loop ends at the limit (the first request and 10 more).
+    const std::vector<std::string> log = looping.Log();
+    EXPECT_EQ(std::count_if(log.begin(), log.end(),
+                            [](const std::string& line) { return line.starts_with("start"); }),
+              kMaxRedirects + 1);
     std::remove(path.c_str());
+}
+
+TEST(Download, PausesWhileItsReceiverHoldsBack)
+{
+    // An endless source: without the pause the untaken bytes grow as fast as it can be read.
+    Receiver receiver;
+    auto download = Download::Start("file:///dev/zero", receiver.Wake());
+    ASSERT_TRUE(download.ok());
+    Download& zeros = **download;
+    constexpr std::size_t kOneBlockMore = 1u << 16;
+    for (int round = 1; round <= 3; ++round) {
+        SCOPED_TRACE(round);
+        // Wait, taking nothing, until the transfer has filled its bound; then it must stand still.
+        ASSERT_TRUE(receiver.Await([&] { return zeros.BytesReceived() >= round * kMaxUntakenBytes; }));
+        EXPECT_LE(zeros.BytesReceived(), round * (kMaxUntakenBytes + kOneBlockMore));
+        zeros.TakeBlocks();
+    }
+    EXPECT_FALSE(zeros.Finished());
+    zeros.Abort();     // Must wake the paused transfer...
+    download->reset(); // ...so that its thread can be joined.
 }
 
 TEST(Download, AbortEndsTheTransferAtItsNextBlock)

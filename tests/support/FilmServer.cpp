@@ -30,6 +30,10 @@ FilmServer::FilmServer(const std::string& file, FilmServerOptions options)
         command += " --stall-after " + std::to_string(options.stallAfter);
     if (options.closeAfter >= 0)
         command += " --close-after " + std::to_string(options.closeAfter);
+    if (options.status != 0)
+        command += " --status " + std::to_string(options.status);
+    if (options.redirectLoop)
+        command += " --redirect-loop";
     command += " >/dev/null";
     pipe_ = popen(command.c_str(), "w");
     if (pipe_ == nullptr)

@@ -9,9 +9,11 @@ namespace lumenar::testing {
 /// Behaviour of the loopback server (tests/support/film_server.py).
 struct FilmServerOptions
 {
-    long throttle = 0;    ///< Bytes per second; 0 sends as fast as possible.
-    long stallAfter = -1; ///< Hold the connection open after this many bytes.
-    long closeAfter = -1; ///< Close the connection after this many bytes.
+    long throttle = 0;         ///< Bytes per second; 0 sends as fast as possible.
+    long stallAfter = -1;      ///< Hold the connection open after this many bytes.
+    long closeAfter = -1;      ///< Close the connection after this many bytes.
+    int status = 0;            ///< Answer every request with this HTTP status (and no film).
+    bool redirectLoop = false; ///< Answer every request with a redirect to another address, for ever.
 };
 
 /// Serves `file` on 127.0.0.1 until destroyed. Address() fails the test loudly (empty string) when

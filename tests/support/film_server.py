@@ -12,6 +12,8 @@ the client went away), so a test can tell how often and how far the film was fet
 --stall-after  after N bytes, stop sending and hold the connection open until the client leaves
 --close-after  after N bytes, close the connection (the response is then short of its length)
 --block        bytes per write (default 4096)
+--status       answer every request with this HTTP status and its reason phrase, and no film
+--redirect-loop  answer every request with a redirect to the next of /loop1, /loop2, ... without end
 --port-file    also write the port number to PATH (written whole, once listening)
 --log          write the request lines to PATH instead of stdout
 --exit-on-stdin-eof  end when standard input closes (a test that started the server with a pipe
@@ -33,6 +35,8 @@ def main():
     parser.add_argument("--stall-after", type=int, default=-1)
     parser.add_argument("--close-after", type=int, default=-1)
     parser.add_argument("--block", type=int, default=4096)
+    parser.add_argument("--status", type=int, default=0)
+    parser.add_argument("--redirect-loop", action="store_true")
     parser.add_argument("--port-file")
     parser.add_argument("--log")
     parser.add_argument("--exit-on-stdin-eof", action="store_true")
@@ -56,6 +60,20 @@ def main():
         def do_GET(self):
             log(f"start {self.path}")
             sent = 0
+            if options.status:
+                self.send_response(options.status)
+                self.send_header("Content-Length", "0")
+                self.end_headers()
+                log(f"sent {sent}")
+                return
+            if options.redirect_loop:
+                number = int(self.path[5:]) if self.path.startswith("/loop") and self.path[5:].isdigit() else 0
+                self.send_response(302)
+                self.send_header("Location", f"/loop{number + 1}")
+                self.send_header("Content-Length", "0")
+                self.end_headers()
+                log(f"sent {sent}")
+                return
             try:
                 self.send_response(200)
                 self.send_header("Content-Type", "application/octet-stream")
