@@ -311,9 +311,12 @@ void SequenceCtl::StartSession()
     handOver_.clientHeight = area.bottom - area.top;
     // Created "suspended": the thread waits for OnStartFilm (or the session's end) to release it.
     loaderStart_ = std::make_unique<platform::AutoResetEvent>();
-    loaderThread_ = std::thread([this] {
+    loaderThread_ = std::thread([this, reports = player_->Reports()] {
         loaderStart_->Wait(platform::kWaitForever);
         platform::SetCurrentThreadName("FilmLoader");
+        // What the loader reports (a film of another version, narration damage) is shown on the
+        // control's thread with the player's own reports, never in a box that holds the loader.
+        platform::ThreadMessageSink reportsGo(reports);
         // Nothing may escape a thread: an exception ends the loading as a fatal error would.
         try {
             film::RunFilmLoader(*receiver_, *queue_, *film_, &handOver_, *flags_, &loaderEvents_);

@@ -5,6 +5,7 @@
 #include "control/Registration.h"
 #include "control/SequenceCtl.h"
 #include "platform/AudioOut.h"
+#include "platform/CorruptPhotoPolicy.h"
 #include "platform/Process.h"
 #include "platform/Window.h"
 
@@ -375,6 +376,16 @@ LumResult ControlGetFailure(LumSequenceCtl* self, char* buffer, size_t capacity,
     return copied == LUM_S_OK && failure.empty() ? LUM_S_FALSE : copied;
 }
 
+LumResult ControlSetCompatibility(LumSequenceCtl*, uint32_t flags)
+{
+    if ((flags & ~LUM_COMPAT_EXIT_ON_CORRUPT_PHOTO) != 0)
+        return LUM_E_INVALIDARG;
+    platform::SetCorruptPhotoAction((flags & LUM_COMPAT_EXIT_ON_CORRUPT_PHOTO) != 0
+                                        ? platform::CorruptPhotoAction::EndProcess
+                                        : platform::CorruptPhotoAction::FailPhoto);
+    return LUM_S_OK;
+}
+
 const LumSequenceCtlVtbl kControlTable = {
     kSafeZero<ControlAddRef>,
     kSafeZero<ControlRelease>,
@@ -399,6 +410,7 @@ const LumSequenceCtlVtbl kControlTable = {
     kSafe<ControlUnadvise>,
     kSafe<ControlSetFrameSink>,
     kSafe<ControlGetFailure>,
+    kSafe<ControlSetCompatibility>,
 };
 
 struct FactoryHandle

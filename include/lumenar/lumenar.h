@@ -84,6 +84,13 @@ typedef struct LumGuid
  * GetFailure gives the reason; the items that did arrive keep playing until the host stops. */
 #define LUM_DISPID_FILMFAILED 2
 
+/* Compatibility settings for SetCompatibility, all off unless a host asks for them.
+ * LUM_COMPAT_EXIT_ON_CORRUPT_PHOTO: a photo corrupt in one of the two ways the player once ended its
+ * process on (a coefficient run past the end of a block, no memory for a Huffman table) ends the
+ * process with exit status 1 again, instead of being refused with a warning while the film plays on.
+ * It applies to the whole process, every control in it. */
+#define LUM_COMPAT_EXIT_ON_CORRUPT_PHOTO 0x1u
+
 /* Commands a host may send (the same ones the context menu and the player's button send). */
 #define LUM_COMMAND_PLAY 0x8008u
 #define LUM_COMMAND_STOP 0x8009u
@@ -178,6 +185,9 @@ typedef struct LumSequenceCtlVtbl
      * "the film ends after 3 of 6 items"), with its terminator; *needed = length + 1. LUM_S_FALSE and
      * an empty text while nothing went wrong; LUM_E_BUFFERTOOSMALL when it does not fit. */
     LumResult (*GetFailure)(LumSequenceCtl* self, char* buffer, size_t capacity, size_t* needed);
+    /* Switches the LUM_COMPAT_* settings in `flags` on and every other off. LUM_E_INVALIDARG for an
+     * unknown flag (nothing changes then). */
+    LumResult (*SetCompatibility)(LumSequenceCtl* self, uint32_t flags);
 } LumSequenceCtlVtbl;
 struct LumSequenceCtl
 {

@@ -1,7 +1,8 @@
 /* A host written in C: loads liblumenar.so with dlopen, makes the control through its class factory,
  * plays a small film headless, checks properties, a property bag and the stream, learns that a film
- * that is not there cannot be completed, and tears down.
- *   server_host_test LIBRARY FILM */
+ * that is not there cannot be completed, plays a film with a photo the player once ended its process on
+ * (the host survives it and the film plays to its end), and tears down.
+ *   server_host_test LIBRARY FILM DAMAGED_FILM */
 #define _DEFAULT_SOURCE
 #include "lumenar/lumenar.h"
 
@@ -83,8 +84,8 @@ static double Seconds(void)
 
 int main(int argc, char** argv)
 {
-    if (argc < 3) {
-        fprintf(stderr, "usage: server_host_test LIBRARY FILM\n");
+    if (argc < 4) {
+        fprintf(stderr, "usage: server_host_test LIBRARY FILM DAMAGED_FILM\n");
         return 2;
     }
     /* Kept mapped after dlclose: the sanitizers can then still name (and suppress) the process-wide
@@ -189,6 +190,20 @@ int main(int argc, char** argv)
     CHECK(ctl->vtbl->GetFailure(ctl, small, sizeof small, &needed) == LUM_E_BUFFERTOOSMALL && needed > 4);
     CHECK(ctl->vtbl->GetFailure(ctl, reason, sizeof reason, &needed) == LUM_S_OK);
     CHECK(strncmp(reason, "couldn't open file ", 19) == 0 && strlen(reason) + 1 == needed);
+
+    /* A damaged photo: refused and reported, the host lives on and the film plays to its end. */
+    CHECK(ctl->vtbl->SetCompatibility(ctl, 0x80) == LUM_E_INVALIDARG);
+    CHECK(ctl->vtbl->SetCompatibility(ctl, 0) == LUM_S_OK);
+    CHECK(ctl->vtbl->DestroyWindow(ctl) == LUM_S_OK);
+    CHECK(ctl->vtbl->SetFile(ctl, argv[3]) == LUM_S_OK);
+    atomic_store(&frames, 0);
+    CHECK(ctl->vtbl->CreateWindow(ctl, &site) == LUM_S_OK);
+    const double damaged = Seconds();
+    while (Seconds() - damaged < 20 && ctl->vtbl->IsPlaying(ctl) == 1)
+        CHECK(ctl->vtbl->Pump(ctl, 10) == LUM_S_OK);
+    CHECK(ctl->vtbl->IsPlaying(ctl) == 0);
+    CHECK(atomic_load(&frames) > 0);
+    CHECK(ctl->vtbl->GetFailure(ctl, reason, sizeof reason, &needed) == LUM_S_FALSE);
 
     CHECK(ctl->vtbl->Unadvise(ctl, cookie) == LUM_S_OK);
     CHECK(ctl->vtbl->Unadvise(ctl, cookie) == LUM_E_INVALIDARG);
