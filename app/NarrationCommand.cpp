@@ -2,7 +2,6 @@
 
 #include "audio/NarrationDecoder.h"
 #include "audio/NarrationPacker.h"
-#include "platform/MessageBox.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -28,20 +27,6 @@ constexpr const char* kNarrationHelp =
     "made from any recording. A last packet with fewer frames repeats its last frame.\n"
     "\n"
     "Exit status: 0 on success, 2 when an input cannot be read or packed or the output not written.\n";
-
-// Counts "Decode size unmatch" messages and reports them once, after decoding.
-class CountingSink final : public platform::MessageSink
-{
-public:
-    int Show(platform::Window*, unsigned, std::string_view, std::string_view text) override
-    {
-        last = text;
-        ++count;
-        return platform::kAnswerOk;
-    }
-    std::string last;
-    int count = 0;
-};
 
 bool ReadFile(const std::string& path, std::vector<std::uint8_t>& bytes)
 {
@@ -98,12 +83,10 @@ int NarrationCommand(Args args)
         return 0;
     }
 
-    CountingSink sink;
-    platform::SetMessageSink(&sink);
-    const int result = audio::DecodeNarration(bytes, output);
-    platform::SetMessageSink(nullptr);
-    if (sink.count > 0)
-        std::fprintf(stderr, "lumenar: %s: %s (%d frames)\n", input.c_str(), sink.last.c_str(), sink.count);
+    audio::NarrationReport report;
+    const int result = audio::DecodeNarration(bytes, output, &report);
+    if (report.Damaged())
+        std::fprintf(stderr, "lumenar: %s: warning: %s\n", input.c_str(), report.Describe().c_str());
     if (result != 1)
         return Fail(output, "cannot write the wave file");
     return 0;
