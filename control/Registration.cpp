@@ -385,7 +385,7 @@ base::Status UnregisterServer(const std::string& dataFolder)
         }
     }
     const Record record = ReadRecord(dataFolder);
-    for (const auto& [relative, hash] : record.files) {
+    for (std::string_view relative : {kDesktopEntryPath, kMimePackagePath}) {
         // A file changed since registration is the user's now.
         if (!Ours(dataFolder, record, relative))
             continue;
