@@ -69,9 +69,11 @@ base::Result<std::vector<std::uint8_t>> ReadInputFile(const std::string& path, s
     std::uint8_t block[1 << 16];
     for (;;) {
         const std::size_t got = std::fread(block, 1, sizeof block, file.get());
-        const std::size_t had = bytes.size();
-        bytes.resize(had + got);
-        std::memcpy(bytes.data() + had, block, got);
+        if (got != 0) {
+            const std::size_t had = bytes.size();
+            bytes.resize(had + got);
+            std::memcpy(bytes.data() + had, block, got);
+        }
         if (bytes.size() > maxBytes)
             return Error{ErrorCode::TooLarge, TooLarge(maxBytes)};
         if (got < sizeof block)
