@@ -1,8 +1,11 @@
 #include "app/Commands.h"
 
 #include "app/CaptionJson.h"
+#include "app/InputFiles.h"
 #include "app/PictureFiles.h"
+#include "base/StrCat.h"
 #include "effects/EffectRegistry.h"
+#include "effects/EffectTables.h"
 #include "platform/ImageFile.h"
 #include "playback/CaptionLayout.h"
 #include "records/CaptionFont.h"
@@ -40,9 +43,13 @@ constexpr const char* kCaptionHelp =
     "  --spacing P     baseline distance in percent of the font height (default 100)\n"
     "  --shadow S      1 draws a drop shadow (default 1)\n"
     "  --frame WxH     frame size: PICTURE is stretched to it (default: PICTURE's size, or 800x600)\n"
+    "  --effect N      text-effect row, 0-53 ('lumenar effects' lists them)\n"
     "  --glyphs        print the layout as JSON instead of drawing:\n"
     "                  {\"extent\":[w,h],\"ascent\":N,\"descent\":N,\"height\":N,\"glyphs\":[{\"code\":N,\n"
-    "                  \"line\":N,\"gx\":N,\"gy\":N,\"cw\":N,\"ch\":N},...]}\n";
+    "                  \"line\":N,\"gx\":N,\"gy\":N,\"cw\":N,\"ch\":N},...]}\n"
+    "\n"
+    "Exit status: 0 when the picture (or the layout) was written, 2 on a bad option, an unreadable\n"
+    "picture or an unwritable output.\n";
 
 // Film captions are at most 256 bytes with their terminating zero.
 constexpr std::size_t kMaxCaptionBytes = 255;
@@ -128,8 +135,9 @@ int CaptionCommand(Args args)
             if (text.size() > kMaxCaptionBytes)
                 return Fail(arg, "a caption holds at most 255 bytes");
         } else if (arg == "--effect") {
-            if (!integer(INT32_MIN, INT32_MAX))
-                return Fail(value, "not a text-effect row");
+            if (!integer(0, effects::kTextTableRows - 1))
+                return Fail(value,
+                            base::StrCat("not a text-effect row (0-", effects::kTextTableRows - 1, ")"));
             effect = number;
         } else if (arg == "--progress") {
             const auto slash = value.find('/');
@@ -231,7 +239,7 @@ int CaptionCommand(Args args)
         registry.RunText(row, effects::EffectRelease, block);
     }
     if (auto written = platform::WriteImageFile(out, frame); !written.ok())
-        return Fail(out, written.error().message);
+        return Fail(out, WithoutPath(written.error().message, out));
     return 0;
 }
 

@@ -1,14 +1,12 @@
 #include "app/Commands.h"
 
+#include "app/InputFiles.h"
 #include "codec/Photo.h"
 #include "platform/CorruptPhotoPolicy.h"
 #include "platform/ImageFile.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 namespace lumenar::app {
@@ -75,14 +73,12 @@ int DecodeCommand(Args args)
     if (!EndsWith(output, ".bmp") && !EndsWith(output, ".png") && !EndsWith(output, ".ppm"))
         return Fail(output, "unknown picture format (use .bmp, .png or .ppm)");
 
-    std::ifstream in(input, std::ios::binary);
-    if (!in)
-        return Fail(input, std::strerror(errno));
-    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in),
-                                          std::istreambuf_iterator<char>()};
+    auto bytes = ReadInputFile(input);
+    if (!bytes.ok())
+        return Fail(input, bytes.error().message);
     codec::Photo photo;
     codec::DecodeReport report;
-    if (codec::DecodePhoto(photo, bytes, options, &report) != 1) {
+    if (codec::DecodePhoto(photo, *bytes, options, &report) != 1) {
         if (report.fatalCorruption)
             platform::EndProcessIfAskedFor(report.refusal);
         return Fail(input, "not a photo the player can decode: " + report.refusal);
@@ -98,15 +94,12 @@ int DecodeCommand(Args args)
         const auto pixels = bitmap->Pixels();
         const platform::BgrxPicture picture{photo.Width(), photo.Height(), {pixels.begin(), pixels.end()}};
         if (auto written = platform::WriteImageFile(output, picture); !written.ok())
-            return Fail(output, written.error().message);
+            return Fail(output, WithoutPath(written.error().message, output));
         return 0;
     }
     // The picture block is a complete .bmp file as it stands.
-    std::ofstream out(output, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bitmap->Block().data()),
-              static_cast<std::streamsize>(bitmap->Block().size()));
-    if (!out)
-        return Fail(output, std::strerror(errno));
+    if (auto written = WriteOutputFile(output, bitmap->Block()); !written.ok())
+        return Fail(output, written.error().message);
     return 0;
 }
 

@@ -1,6 +1,9 @@
 #include "app/Commands.h"
 
+#include "app/InputFiles.h"
 #include "app/PictureFiles.h"
+#include "base/StrCat.h"
+#include "effects/EffectTables.h"
 #include "effects/EffectRegistry.h"
 #include "platform/ImageFile.h"
 
@@ -23,13 +26,15 @@ constexpr const char* kEffectHelp =
     "usage: lumenar effect --picture N --from A --to B --progress n/d [--seed S] -o OUT\n"
     "\n"
     "Renders one frame of picture-effect row N going from picture A to picture B (PNG, BMP or JPEG\n"
-    "files of the same size) at progress n/d, and writes it to OUT (.png, .bmp or .ppm). Rows past the table "
-    "run\n"
-    "the random row; negative rows run row 0.\n"
+    "files of the same size) at progress n/d, and writes it to OUT (.png, .bmp or .ppm). N is a row of\n"
+    "the picture table, 0-98 ('lumenar effects' lists them).\n"
     "\n"
     "options:\n"
     "  --seed S   seed the effects' random generator with S instead of the time, so the random row\n"
-    "             and the tile dissolves render the same way every time\n";
+    "             and the tile dissolves render the same way every time\n"
+    "\n"
+    "Exit status: 0 when the frame was written, 2 on a bad option, an unreadable picture or an\n"
+    "unwritable output.\n";
 
 } // namespace
 
@@ -76,8 +81,10 @@ int EffectCommand(Args args)
             return Fail(arg, "needs a value (try 'lumenar effect --help')");
         const std::string& value = args[++i];
         if (arg == "--picture") {
-            if (!ParseInt(value, INT32_MIN, INT32_MAX, row))
-                return Fail(value, "not a row number");
+            // The player clamps a film's out-of-range rows; asked for by number, a wrong row is an error.
+            if (!ParseInt(value, 0, effects::kPictureTableRows - 1, row))
+                return Fail(
+                    value, base::StrCat("not a picture-effect row (0-", effects::kPictureTableRows - 1, ")"));
             haveRow = true;
         } else if (arg == "--seed") {
             if (!ParseInt(value, 0, UINT32_MAX, seed))
@@ -131,7 +138,7 @@ int EffectCommand(Args args)
     registry.RunPicture(index, effects::EffectRender, &block);
     registry.RunPicture(index, effects::EffectRelease, nullptr);
     if (auto written = platform::WriteImageFile(out, frame); !written.ok())
-        return Fail(out, written.error().message);
+        return Fail(out, WithoutPath(written.error().message, out));
     return 0;
 }
 

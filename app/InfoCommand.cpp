@@ -1,18 +1,15 @@
 #include "app/Commands.h"
 
 #include "app/FilmJson.h"
+#include "app/InputFiles.h"
 #include "film/Film.h"
 #include "film/FilmReader.h"
 #include "film/FilmReceiver.h"
 #include "platform/CodePage.h"
 #include "platform/CompoundFile.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <string>
 
 namespace lumenar::app {
@@ -32,7 +29,8 @@ constexpr const char* kInfoHelp =
     "  --codepage N   the code page the film was written in (default 1252; 932, 936, 949, 950\n"
     "                 for Japanese, Simplified Chinese, Korean and Traditional Chinese films)\n"
     "\n"
-    "Exit status: 0 when the file was read (whatever result says), 2 when it cannot be opened.\n";
+    "Exit status: 0 when the file was read (whatever result says), 2 when it cannot be opened or is not\n"
+    "a film file or stream.\n";
 
 } // namespace
 
@@ -69,23 +67,16 @@ int InfoCommand(Args args)
     if (path.rfind("http://", 0) == 0 || path.rfind("https://", 0) == 0)
         return Fail(path, "info reads film files (.flm); addresses are not supported by info");
 
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return Fail(path, std::strerror(errno));
-    std::uint8_t head[8] = {};
-    in.read(reinterpret_cast<char*>(head), sizeof head);
+    auto stream = ReadInputFile(path);
+    if (!stream.ok())
+        return Fail(path, stream.error().message);
     film::Film film;
     int result = 0;
-    if (platform::CompoundStorage::Sniff(
-            std::span<const std::uint8_t>(head, static_cast<std::size_t>(in.gcount())))) {
-        in.close();
+    if (platform::CompoundStorage::Sniff(*stream)) {
         result = film.Load(path);
     } else {
         // A film stream: the film file sits between its two markers.
-        in.seekg(0);
-        const std::vector<std::uint8_t> stream((std::istreambuf_iterator<char>(in)),
-                                               std::istreambuf_iterator<char>());
-        const std::span<const std::uint8_t> file = film::FilmFileInStream(stream);
+        const std::span<const std::uint8_t> file = film::FilmFileInStream(*stream);
         if (file.empty())
             return Fail(path, "not a film file or film stream (no compound-file signature, no film markers)");
         auto root = platform::CompoundStorage::OpenMemory(file);

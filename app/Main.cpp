@@ -95,6 +95,7 @@ int main(int argc, char** argv)
     try {
         return lumenar::app::Run(argc, argv);
     } catch (const std::exception& e) {
-        return lumenar::app::Fail("internal error", e.what());
+        // Name the command, so that the line says what was being done.
+        return lumenar::app::Fail(argc > 1 ? argv[1] : "lumenar", std::string("internal error: ") + e.what());
     }
 }

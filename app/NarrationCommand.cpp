@@ -1,14 +1,12 @@
 #include "app/Commands.h"
 
+#include "app/InputFiles.h"
 #include "audio/NarrationDecoder.h"
 #include "audio/NarrationPacker.h"
-#include "platform/MessageBox.h"
+#include "base/StrCat.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -27,29 +25,21 @@ constexpr const char* kNarrationHelp =
     "it, 6.3 kbit/s) into narration packets, 16 frames a packet, so that a film can carry narration\n"
     "made from any recording. A last packet with fewer frames repeats its last frame.\n"
     "\n"
-    "Exit status: 0 on success, 2 when an input cannot be read or packed or the output not written.\n";
+    "A narration decodes to at most 312 packets (149.76 s, the player's sound ring); packets past that\n"
+    "and packets without frames are not decoded, and damage is reported on one warning line.\n"
+    "\n"
+    "Exit status: 0 on success (with or without a warning), 2 when the input cannot be read, is not\n"
+    "narration (or frames) or cannot be packed, or the output cannot be written.\n";
 
-// Counts "Decode size unmatch" messages and reports them once, after decoding.
-class CountingSink final : public platform::MessageSink
+// What a file that is not narration (or not raw frames) is, when it is something we know.
+const char* KnownKind(std::span<const std::uint8_t> bytes)
 {
-public:
-    int Show(platform::Window*, unsigned, std::string_view, std::string_view text) override
-    {
-        last = text;
-        ++count;
-        return platform::kAnswerOk;
-    }
-    std::string last;
-    int count = 0;
-};
-
-bool ReadFile(const std::string& path, std::vector<std::uint8_t>& bytes)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return false;
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return !in.bad();
+    if (bytes.size() >= 12 && std::memcmp(bytes.data(), "RIFF", 4) == 0 &&
+        std::memcmp(bytes.data() + 8, "WAVE", 4) == 0)
+        return "a wave file";
+    if (bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xD8)
+        return "a JPEG photo";
+    return nullptr;
 }
 
 } // namespace
@@ -82,30 +72,39 @@ int NarrationCommand(Args args)
     if (input.empty() || output.empty())
         return Fail("narration", "needs an input and '-o OUTPUT' (try 'lumenar narration --help')");
 
-    std::vector<std::uint8_t> bytes;
-    if (!ReadFile(input, bytes))
-        return Fail(input, std::strerror(errno));
+    auto read = ReadInputFile(input);
+    if (!read.ok())
+        return Fail(input, read.error().message);
+    const std::vector<std::uint8_t>& bytes = *read;
+    const char* kind = KnownKind(bytes);
 
     if (pack) {
+        if (kind != nullptr)
+            return Fail(input, base::StrCat("is ", kind,
+                                            ", not raw G.723.1 frames (ffmpeg -c:a g723_1 -f g723_1 "
+                                            "makes them from a recording)"));
         auto packed = audio::PackFrames(bytes);
         if (!packed.ok())
             return Fail(input, packed.error().message);
-        std::ofstream out(output, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(packed->data()),
-                  static_cast<std::streamsize>(packed->size()));
-        if (!out)
-            return Fail(output, "cannot write the packed narration");
+        if (auto written = WriteOutputFile(output, *packed); !written.ok())
+            return Fail(output, written.error().message);
         return 0;
     }
 
-    CountingSink sink;
-    platform::SetMessageSink(&sink);
-    const int result = audio::DecodeNarration(bytes, output);
-    platform::SetMessageSink(nullptr);
-    if (sink.count > 0)
-        std::fprintf(stderr, "lumenar: %s: %s (%d frames)\n", input.c_str(), sink.last.c_str(), sink.count);
-    if (result != 1)
+    if (!audio::SniffNarration(bytes)) {
+        if (bytes.empty())
+            return Fail(input, "is empty, not a compressed narration");
+        if (kind != nullptr)
+            return Fail(input, base::StrCat("is ", kind, ", not a compressed narration"));
+        return Fail(input,
+                    "not a compressed narration (its first packet is not whole: an 8-byte header, then "
+                    "exactly the bytes its frames take, at most 384)");
+    }
+    audio::NarrationReport report;
+    if (audio::DecodeNarration(bytes, output, &report) != 1)
         return Fail(output, "cannot write the wave file");
+    if (report.Damaged())
+        std::fprintf(stderr, "lumenar: %s: warning: %s\n", input.c_str(), report.Describe().c_str());
     return 0;
 }
 

@@ -1,13 +1,12 @@
 #include "app/Commands.h"
 
 #include "app/FilmManifest.h"
+#include "app/InputFiles.h"
 #include "base/StrCat.h"
 #include "film/FilmStreamWriter.h"
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 namespace lumenar::app {
@@ -36,18 +35,10 @@ constexpr const char* kPackHelp =
     "                          height is the character height, a positive one the cell height, as\n"
     "                          for 'lumenar caption --height'\n"
     "\n"
-    "The files keep their names in the film, prefixed with their byte counts (\"5120_song.wav\").\n";
-
-base::Result<std::vector<std::uint8_t>> ReadWholeFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return base::Error{base::ErrorCode::NotFound, base::StrCat("cannot open ", path)};
-    std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad())
-        return base::Error{base::ErrorCode::Io, base::StrCat("cannot read ", path)};
-    return bytes;
-}
+    "The files keep their names in the film, prefixed with their byte counts (\"5120_song.wav\").\n"
+    "\n"
+    "Exit status: 0 when the film stream was written, 2 when the manifest or a file it names cannot be\n"
+    "read or used, or the output cannot be written.\n";
 
 } // namespace
 
@@ -76,13 +67,18 @@ int PackCommand(Args args)
     if (manifest.empty() || output.empty())
         return Fail("pack", "needs MANIFEST and -o OUT.film (try 'lumenar pack --help')");
 
-    auto text = ReadWholeFile(manifest);
+    auto text = ReadInputFile(manifest);
     if (!text.ok())
         return Fail(manifest, text.error().message);
     const std::filesystem::path folder = std::filesystem::path(manifest).parent_path();
     auto film = ReadFilmManifest(
         std::string_view(reinterpret_cast<const char*>(text->data()), text->size()),
-        [&folder](const std::string& name) { return ReadWholeFile((folder / name).string()); });
+        [&folder](const std::string& name) -> base::Result<std::vector<std::uint8_t>> {
+            auto bytes = ReadInputFile((folder / name).string());
+            if (!bytes.ok())
+                return base::Error{bytes.error().code, base::StrCat(name, ": ", bytes.error().message)};
+            return bytes;
+        });
     if (!film.ok())
         return Fail(manifest, film.error().message);
     for (const std::string& warning : film->warnings)
@@ -90,11 +86,8 @@ int PackCommand(Args args)
     auto stream = film::WriteFilmStream(film->film, film->media, film->music);
     if (!stream.ok())
         return Fail(manifest, stream.error().message);
-    std::ofstream out(output, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(stream->data()), static_cast<std::streamsize>(stream->size()));
-    out.close();
-    if (!out)
-        return Fail(output, "cannot write the film stream");
+    if (auto written = WriteOutputFile(output, *stream); !written.ok())
+        return Fail(output, written.error().message);
     return 0;
 }
 

@@ -15,8 +15,13 @@ constexpr const char* kRegisterUsage =
     "       lumenar unregister\n\n"
     "Registers the player control (liblumenar.so next to this program) for the current user: its class\n"
     "entries in $XDG_DATA_HOME/lumenar/registry, a desktop entry that opens films with 'lumenar play', and\n"
-    "the film mime type (*.film, or a stream that starts with the film marker). 'unregister' removes\n"
-    "exactly these again. $XDG_DATA_HOME defaults to ~/.local/share.\n";
+    "the film mime type (*.film, or a stream that starts with the film marker). A desktop entry or mime\n"
+    "package of the same name that 'register' did not write is never replaced: it refuses instead.\n"
+    "'unregister' removes exactly what 'register' wrote and the folders it made (a file changed since\n"
+    "stays), and rebuilds the desktop and mime databases. $XDG_DATA_HOME defaults to ~/.local/share.\n"
+    "\n"
+    "Exit status: 0 on success, 2 when the data folder is unknown or a file cannot be written or is\n"
+    "not ours to replace.\n";
 
 bool WantsHelp(Args args, const char* name)
 {

@@ -4,7 +4,6 @@
 #include "base/ByteReader.h"
 #include "base/StrCat.h"
 #include "platform/DebugTrace.h"
-#include "platform/MessageBox.h"
 
 #include <algorithm>
 #include <cmath>
@@ -95,10 +94,8 @@ __int128 Magnitude(__int128 value)
     return value < 0 ? -value : value;
 }
 
-void ReportSizeUnmatch()
-{
-    platform::CurrentMessageSink().Show(nullptr, platform::kBoxIconError, "", "Decode size unmatch");
-}
+// Bytes each frame kind takes in a packet's payload.
+constexpr std::size_t kKindBytes[4] = {0, 1, 4, 24};
 
 } // namespace
 
@@ -510,14 +507,14 @@ std::size_t NarrationDecoder::DecodePacket(std::span<const std::uint8_t, kPacket
     // An empty first frame has no previous frame to repeat within the packet: it is silence.
     frameBuffer_.fill(0);
     std::size_t position = 0;
+    std::size_t mismatches = 0;
     for (int i = 0; i < kPacketFrames; ++i) {
-        static constexpr std::size_t kKindBytes[4] = {0, 1, 4, 24};
         const std::size_t size = kKindBytes[(frameTypes >> (2 * i)) & 3];
         if (size != 0) {
             // Sixteen frames of at most 24 bytes never reach past the work area.
             const int used = DecodeFrame(0, payload.subspan(position, size), frameBuffer_);
             if (used != static_cast<int>(size))
-                ReportSizeUnmatch();
+                ++mismatches;
             position += size;
         }
         std::uint8_t* to = out.data() + static_cast<std::size_t>(i) * kFrameSamples * 2;
@@ -527,15 +524,16 @@ std::size_t NarrationDecoder::DecodePacket(std::span<const std::uint8_t, kPacket
             to[2 * n + 1] = static_cast<std::uint8_t>(v >> 8);
         }
     }
-    return kPacketPcmBytes;
+    return mismatches;
 }
 
 std::size_t NarrationDecoder::LoadPacket(std::span<const std::uint8_t> chunk, std::size_t position,
                                          std::span<std::uint8_t, kPacketWorkBytes> work,
-                                         std::uint32_t& frameTypes)
+                                         std::uint32_t& frameTypes, NarrationReport& report)
 {
     base::ByteReader reader(chunk.subspan(position));
     if (reader.Remaining() < kPacketHeaderBytes) {
+        report.truncated = true;
         platform::DebugTrace(
             base::StrCat("narration chunk ends inside the packet header at offset ", position, "\n"));
         return kNoPacket;
@@ -545,12 +543,14 @@ std::size_t NarrationDecoder::LoadPacket(std::span<const std::uint8_t> chunk, st
     frameTypes = reader.ReadU32LE().value();
     std::size_t copy = payloadBytes;
     if (copy > kPacketWorkBytes) {
+        ++report.longPayloads;
         platform::DebugTrace(base::StrCat("narration packet at offset ", position, " has ", payloadBytes,
                                           " payload bytes; only the first ", kPacketWorkBytes,
                                           " are decoded\n"));
         copy = kPacketWorkBytes;
     }
     if (copy > reader.Remaining()) {
+        report.truncated = true;
         platform::DebugTrace(base::StrCat("narration chunk ends inside the packet at offset ", position, " (",
                                           reader.Remaining(), " of ", payloadBytes, " payload bytes)\n"));
         copy = reader.Remaining();
@@ -589,7 +589,44 @@ std::array<std::uint8_t, kWaveHeaderBytes> MakeWaveHeader(std::uint32_t dataByte
     return h;
 }
 
-int DecodeNarration(std::span<const std::uint8_t> data, const std::string& fileName)
+std::string NarrationReport::Describe() const
+{
+    std::string text;
+    auto add = [&text](std::size_t count, const char* one, const char* many) {
+        if (count == 0)
+            return;
+        text += text.empty() ? "" : ", ";
+        text += base::StrCat(count, " ", count == 1 ? one : many);
+    };
+    add(sizeMismatches, "frame of the wrong size", "frames of the wrong size");
+    add(emptyPackets, "packet without frames skipped", "packets without frames skipped");
+    add(longPayloads, "payload over 384 bytes cut", "payloads over 384 bytes cut");
+    if (packetsPastLimit != 0)
+        text += base::StrCat(text.empty() ? "" : ", ", "cut after ", kMaxNarrationPackets * 480 / 1000, ".",
+                             kMaxNarrationPackets * 480 % 1000 / 10, " s (", packetsPastLimit,
+                             packetsPastLimit == 1 ? " packet" : " packets", " not decoded)");
+    if (truncated)
+        text += base::StrCat(text.empty() ? "" : ", ", "ends inside a packet");
+    return text;
+}
+
+bool SniffNarration(std::span<const std::uint8_t> data)
+{
+    base::ByteReader reader(data);
+    if (!reader.Skip(2).ok())
+        return false;
+    const auto payloadBytes = reader.ReadU16LE();
+    const auto frameTypes = reader.ReadU32LE();
+    if (!payloadBytes.ok() || !frameTypes.ok() || *frameTypes == 0 || *payloadBytes > kPacketWorkBytes ||
+        *payloadBytes > reader.Remaining())
+        return false;
+    std::size_t needed = 0;
+    for (int i = 0; i < kPacketFrames; ++i)
+        needed += kKindBytes[(*frameTypes >> (2 * i)) & 3];
+    return needed == *payloadBytes;
+}
+
+int DecodeNarration(std::span<const std::uint8_t> data, const std::string& fileName, NarrationReport* report)
 {
     struct Closer
     {
@@ -603,12 +640,14 @@ int DecodeNarration(std::span<const std::uint8_t> data, const std::string& fileN
     const auto header = MakeWaveHeader(0);
     bool ok = std::fwrite(header.data(), 1, header.size(), file.get()) == header.size();
     std::uint64_t dataBytes = 0;
-    SharedNarrationDecoder().DecodeChunk(data, [&](std::span<const std::uint8_t> pcm) {
-        ok = ok && std::fwrite(pcm.data(), 1, pcm.size(), file.get()) == pcm.size();
-        dataBytes += pcm.size();
-    });
-    // A chunk of a few megabytes could in principle decode to more than a wave file can say.
-    if (!ok || dataBytes > 0xFFFFFFFFu - 36) {
+    const NarrationReport met =
+        SharedNarrationDecoder().DecodeChunk(data, [&](std::span<const std::uint8_t> pcm) {
+            ok = ok && std::fwrite(pcm.data(), 1, pcm.size(), file.get()) == pcm.size();
+            dataBytes += pcm.size();
+        });
+    if (report != nullptr)
+        *report = met;
+    if (!ok) {
         platform::DebugTrace(base::StrCat("narration: writing ", fileName, " failed\n"));
         return 0;
     }

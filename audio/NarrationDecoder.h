@@ -21,6 +21,31 @@ inline constexpr std::size_t kPacketPcmBytes = kPacketFrames * kFrameSamples * 2
 /// Bytes of the canonical wave header the decoder writes.
 inline constexpr std::size_t kWaveHeaderBytes = 44;
 
+/// The most packets one narration decodes to: 312 packets are 149.76 s of sound (2,396,160 bytes of
+/// PCM), which fits the 150-second ring the sound output plays narration from. A narration can ask for
+/// 7680 bytes of PCM with every 9 bytes of input; packets past this limit are not decoded.
+inline constexpr std::size_t kMaxNarrationPackets = 312;
+
+/// What decoding one narration met, for one report per narration (not one per frame).
+struct NarrationReport
+{
+    std::size_t packets = 0;          ///< Packets decoded (each kPacketPcmBytes of PCM).
+    std::size_t sizeMismatches = 0;   ///< Frames whose own type disagrees with their kind's size.
+    std::size_t emptyPackets = 0;     ///< Packets whose sixteen kinds are all empty: refused, no PCM.
+    std::size_t packetsPastLimit = 0; ///< Packets after kMaxNarrationPackets: not decoded.
+    std::size_t longPayloads = 0;     ///< Payloads over the 384-byte work area, cut to it.
+    bool truncated = false;           ///< The chunk ended inside a packet.
+
+    bool Damaged() const
+    {
+        return sizeMismatches != 0 || emptyPackets != 0 || packetsPastLimit != 0 || longPayloads != 0 ||
+               truncated;
+    }
+    /// The damage as one line of text, counts first ("12 frames of the wrong size, ..."); empty when
+    /// there was none.
+    std::string Describe() const;
+};
+
 /// Frame kinds of a packet's frameTypes word (two bits per frame).
 enum class FrameKind : unsigned
 {
@@ -58,30 +83,41 @@ public:
                     std::span<std::int16_t, kFrameSamples> samples);
 
     /// Decodes the 16 frames of one packet whose payload was copied into the zeroed work area, and
-    /// writes 16 x 240 samples (signed 16-bit little-endian) into `out`. A frame whose size does not
-    /// match its kind shows "Decode size unmatch" through the current message sink, and decoding goes
-    /// on. Returns the bytes written (always kPacketPcmBytes).
+    /// writes 16 x 240 samples (signed 16-bit little-endian, kPacketPcmBytes) into `out`. A frame whose
+    /// size does not match its kind is decoded as it is and decoding goes on; returns how many did not.
     std::size_t DecodePacket(std::span<const std::uint8_t, kPacketWorkBytes> payload,
                              std::uint32_t frameTypes, std::span<std::uint8_t, kPacketPcmBytes> out);
 
     /// Decodes a whole compressed chunk (a series of packets) and calls `sink` with each packet's PCM.
-    /// Resets first. A chunk that ends inside a packet stops there (the payload read so far decodes as
-    /// if the rest were zero); a payload longer than the work area is cut to it. Both leave a debug line.
-    template <typename Sink> void DecodeChunk(std::span<const std::uint8_t> chunk, Sink&& sink)
+    /// Resets first. A packet with no frames at all is skipped, and packets past kMaxNarrationPackets
+    /// are not decoded; a chunk that ends inside a packet stops there (the payload read so far decodes
+    /// as if the rest were zero); a payload longer than the work area is cut to it. Shows nothing:
+    /// returns what it met, for the caller to report once.
+    template <typename Sink> NarrationReport DecodeChunk(std::span<const std::uint8_t> chunk, Sink&& sink)
     {
         Reset();
+        NarrationReport report;
         std::array<std::uint8_t, kPacketWorkBytes> work;
         std::array<std::uint8_t, kPacketPcmBytes> pcm;
         std::size_t position = 0;
         while (position < chunk.size()) {
             std::uint32_t frameTypes = 0;
-            const std::size_t payloadBytes = LoadPacket(chunk, position, work, frameTypes);
+            const std::size_t payloadBytes = LoadPacket(chunk, position, work, frameTypes, report);
             if (payloadBytes == kNoPacket)
                 break;
-            DecodePacket(work, frameTypes, pcm);
-            sink(std::span<const std::uint8_t>(pcm));
             position += kPacketHeaderBytes + payloadBytes;
+            if (frameTypes == 0) {
+                // Sixteen empty kinds would repeat silence for 480 ms from 8 bytes of input.
+                ++report.emptyPackets;
+            } else if (report.packets == kMaxNarrationPackets) {
+                ++report.packetsPastLimit;
+            } else {
+                report.sizeMismatches += DecodePacket(work, frameTypes, pcm);
+                ++report.packets;
+                sink(std::span<const std::uint8_t>(pcm));
+            }
         }
+        return report;
     }
 
     /// The random generator's next value in 0..n-1 (n <= 65536). Comfort noise only; public for tests.
@@ -96,7 +132,8 @@ private:
     /// Reads the packet header at `position` and copies its payload into `work`. Returns the declared
     /// payload length, or kNoPacket when fewer than 8 header bytes are left.
     static std::size_t LoadPacket(std::span<const std::uint8_t> chunk, std::size_t position,
-                                  std::span<std::uint8_t, kPacketWorkBytes> work, std::uint32_t& frameTypes);
+                                  std::span<std::uint8_t, kPacketWorkBytes> work, std::uint32_t& frameTypes,
+                                  NarrationReport& report);
     static void Unpack(std::span<const std::uint8_t> bytes, int type, Frame& frame);
     void DequantiseLsp(const Frame& frame, std::array<std::int32_t, 10>& lsp) const;
     void AdaptivePart(int subframe, int lag, const std::int16_t* gainRow, std::int32_t* out) const;
@@ -129,8 +166,15 @@ NarrationDecoder& SharedNarrationDecoder();
 /// Decodes one compressed narration chunk into the wave file `fileName` (created or truncated): a
 /// canonical 8 kHz 16-bit mono RIFF/WAVE whose two lengths are rewritten at the end. Uses the shared
 /// decoder, reset first (except for its random generator). Returns 1, or 0 when the file cannot be
-/// created or written. Film loader thread only.
-int DecodeNarration(std::span<const std::uint8_t> data, const std::string& fileName);
+/// created or written. Shows nothing: what decoding met goes to `report` when given, for the caller
+/// to report once per narration. Film loader thread only.
+int DecodeNarration(std::span<const std::uint8_t> data, const std::string& fileName,
+                    NarrationReport* report = nullptr);
+
+/// Whether `data` starts with a whole, well-formed narration packet: a header, at least one frame, a
+/// payload within the work area that holds exactly the bytes its frame kinds take. Cheap; never fails.
+/// A wave file, a photo or a few stray bytes are not narration.
+bool SniffNarration(std::span<const std::uint8_t> data);
 
 /// The canonical 44-byte header of an 8 kHz 16-bit mono wave file with `dataBytes` of samples.
 std::array<std::uint8_t, kWaveHeaderBytes> MakeWaveHeader(std::uint32_t dataBytes);

@@ -48,7 +48,11 @@ base::Result<WaveChunks> FindWaveChunks(std::span<const std::uint8_t> file)
             f.samplesPerSec = chunk.ReadU32LE().value();
             f.avgBytesPerSec = chunk.ReadU32LE().value();
             f.blockAlign = chunk.ReadU16LE().value();
-            f.bitsPerSample = length >= 16 && available >= 16 ? chunk.ReadU16LE().value() : 0;
+            if (length >= 16 && available >= 16)
+                f.bitsPerSample = chunk.ReadU16LE().value();
+            else // A 14-byte format block has no sample size: its block holds one sample per channel.
+                f.bitsPerSample =
+                    f.channels != 0 ? static_cast<std::uint16_t>(f.blockAlign * 8 / f.channels) : 0;
             haveFormat = true;
         } else if (!haveData && std::memcmp(id.data(), "data", 4) == 0) {
             std::size_t bytes = length;

@@ -5,6 +5,8 @@
 #include "base/Checked.h"
 #include "base/StrCat.h"
 #include "platform/DebugTrace.h"
+#include "platform/ReportBox.h"
+#include "platform/StringTable.h"
 #include "platform/TempFile.h"
 
 #include <algorithm>
@@ -43,6 +45,23 @@ void RemoveFile(const std::string& path)
     std::filesystem::remove(path, ignored);
 }
 
+std::string_view Label(std::string_view itemName)
+{
+    return itemName.empty() ? std::string_view("narration") : itemName;
+}
+
+// One report for the whole narration, however many frames were damaged.
+void ReportDamage(std::string_view itemName, const NarrationReport& report)
+{
+    const std::string text = base::StrCat(Label(itemName), ": ", report.Describe());
+    if (report.sizeMismatches != 0) // The decoder's own message leads, as the player has always shown it.
+        platform::ReportBox(nullptr, platform::kBoxIconError, 0, nullptr, 0, "Decode size unmatch\n%s",
+                            text.c_str());
+    else
+        platform::ReportBox(nullptr, platform::kBoxIconWarning, platform::kStrWarning, "Warning", 0, "%s",
+                            text.c_str());
+}
+
 } // namespace
 
 WaveStream::WaveStream(platform::SoundDevice* device, platform::TimerService& timers, std::string tempFolder)
@@ -61,20 +80,24 @@ WaveStream::~WaveStream()
     ownedBuffer_.reset();
 }
 
-int WaveStream::AppendCompressed(std::span<const std::uint8_t> data)
+int WaveStream::AppendCompressed(std::span<const std::uint8_t> data, std::string_view itemName)
 {
     auto path = platform::CreateTempFile(tempFolder_, "wa");
     if (!path.ok()) {
         platform::DebugTrace(base::StrCat("narration chunk dropped: ", path.error().message, "\n"));
         return 1;
     }
-    if (DecodeNarration(data, *path) == 1)
-        AppendWaveFile(*path);
+    NarrationReport report;
+    if (DecodeNarration(data, *path, &report) == 1) {
+        if (report.Damaged())
+            ReportDamage(itemName, report);
+        AppendWaveFile(*path, itemName);
+    }
     RemoveFile(*path);
     return 1;
 }
 
-int WaveStream::AppendWaveData(std::span<const std::uint8_t> data)
+int WaveStream::AppendWaveData(std::span<const std::uint8_t> data, std::string_view itemName)
 {
     auto path = platform::CreateTempFile(tempFolder_, "wa");
     if (!path.ok()) {
@@ -97,22 +120,32 @@ int WaveStream::AppendWaveData(std::span<const std::uint8_t> data)
         }
     }
     if (written)
-        AppendWaveFile(*path);
+        AppendWaveFile(*path, itemName);
     else
         platform::DebugTrace(base::StrCat("wave chunk dropped: cannot write ", *path, "\n"));
     RemoveFile(*path);
     return 1;
 }
 
-void WaveStream::AppendWaveFile(const std::string& path)
+void WaveStream::AppendWaveFile(const std::string& path, std::string_view itemName)
 {
+    // A format the output cannot play is the item's fault, not the device's: the viewer hears about it
+    // once, and the film plays on without this narration.
+    auto refused = [itemName](const base::Error& error) {
+        platform::ReportBox(nullptr, platform::kBoxIconWarning, platform::kStrWarning, "Warning", 0,
+                            "%s: not played: %s", std::string(Label(itemName)).c_str(),
+                            error.message.c_str());
+    };
     if (!bufferMarker_) {
         bufferMarker_ = true;
         auto file = LoadFile(path);
         base::Status made = file.ok() ? CreateBuffer(*file) : base::Status(file.error());
         if (!made.ok()) {
             // The next chunk tries to make the buffer anew.
-            platform::DebugTrace(base::StrCat("wave buffer not created: ", made.error().message, "\n"));
+            if (made.error().code == base::ErrorCode::Unsupported)
+                refused(made.error());
+            else
+                platform::DebugTrace(base::StrCat("wave buffer not created: ", made.error().message, "\n"));
             bufferMarker_ = false;
         }
         return;
@@ -128,6 +161,8 @@ void WaveStream::AppendWaveFile(const std::string& path)
     auto chunks = FindWaveChunks(*file);
     if (!chunks.ok())
         return platform::DebugTrace(base::StrCat("wave chunk dropped: ", chunks.error().message, "\n"));
+    if (base::Status playable = platform::CheckPlayableFormat(chunks->format); !playable.ok())
+        return refused(playable.error());
     const base::Status written = WriteData(*buffer, chunks->data);
     if (!written.ok())
         platform::DebugTrace(base::StrCat("wave chunk dropped: ", written.error().message, "\n"));
@@ -136,6 +171,8 @@ void WaveStream::AppendWaveFile(const std::string& path)
 base::Status WaveStream::CreateBuffer(std::span<const std::uint8_t> file)
 {
     const WaveChunks chunks = LUM_TRY(FindWaveChunks(file));
+    // Checked before anything is sized from the header: its byte rate alone could ask for gigabytes.
+    LUM_TRY(platform::CheckPlayableFormat(chunks.format));
     const auto bytes = base::CheckedMul<std::uint32_t>(kBufferSeconds, chunks.format.avgBytesPerSec);
     if (!bytes || *bytes == 0)
         return base::Error{base::ErrorCode::TooLarge,

@@ -9,6 +9,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace lumenar::audio {
 
@@ -36,10 +37,14 @@ public:
     WaveStream(const WaveStream&) = delete;
     WaveStream& operator=(const WaveStream&) = delete;
 
-    /// Decodes a compressed narration chunk to a temporary wave file and appends it. Always 1.
-    int AppendCompressed(std::span<const std::uint8_t> data);
-    /// Writes a wave item's bytes to a temporary file as they stand and appends it. Always 1.
-    int AppendWaveData(std::span<const std::uint8_t> data);
+    /// Decodes a compressed narration chunk to a temporary wave file and appends it. Damage the decoder
+    /// met (frames of the wrong size, packets without frames, a narration past the length limit) is
+    /// reported once for the chunk through ReportBox, with its counts and `itemName`. Always 1.
+    int AppendCompressed(std::span<const std::uint8_t> data, std::string_view itemName = {});
+    /// Writes a wave item's bytes to a temporary file as they stand and appends it. A wave whose format
+    /// the sound output does not play (platform::CheckPlayableFormat) is reported once through
+    /// ReportBox, naming `itemName`, and dropped: the film plays on without it. Always 1.
+    int AppendWaveData(std::span<const std::uint8_t> data, std::string_view itemName = {});
     /// Plays the buffer, looping from its current position, unless it is playing; a lost buffer is
     /// restored instead (and plays at the next call).
     void StartPlayback();
@@ -57,7 +62,7 @@ public:
     bool PlayWrapped() const { return playWrapped_.load(); }
 
 private:
-    void AppendWaveFile(const std::string& path);
+    void AppendWaveFile(const std::string& path, std::string_view itemName);
     base::Status CreateBuffer(std::span<const std::uint8_t> file);
     base::Status WriteData(platform::SoundBuffer& buffer, std::span<const std::uint8_t> data);
 

@@ -467,10 +467,13 @@ bool FilmReceiver::QueueNarration(FilmItem& item, std::span<const std::uint8_t> 
         platform::DebugTrace("narration dropped: no temporary folder for its wave files\n");
         return true;
     }
+    // Reports about this narration name the item and its file.
+    const std::string name =
+        base::StrCat("item ", item.index, " ", platform::SplitPath(item.sound.cstrName).name);
     if (compressed)
-        narration_->AppendCompressed(bytes);
+        narration_->AppendCompressed(bytes, name);
     else
-        narration_->AppendWaveData(bytes);
+        narration_->AppendWaveData(bytes, name);
     if (!narration_->IsPlaying())
         narration_->StartPlayback();
     return true;

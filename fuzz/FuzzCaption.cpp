@@ -17,14 +17,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     using namespace lumenar;
     constexpr std::size_t kHead = sizeof(records::TextRecord) + 5;
-    // Short texts at small sizes keep the execution rate useful; the code paths are the same.
-    if (size < kHead || size > kHead + 64)
+    // Short texts at small sizes keep the execution rate useful; the code paths are the same. Left
+    // free, long runs drift to 64 shadowed glyphs at the largest size and manage under 100 a second.
+    if (size < kHead || size > kHead + 16)
         return 0;
     records::TextRecord record;
     std::memcpy(&record, data, sizeof record);
     // Huge fonts only cost time here; the sheet cap that refuses them has its own test.
-    record.font.height = std::clamp(record.font.height, -40, 40);
-    record.font.width = std::clamp(record.font.width, 0, 40);
+    record.font.height = std::clamp(record.font.height, -16, 16);
+    record.font.width = std::clamp(record.font.width, 0, 16);
     const int row = data[96];
     const int num = data[97] | data[98] << 8;
     const int den = std::max(1, data[99] | data[100] << 8);

@@ -22,6 +22,17 @@ struct WaveFormat
     std::uint16_t bitsPerSample = 16;
 };
 
+/// The formats every sound device here plays: PCM at kMinSampleRate to kMaxSampleRate samples per
+/// second, one or two channels, 8 or 16 bits, with a block alignment and a byte rate that agree with
+/// them. Anything else is refused before a buffer is sized from it: a wave header's byte rate alone
+/// could ask for gigabytes, and a rate of a few hertz makes the device's period last minutes.
+inline constexpr std::uint32_t kMinSampleRate = 8000;
+inline constexpr std::uint32_t kMaxSampleRate = 192000;
+
+/// Ok when the devices play `format`; otherwise an Unsupported error that names the first field that
+/// is wrong and its value. Any thread.
+base::Status CheckPlayableFormat(const WaveFormat& format);
+
 /// Up to two writable regions of a ring buffer; the second is the part that wrapped to the start.
 struct LockedRegions
 {
@@ -75,12 +86,15 @@ class SoundDevice
 {
 public:
     virtual ~SoundDevice() = default;
-    /// A silent buffer of `bytes` bytes for `format`, stopped at position 0; null on failure.
+    /// A silent buffer of `bytes` bytes for `format`, stopped at position 0; null on failure and for a
+    /// format that CheckPlayableFormat refuses.
     virtual std::unique_ptr<SoundBuffer> CreateBuffer(const WaveFormat& format, std::uint32_t bytes) = 0;
 };
 
 /// The default sound output through SDL2's audio; null when there is no audio device (narration is
-/// then silent).
+/// then silent). Each buffer plays on a device of its own whose period lasts at most kMaxPeriodMs, so
+/// destroying a buffer (which waits for the device's thread to finish its period) takes at most that.
+inline constexpr std::uint32_t kMaxPeriodMs = 40;
 std::unique_ptr<SoundDevice> OpenSdlSoundDevice();
 
 /// A headless device: a playing buffer's cursor advances with `clock` at the format's byte rate, and

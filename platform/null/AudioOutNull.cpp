@@ -150,10 +150,12 @@ NullSoundDevice::~NullSoundDevice() = default;
 std::unique_ptr<SoundBuffer> NullSoundDevice::CreateBuffer(const WaveFormat& format, std::uint32_t bytes)
 {
     std::lock_guard<std::mutex> hold(shared_->lock);
-    if (shared_->failNextCreate || bytes == 0 || format.avgBytesPerSec == 0) {
+    if (shared_->failNextCreate) {
         shared_->failNextCreate = false;
         return nullptr;
     }
+    if (bytes == 0 || !CheckPlayableFormat(format).ok())
+        return nullptr;
     ++shared_->created;
     shared_->lastFormat = format;
     return std::make_unique<NullSoundBuffer>(shared_, format, bytes);

@@ -120,6 +120,9 @@ base::Status WriteBytes(const std::string& path, const std::vector<std::uint8_t>
     FilePtr file(std::fopen(path.c_str(), "wb"));
     if (!file || std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size())
         return Error{ErrorCode::Io, StrCat(path, ": cannot write (", std::strerror(errno), ")")};
+    // A full disk often shows only when the last block goes out at the close.
+    if (std::fclose(file.release()) != 0)
+        return Error{ErrorCode::Io, StrCat(path, ": cannot write (", std::strerror(errno), ")")};
     return {};
 }
 

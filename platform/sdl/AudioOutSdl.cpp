@@ -36,7 +36,7 @@ public:
         want.freq = static_cast<int>(format.samplesPerSec);
         want.format = format.bitsPerSample == 8 ? AUDIO_U8 : AUDIO_S16LSB;
         want.channels = static_cast<Uint8>(format.channels);
-        want.samples = 1024;
+        want.samples = PeriodFrames(format.samplesPerSec);
         want.callback = &SdlSoundBuffer::Feed;
         want.userdata = this;
         SDL_AudioSpec have{};
@@ -103,6 +103,17 @@ public:
     }
 
 private:
+    // The largest power of two of sample frames that plays within kMaxPeriodMs. Closing the device
+    // waits for its thread to finish the current period, so the period bounds how long a stop waits.
+    static Uint16 PeriodFrames(std::uint32_t samplesPerSec)
+    {
+        const std::uint64_t limit = std::uint64_t{samplesPerSec} * kMaxPeriodMs / 1000;
+        Uint16 frames = 64;
+        while (frames < 4096 && frames * 2u <= limit)
+            frames = static_cast<Uint16>(frames * 2);
+        return frames;
+    }
+
     // SDL's audio thread, with the device lock held.
     static void SDLCALL Feed(void* user, Uint8* stream, int length)
     {
@@ -135,8 +146,7 @@ public:
 
     std::unique_ptr<SoundBuffer> CreateBuffer(const WaveFormat& format, std::uint32_t bytes) override
     {
-        if (format.formatTag != 1 || bytes == 0 || format.channels == 0 || format.samplesPerSec == 0 ||
-            (format.bitsPerSample != 8 && format.bitsPerSample != 16))
+        if (bytes == 0 || !CheckPlayableFormat(format).ok())
             return nullptr;
         auto buffer = std::make_unique<SdlSoundBuffer>(bytes, format.blockAlign);
         if (!buffer->Open(format))

@@ -41,6 +41,18 @@ def main():
         assert not os.path.exists(os.path.join(data, path)), path
     assert open(other).read() == "[Desktop Entry]\nName=Other\n"
 
+    # A user's own desktop entry of the same name is never overwritten: one line, nothing written.
+    own = os.path.join(data, "applications", "lumenar-player.desktop")
+    with open(own, "w") as f:
+        f.write("[Desktop Entry]\nName=Mine\n")
+    refused = run([lumenar, "register"], env, expect=2)
+    lines = refused.stderr.decode().splitlines()
+    assert len(lines) == 1 and "applications/lumenar-player.desktop was not written by" in lines[0], lines
+    assert not os.path.exists(os.path.join(data, "lumenar")), "a refused registration writes nothing"
+    run([lumenar, "unregister"], env)
+    assert open(own).read() == "[Desktop Entry]\nName=Mine\n"
+    os.remove(own)
+
     run([lumenar, "register", "--help"], env)
     bad = run([lumenar, "register", "extra"], env, expect=2)
     assert b"unexpected argument" in bad.stderr

@@ -121,19 +121,26 @@ TEST(NarrationDecoder, PacketCases)
     Bytes mismatched = SpeechFrame53(5);
     mismatched.resize(24, 0xee); // The 5.3 kbit/s frame's four spare bytes under kind 3.
     Append(mismatched, SpeechFrame63(6));
+    // 9-byte packets of one untransmitted frame: 7680 bytes of sound each, up to the length limit.
+    Bytes tiny;
+    for (std::size_t i = 0; i < kMaxNarrationPackets + 5; ++i)
+        Append(tiny, Packet({1}, {3}));
 
     struct Row
     {
         const char* name;
         Bytes chunk;
         std::size_t pcmBytes;
-        int messages;
+        NarrationReport report; // Packets, size mismatches, empty packets, past the limit, long, truncated.
         int traces;
     };
     const Row rows[] = {
-        {"sixteen speech frames", Packet({3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3}, speech), 7680, 0,
+        {"sixteen speech frames",
+         Packet({3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3}, speech),
+         7680,
+         {1, 0, 0, 0, 0, false},
          0},
-        {"5.3 kbit/s frame under kind 3", Packet({3, 3}, mismatched), 7680, 1, 0},
+        {"5.3 kbit/s frame under kind 3", Packet({3, 3}, mismatched), 7680, {1, 1, 0, 0, 0, false}, 0},
         {"silence frame under kind 3",
          Packet({3},
                 [] {
@@ -141,41 +148,112 @@ TEST(NarrationDecoder, PacketCases)
                     f.resize(24);
                     return f;
                 }()),
-         7680, 1, 0},
-        {"speech frame under kind 2", Packet({2}, SpeechFrame63(3)), 7680, 1, 0},
+         7680,
+         {1, 1, 0, 0, 0, false},
+         0},
+        {"speech frame under kind 2", Packet({2}, SpeechFrame63(3)), 7680, {1, 1, 0, 0, 0, false}, 0},
         {"two packets",
          [] {
              auto c = Packet({3}, SpeechFrame63(1));
              Append(c, Packet({1}, {3}));
              return c;
          }(),
-         15360, 0, 0},
-        {"header cut short", Bytes{0, 0, 24, 0, 3}, 0, 0, 1},
+         15360,
+         {2, 0, 0, 0, 0, false},
+         0},
+        {"header cut short", Bytes{0, 0, 24, 0, 3}, 0, {0, 0, 0, 0, 0, true}, 1},
         {"payload cut short",
          [] {
              auto c = Packet({3}, SpeechFrame63(4));
              c.resize(c.size() - 5);
              return c;
          }(),
-         7680, 0, 1},
+         7680,
+         {1, 0, 0, 0, 0, true},
+         1},
         {"payload over 384 bytes",
          [&] {
              auto p = speech;
              p.resize(400, 0x55);
              return Packet({3, 3}, p);
          }(),
-         7680, 0, 1},
+         7680,
+         {1, 0, 0, 0, 1, false},
+         1},
+        // 1 MiB of zero bytes once decoded to 1 GB of silence, 480 ms for every 8 bytes.
+        {"1 MiB of zero bytes", Bytes(1 << 20, 0), 0, {0, 0, 1 << 17, 0, 0, false}, 0},
+        {"packets without frames between speech",
+         [] {
+             auto c = Packet({3}, SpeechFrame63(1));
+             Append(c, Packet({}, {}));
+             Append(c, Packet({}, {0x55, 0x55}));
+             Append(c, Packet({3}, SpeechFrame63(2)));
+             return c;
+         }(),
+         15360,
+         {2, 0, 2, 0, 0, false},
+         0},
+        {"past the length limit",
+         tiny,
+         kMaxNarrationPackets * kPacketPcmBytes,
+         {kMaxNarrationPackets, 0, 0, 5, 0, false},
+         0},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         Capture capture;
         NarrationDecoder decoder;
-        EXPECT_EQ(DecodeToPcm(decoder, row.chunk).size(), row.pcmBytes);
-        EXPECT_EQ(capture.messages.size(), static_cast<std::size_t>(row.messages));
-        for (const auto& message : capture.messages)
-            EXPECT_EQ(message, "Decode size unmatch");
+        std::size_t pcmBytes = 0;
+        const NarrationReport report = decoder.DecodeChunk(
+            row.chunk, [&](std::span<const std::uint8_t> pcm) { pcmBytes += pcm.size(); });
+        EXPECT_EQ(pcmBytes, row.pcmBytes);
+        EXPECT_EQ(report.packets, row.report.packets);
+        EXPECT_EQ(report.sizeMismatches, row.report.sizeMismatches);
+        EXPECT_EQ(report.emptyPackets, row.report.emptyPackets);
+        EXPECT_EQ(report.packetsPastLimit, row.report.packetsPastLimit);
+        EXPECT_EQ(report.longPayloads, row.report.longPayloads);
+        EXPECT_EQ(report.truncated, row.report.truncated);
+        EXPECT_EQ(report.Damaged(), report.Describe() != "");
+        EXPECT_TRUE(capture.messages.empty()) << "the caller reports once per narration";
         EXPECT_EQ(capture.traces.size(), static_cast<std::size_t>(row.traces));
     }
+}
+
+TEST(NarrationDecoder, SniffsOnlyWellFormedPackets)
+{
+    struct Row
+    {
+        const char* name;
+        Bytes data;
+        bool narration;
+    };
+    Bytes wave = {'R', 'I', 'F', 'F', 36, 0, 0, 0, 'W', 'A', 'V', 'E'};
+    wave.resize(44, 0);
+    const Row rows[] = {
+        {"speech packet",
+         Packet({3, 2, 1},
+                [] {
+                    auto p = SpeechFrame63(1);
+                    Append(p, SilenceFrame(3, 1));
+                    p.push_back(3);
+                    return p;
+                }()),
+         true},
+        {"empty wave file", wave, false},
+        {"photo", {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J', 'F', 'I', 'F', 0}, false},
+        {"one byte", {0x42}, false},
+        {"nothing", {}, false},
+        {"no frames", Packet({}, {}), false},
+        {"payload longer than its frames", Packet({1}, {3, 3}), false},
+        {"payload shorter than its frames", Packet({3}, SpeechFrame63(1), 20), false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(SniffNarration(row.data), row.narration);
+    }
+    Bytes cut = Packet({3}, SpeechFrame63(1));
+    cut.pop_back();
+    EXPECT_FALSE(SniffNarration(cut)) << "a packet cut short";
 }
 
 TEST(NarrationDecoder, EmptyFramesRepeatThePreviousFrame)

@@ -3,12 +3,14 @@
 #include "audio/NarrationDecoder.h"
 #include "audio/WaveFile.h"
 #include "platform/MessageBox.h"
+#include "tests/support/MessageCapture.h"
 #include "tests/support/NarrationWriter.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -75,8 +77,9 @@ Bytes Pattern(std::size_t size, std::uint8_t seed)
     return out;
 }
 
-// 100 bytes per second, one byte per frame: a ring of 15000 bytes.
-constexpr platform::WaveFormat kSlow{1, 1, 100, 100, 1, 8};
+// The slowest format the output plays, 8000 bytes per second, one byte per frame: a ring of 1.2 MB.
+constexpr platform::WaveFormat kSlow{1, 1, 8000, 8000, 1, 8};
+constexpr std::size_t kSlowRing = 150 * 8000;
 constexpr platform::WaveFormat kNarration{};
 
 class WaveStreamTest : public ::testing::Test
@@ -123,10 +126,10 @@ TEST_F(WaveStreamTest, AppendsWrapRoundTheRing)
         bool wrapped;
     };
     const Row rows[] = {
-        {"inside the ring", {5000, 4000}, 9000, false},
-        {"ends exactly at the end", {7500, 7500}, 0, true},
-        {"wraps into the start", {10000, 7000}, 2000, true},
-        {"larger than the ring is dropped", {5000, 15001}, 5000, false},
+        {"inside the ring", {400000, 320000}, 720000, false},
+        {"ends exactly at the end", {kSlowRing / 2, kSlowRing / 2}, 0, true},
+        {"wraps into the start", {800000, 560000}, 160000, true},
+        {"larger than the ring is dropped", {400000, kSlowRing + 1}, 400000, false},
         {"data chunk before fmt", {}, 0, false},
     };
     for (const Row& row : rows) {
@@ -140,7 +143,7 @@ TEST_F(WaveStreamTest, AppendsWrapRoundTheRing)
         }
         for (std::size_t size : row.chunks)
             stream->AppendWaveData(MakeWave(kSlow, Pattern(size, 3)));
-        EXPECT_EQ(stream->BufferBytes(), 15000u);
+        EXPECT_EQ(stream->BufferBytes(), kSlowRing);
         EXPECT_EQ(stream->WritePos(), row.writePos);
         EXPECT_EQ(stream->WriteWrapped(), row.wrapped);
         EXPECT_TRUE(FolderEmpty());
@@ -194,20 +197,20 @@ TEST_F(WaveStreamTest, WatcherStopsWhenTheCursorPassesTheDataAndResumesWithTheNe
 TEST_F(WaveStreamTest, CursorWrapClearsWriteWrapped)
 {
     auto stream = MakeStream(&device_);
-    stream->AppendWaveData(MakeWave(kSlow, Pattern(10000, 1)));
-    stream->AppendWaveData(MakeWave(kSlow, Pattern(5000, 2)));
+    stream->AppendWaveData(MakeWave(kSlow, Pattern(kSlowRing * 2 / 3, 1)));
+    stream->AppendWaveData(MakeWave(kSlow, Pattern(kSlowRing / 3, 2)));
     ASSERT_TRUE(stream->WriteWrapped());
     stream->StartPlayback();
     timers_.Advance(149'000);
     EXPECT_FALSE(stream->PlayWrapped());
     EXPECT_TRUE(stream->IsPlaying());
-    EXPECT_EQ(device_.Played().size(), 14900u);
+    EXPECT_EQ(device_.Played().size(), 149u * 8000);
     // The cursor wraps at 150 s: the watcher sees it, and with writePos at 0 stops at once.
     timers_.Advance(2000);
     EXPECT_TRUE(stream->PlayWrapped());
     EXPECT_FALSE(stream->WriteWrapped());
     EXPECT_FALSE(stream->IsPlaying());
-    EXPECT_LE(device_.Played().size(), 15000u + 300 / 10);
+    EXPECT_LE(device_.Played().size(), kSlowRing + WaveStream::kWatchPeriodMs * 8);
 }
 
 TEST_F(WaveStreamTest, FailuresDropChunksCleanly)
@@ -250,6 +253,73 @@ TEST_F(WaveStreamTest, FailuresDropChunksCleanly)
         stream->AppendWaveData(Bytes{'R', 'I', 'F', 'X', 0, 0, 0, 0});
         EXPECT_FALSE(stream->HasBuffer());
         EXPECT_EQ(device.BuffersCreated(), 0);
+    }
+}
+
+TEST_F(WaveStreamTest, ReportsEachRefusedOrDamagedNarrationOnceNamingTheItem)
+{
+    using testing::Packet;
+    using testing::SpeechFrame53;
+    using testing::SpeechFrame63;
+    const platform::WaveFormat oneHertz{1, 1, 1, 2, 2, 16};
+    const platform::WaveFormat hugeByteRate{1, 1, 8000, 0xFFFFFFFF, 2, 16};
+    // Sixteen 5.3 kbit/s frames under the 6.3 kbit/s kind, then two packets without frames.
+    Bytes mismatched;
+    for (std::uint32_t i = 0; i < 16; ++i) {
+        Bytes frame = SpeechFrame53(i);
+        frame.resize(24, 0);
+        testing::Append(mismatched, frame);
+    }
+    Bytes damaged = Packet({3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3}, mismatched);
+    testing::Append(damaged, Bytes(16, 0));
+    struct Row
+    {
+        const char* name;
+        std::function<void(WaveStream&)> append;
+        std::uint32_t writePos; // Of the buffer after the appends; 0 without one.
+        std::string message;    // The one message shown ("" for none).
+    };
+    const Row rows[] = {
+        {"1 Hz wave",
+         [&](WaveStream& s) { s.AppendWaveData(MakeWave(oneHertz, Pattern(100, 1)), "item 3 1hz.wav"); }, 0,
+         "Warning|item 3 1hz.wav: not played: sample rate 1 Hz"},
+        {"byte rate of 4 GB/s",
+         [&](WaveStream& s) { s.AppendWaveData(MakeWave(hugeByteRate, Pattern(100, 1)), "item 1 x.wav"); }, 0,
+         "Warning|item 1 x.wav: not played: byte rate 4294967295"},
+        {"refused wave, then the film plays on with the next narration",
+         [&](WaveStream& s) {
+             s.AppendWaveData(MakeWave(oneHertz, Pattern(100, 1)), "item 1 a.wav");
+             s.AppendWaveData(MakeWave(kNarration, Pattern(4000, 2)), "item 2 b.wav");
+         },
+         4000, "Warning|item 1 a.wav: not played: sample rate 1 Hz"},
+        {"refused wave after the buffer was made",
+         [&](WaveStream& s) {
+             s.AppendWaveData(MakeWave(kNarration, Pattern(4000, 2)), "item 1 a.wav");
+             s.AppendWaveData(MakeWave(hugeByteRate, Pattern(100, 1)), "item 2 b.wav");
+         },
+         4000, "Warning|item 2 b.wav: not played: byte rate 4294967295"},
+        {"damaged narration: one message with the counts",
+         [&](WaveStream& s) { s.AppendCompressed(damaged, "item 4 n.ca"); }, 7680,
+         "|Decode size unmatch\nitem 4 n.ca: 16 frames of the wrong size, 2 packets without frames skipped"},
+        {"whole narration",
+         [&](WaveStream& s) { s.AppendCompressed(Packet({3}, SpeechFrame63(1)), "item 1"); }, 7680, ""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        testing::MessageCapture capture;
+        platform::NullSoundDevice device(clock_);
+        auto stream = MakeStream(&device);
+        row.append(*stream);
+        EXPECT_EQ(stream->HasBuffer(), row.writePos != 0);
+        EXPECT_EQ(stream->WritePos(), row.writePos);
+        const auto lines = capture.Lines();
+        if (row.message.empty()) {
+            EXPECT_TRUE(lines.empty());
+        } else {
+            ASSERT_EQ(lines.size(), 1u);
+            EXPECT_EQ(lines[0].rfind(row.message, 0), 0u) << lines[0];
+        }
+        EXPECT_TRUE(FolderEmpty());
     }
 }
 

@@ -6,8 +6,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace lumenar::control {
 namespace {
@@ -28,18 +31,27 @@ void Write(const fs::path& path, const std::string& text)
     std::ofstream(path) << text;
 }
 
-/// Every regular file under `root` with its contents, leaving out what the desktop and mime tools
-/// generate (their caches and the per-type files they derive from the packages).
+/// Every file (with its contents) and folder (ending in '/') under `root`, leaving out what the desktop
+/// and mime tools generate (their caches and the per-type files they derive from the packages).
 std::map<std::string, std::string> Snapshot(const fs::path& root)
 {
-    std::map<std::string, std::string> files;
+    std::map<std::string, std::string> entries;
+    if (!fs::exists(root))
+        return entries;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
         const std::string relative = fs::relative(entry.path(), root).string();
-        const bool generated = relative.rfind("mime/", 0) == 0 && relative.rfind("mime/packages/", 0) != 0;
-        if (entry.is_regular_file() && !generated && relative != "applications/mimeinfo.cache")
-            files[relative] = Read(entry.path());
+        // Paths inside the data folder, whether it is `root` itself or its "share" folder.
+        const std::string inData = relative.rfind("share/", 0) == 0 ? relative.substr(6) : relative;
+        const bool generated = (inData.rfind("mime/", 0) == 0 && inData.rfind("mime/packages", 0) != 0) ||
+                               inData == "applications/mimeinfo.cache";
+        if (generated)
+            continue;
+        if (entry.is_directory())
+            entries[relative + "/"] = "";
+        else
+            entries[relative] = Read(entry.path());
     }
-    return files;
+    return entries;
 }
 
 class RegistrationTest : public ::testing::Test
@@ -80,27 +92,89 @@ TEST_F(RegistrationTest, WritesTheClassEntriesDesktopEntryAndFilmType)
     EXPECT_NE(mime.find("value=\"VistrelanFilmDescription\" offset=\"0\""), std::string::npos);
 }
 
-TEST_F(RegistrationTest, UnregisterRemovesExactlyWhatRegisterWrote)
+TEST_F(RegistrationTest, RoundTripsLeaveEveryoneElsesFilesAsTheyWere)
 {
-    // Someone else's store entries and files in the same folders.
-    Write(root_ / kStorePath,
-          "# Lumenar per-user registration store: KEY<TAB>NAME<TAB>VALUE, NAME \"@\" is the "
-          "key's own value.\nOther.Control.1\t@\tOther\n");
-    Write(root_ / "applications/other.desktop", "[Desktop Entry]\nName=Other\n");
-    Write(root_ / "mime/packages/other.xml", "<mime-info/>\n");
-    Write(root_ / "lumenar/notes.txt", "keep me\n");
-    const auto before = Snapshot(root_);
-    for (int round = 0; round < 2; ++round) { // Registering twice leaves one set of entries.
-        SCOPED_TRACE(round);
-        ASSERT_TRUE(RegisterServer(root_, "/x/liblumenar.so", "/x/lumenar").ok());
+    const fs::path data = root_ / "share";
+    const std::string userDesktop = "[Desktop Entry]\nName=My own player\n";
+    const std::string userPackage = "<mime-info/>\n";
+    struct Row
+    {
+        const char* name;
+        std::function<void()> before;      // Files there before registration.
+        bool registers;                    // Else refused, with nothing written.
+        std::function<void()> between;     // What the user does while registered.
+        std::vector<std::string> alsoKept; // Entries unregistration leaves beyond those of before.
+    };
+    const Row rows[] = {
+        // Unregistration left the folders and the mime database it had made.
+        {"no data folder yet", [] {}, true, [] {}, {}},
+        {"someone else's entries and files in the same folders",
+         [&] {
+             Write(data / kStorePath, "# Lumenar per-user registration store: KEY<TAB>NAME<TAB>VALUE, NAME "
+                                      "\"@\" is the key's own value.\nOther.Control.1\t@\tOther\n");
+             Write(data / "applications/other.desktop", "[Desktop Entry]\nName=Other\n");
+             Write(data / "mime/packages/other.xml", userPackage);
+             Write(data / "lumenar/notes.txt", "keep me\n");
+         },
+         true,
+         [] {},
+         {}},
+        // Registration overwrote these, and unregistration then deleted them.
+        {"a user's own desktop entry",
+         [&] { Write(data / kDesktopEntryPath, userDesktop); },
+         false,
+         [] {},
+         {}},
+        {"a user's own mime package", [&] { Write(data / kMimePackagePath, userPackage); }, false, [] {}, {}},
+        {"the desktop entry changed after registration",
+         [] {},
+         true,
+         [&] { Write(data / kDesktopEntryPath, userDesktop); },
+         {"share/", "share/applications/", std::string("share/") + std::string(kDesktopEntryPath)}},
+        {"a package added after registration",
+         [] {},
+         true,
+         [&] { Write(data / "mime/packages/new.xml", userPackage); },
+         {"share/", "share/mime/", "share/mime/packages/", "share/mime/packages/new.xml"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        fs::remove_all(root_);
+        fs::create_directories(root_);
+        row.before();
+        const auto before = Snapshot(root_);
+        for (int round = 0; round < 2; ++round) { // Registering twice leaves one set of entries.
+            SCOPED_TRACE(round);
+            const base::Status registered = RegisterServer(data, "/x/liblumenar.so", "/x/lumenar");
+            ASSERT_EQ(registered.ok(), row.registers);
+            if (!registered.ok()) {
+                EXPECT_NE(registered.error().message.find("was not written by 'lumenar register'"),
+                          std::string::npos);
+                EXPECT_EQ(Snapshot(root_), before) << "a refused registration writes nothing";
+            }
+        }
+        if (row.registers) {
+            const std::string store = Read(data / kStorePath);
+            const std::string progLine = "Lumenar.SequenceCtl.1\t@\tVistrel Control\n";
+            EXPECT_EQ(store.find(progLine), store.rfind(progLine));
+            EXPECT_TRUE(fs::exists(data / "mime/mime.cache")) << "the mime database was built";
+        }
+        row.between();
+        const auto registered = Snapshot(root_);
+        ASSERT_TRUE(UnregisterServer(data).ok());
+        auto after = Snapshot(root_);
+        for (const std::string& kept : row.alsoKept) {
+            SCOPED_TRACE(kept);
+            ASSERT_EQ(after.count(kept), 1u);
+            EXPECT_EQ(after[kept], registered.at(kept));
+            after.erase(kept);
+        }
+        EXPECT_EQ(after, before);
+        if (fs::exists(data / "mime/packages/other.xml")) {
+            EXPECT_TRUE(fs::exists(data / "mime/mime.cache")) << "the database was rebuilt, not deleted";
+        }
+        ASSERT_TRUE(UnregisterServer(data).ok()) << "unregistering twice is not an error";
     }
-    const std::string store = Read(root_ / kStorePath);
-    EXPECT_NE(store.find("Other.Control.1\t@\tOther\n"), std::string::npos);
-    const std::string progLine = "Lumenar.SequenceCtl.1\t@\tVistrel Control\n";
-    EXPECT_EQ(store.find(progLine), store.rfind(progLine));
-    ASSERT_TRUE(UnregisterServer(root_).ok());
-    EXPECT_EQ(Snapshot(root_), before);
-    ASSERT_TRUE(UnregisterServer(root_).ok()) << "unregistering twice is not an error";
 }
 
 } // namespace

@@ -46,5 +46,43 @@ TEST(AudioOut, SdlDeviceBufferRegionsPositionAndStatus)
     ExerciseBuffer(*device);
 }
 
+TEST(AudioOut, DevicesRefuseFormatsTheyCannotPlay)
+{
+    struct Row
+    {
+        const char* name;
+        WaveFormat format;
+        bool playable;
+    };
+    // Fields: tag, channels, rate, byte rate, block alignment, bits.
+    const Row rows[] = {
+        {"narration", {1, 1, 8000, 16000, 2, 16}, true},
+        {"8-bit mono at the lowest rate", {1, 1, 8000, 8000, 1, 8}, true},
+        {"16-bit stereo at the highest rate", {1, 2, 192000, 768000, 4, 16}, true},
+        // A rate of 1 Hz made the sound device's period last 17 minutes, and its close waited for it.
+        {"1 Hz", {1, 1, 1, 2, 2, 16}, false},
+        {"2^32 - 1 Hz", {1, 1, 0xFFFFFFFF, 0xFFFFFFFE, 2, 16}, false},
+        {"just under the lowest rate", {1, 1, 7999, 15998, 2, 16}, false},
+        {"just over the highest rate", {1, 1, 192001, 384002, 2, 16}, false},
+        // The ring is sized from the byte rate: 150 s of this would be 600 GB.
+        {"byte rate that disagrees", {1, 1, 8000, 0xFFFFFFFF, 2, 16}, false},
+        {"block alignment that disagrees", {1, 2, 8000, 32000, 2, 16}, false},
+        {"no channels", {1, 0, 8000, 0, 0, 16}, false},
+        {"three channels", {1, 3, 8000, 48000, 6, 16}, false},
+        {"24 bits", {1, 1, 8000, 24000, 3, 24}, false},
+        {"floating point", {3, 1, 8000, 32000, 4, 32}, false},
+    };
+    ManualClock clock;
+    NullSoundDevice null(clock);
+    auto sdl = OpenSdlSoundDevice();
+    ASSERT_NE(sdl, nullptr);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(CheckPlayableFormat(row.format).ok(), row.playable);
+        EXPECT_EQ(null.CreateBuffer(row.format, 1000) != nullptr, row.playable);
+        EXPECT_EQ(sdl->CreateBuffer(row.format, 1000) != nullptr, row.playable);
+    }
+}
+
 } // namespace
 } // namespace lumenar::platform
