@@ -11,6 +11,7 @@ TABLES.txt at build time.
 """
 import math
 import os
+import subprocess
 import re
 import sys
 
@@ -107,10 +108,14 @@ def main():
         c.append("    " + ", ".join(str(v) for v in cosine[i:i + 16]) + ",")
     c.append("};")
     c += ["", "} // namespace lumenar::audio::g7231", ""]
-    with open(os.path.join(outdir, "G7231Tables.h"), "w", encoding="utf-8") as f:
-        f.write("\n".join(h))
-    with open(os.path.join(outdir, "G7231Tables.cpp"), "w", encoding="utf-8") as f:
-        f.write("\n".join(c))
+    # The files are written as the repository's clang-format style leaves them, so that formatting the
+    # tree and regenerating the tables agree.
+    style = "--style=file:" + os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".clang-format")
+    for name, lines in (("G7231Tables.h", h), ("G7231Tables.cpp", c)):
+        path = os.path.join(outdir, name)
+        with open(path, "w", encoding="utf-8") as f:
+            f.write("\n".join(lines))
+        subprocess.run(["clang-format", style, "-i", path], check=True)
 
 
 if __name__ == "__main__":
