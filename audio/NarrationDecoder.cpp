@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <mutex>
 
 namespace lumenar::audio {
 
@@ -567,6 +568,14 @@ NarrationDecoder& SharedNarrationDecoder()
     return decoder;
 }
 
+namespace {
+
+// Guards SharedNarrationDecoder(): the comfort noise's generator runs on from one narration to the next
+// for the whole process, and every player's film loader decodes with it.
+std::mutex sharedDecoderLock;
+
+} // namespace
+
 std::array<std::uint8_t, kWaveHeaderBytes> MakeWaveHeader(std::uint32_t dataBytes)
 {
     std::array<std::uint8_t, kWaveHeaderBytes> h{};
@@ -639,12 +648,20 @@ int DecodeNarration(std::span<const std::uint8_t> data, const std::string& fileN
     }
     const auto header = MakeWaveHeader(0);
     bool ok = std::fwrite(header.data(), 1, header.size(), file.get()) == header.size();
-    std::uint64_t dataBytes = 0;
-    const NarrationReport met =
-        SharedNarrationDecoder().DecodeChunk(data, [&](std::span<const std::uint8_t> pcm) {
-            ok = ok && std::fwrite(pcm.data(), 1, pcm.size(), file.get()) == pcm.size();
-            dataBytes += pcm.size();
+    // Decoded into memory under the shared decoder's lock (a narration is capped at a few megabytes)
+    // and written after it, so that no file is written while the lock is held.
+    std::vector<std::uint8_t> samples;
+    NarrationReport met;
+    {
+        std::lock_guard hold(sharedDecoderLock);
+        met = SharedNarrationDecoder().DecodeChunk(data, [&](std::span<const std::uint8_t> pcm) {
+            const std::size_t at = samples.size();
+            samples.resize(at + pcm.size());
+            std::memcpy(samples.data() + at, pcm.data(), pcm.size());
         });
+    }
+    ok = ok && std::fwrite(samples.data(), 1, samples.size(), file.get()) == samples.size();
+    const std::uint64_t dataBytes = samples.size();
     if (report != nullptr)
         *report = met;
     if (!ok) {

@@ -160,7 +160,8 @@ private:
 /// the cosine table. Exposed for tests.
 std::array<std::int32_t, 10> LspToFilter(const std::array<std::int32_t, 10>& lsp);
 
-/// The process-wide decoder that `DecodeNarration` uses. Film loader thread only.
+/// The process-wide decoder that `DecodeNarration` uses, under a lock of its own: the film loaders of
+/// every player in the process share it (its comfort noise runs on from one narration to the next).
 NarrationDecoder& SharedNarrationDecoder();
 
 /// Decodes one compressed narration chunk into the wave file `fileName` (created or truncated): a
