@@ -5,30 +5,38 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 namespace lumenar::records {
 
 int FindCaptionFont(LogFont* font)
 {
-    auto face = platform::FirstTrueTypeFace("Arial");
-    if (!face)
-        face = platform::FirstTrueTypeFace("");
-    if (!face || font == nullptr)
+    // The fonts of the system are asked once per process: every new film starts its default caption
+    // style here, and an enumeration of the system's fonts is slow next to the rest of a film's making.
+    static const std::optional<LogFont> found = []() -> std::optional<LogFont> {
+        auto face = platform::FirstTrueTypeFace("Arial");
+        if (!face)
+            face = platform::FirstTrueTypeFace("");
+        if (!face)
+            return std::nullopt;
+        // The record an enumeration of scalable faces reports: a nominal cell of 16 by 7 pixels, stroke
+        // precision, draft quality, the face's own weight, slant and family class.
+        LogFont out{};
+        out.height = 16;
+        out.width = 7;
+        out.weight = face->weight;
+        out.italic = face->italic ? 1 : 0;
+        out.charSet = 0;
+        out.outPrecision = 3;
+        out.clipPrecision = 2;
+        out.quality = 1;
+        out.pitchAndFamily = static_cast<std::uint8_t>(face->pitchAndFamily);
+        std::strncpy(out.faceName, face->family.c_str(), sizeof out.faceName - 1);
+        return out;
+    }();
+    if (!found || font == nullptr)
         return 0;
-    // The record an enumeration of scalable faces reports: a nominal cell of 16 by 7 pixels, stroke
-    // precision, draft quality, the face's own weight, slant and family class.
-    LogFont out{};
-    out.height = 16;
-    out.width = 7;
-    out.weight = face->weight;
-    out.italic = face->italic ? 1 : 0;
-    out.charSet = 0;
-    out.outPrecision = 3;
-    out.clipPrecision = 2;
-    out.quality = 1;
-    out.pitchAndFamily = static_cast<std::uint8_t>(face->pitchAndFamily);
-    std::strncpy(out.faceName, face->family.c_str(), sizeof out.faceName - 1);
-    std::memcpy(font, &out, sizeof out);
+    std::memcpy(font, &*found, sizeof *found);
     return 1;
 }
 
