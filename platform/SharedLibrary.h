@@ -7,7 +7,8 @@
 
 namespace lumenar::platform {
 
-/// A shared library loaded into the process, unloaded when the object goes. Any thread.
+/// A shared library loaded into the process. Closing it (the object going) releases the handle but
+/// keeps the code mapped until the process ends, with the state the library keeps. Any thread.
 class SharedLibrary
 {
 public:

@@ -10,7 +10,9 @@ namespace lumenar::platform {
 base::Result<std::unique_ptr<SharedLibrary>> SharedLibrary::Open(const std::string& path)
 {
     dlerror();
-    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    // The library stays mapped after it is closed: the player keeps process-wide state (the font
+    // library, shared glyph cells) until the process ends, and unmapping it would orphan that memory.
+    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (handle == nullptr) {
         const char* why = dlerror();
         return base::Error{base::ErrorCode::NotFound, why != nullptr ? why : "cannot load the library"};
