@@ -3,6 +3,7 @@
 #include "app/CaptionJson.h"
 #include "app/InputFiles.h"
 #include "app/PictureFiles.h"
+#include "app/Previews.h"
 #include "base/StrCat.h"
 #include "effects/EffectRegistry.h"
 #include "effects/EffectTables.h"
@@ -23,7 +24,7 @@ namespace {
 constexpr const char* kCaptionHelp =
     "usage: lumenar caption --on PICTURE --text TEXT [--effect N] [--progress n/d] [--x X --y Y\n"
     "         --height H --face NAME --weight W --italic --colour 0xBBGGRR --align 0|1|2 --spacing P\n"
-    "         --shadow 0|1] [--frame WxH] -o OUT.png\n"
+    "         --shadow 0|1] [--frame WxH] [--frames K [--frame-ms M]] -o OUT\n"
     "       lumenar caption --glyphs --text TEXT [same caption options] [--on PICTURE | --frame WxH]\n"
     "\n"
     "Draws one caption on PICTURE (PNG, BMP or JPEG) the way the player does: the caption is scaled\n"
@@ -44,6 +45,9 @@ constexpr const char* kCaptionHelp =
     "  --shadow S      1 draws a drop shadow (default 1)\n"
     "  --frame WxH     frame size: PICTURE is stretched to it (default: PICTURE's size, or 800x600)\n"
     "  --effect N      text-effect row, 0-53 ('lumenar effects' lists them)\n"
+    "  --frames K      render K frames (2-1000) from progress 0 to full instead of one: OUT is an\n"
+    "                  animated .webp or .gif, or else a folder that receives frame-000.png...\n"
+    "  --frame-ms M    how long each frame of an animation shows (default 80)\n"
     "  --glyphs        print the layout as JSON instead of drawing:\n"
     "                  {\"extent\":[w,h],\"ascent\":N,\"descent\":N,\"height\":N,\"glyphs\":[{\"code\":N,\n"
     "                  \"line\":N,\"gx\":N,\"gy\":N,\"cw\":N,\"ch\":N},...]}\n"
@@ -71,13 +75,6 @@ std::string Unescape(const std::string& text)
     return out;
 }
 
-bool ParseSize(const std::string& text, long long& width, long long& height)
-{
-    const auto x = text.find('x');
-    return x != std::string::npos && ParseInt(text.substr(0, x), 1, 16384, width) &&
-           ParseInt(text.substr(x + 1), 1, 16384, height);
-}
-
 // Nearest-neighbour stretch of a bottom-up picture to a new size.
 platform::BgrxPicture Stretch(const platform::BgrxPicture& in, int width, int height)
 {
@@ -103,8 +100,9 @@ int CaptionCommand(Args args)
     record.x = 40;
     record.y = 40;
 
-    long long effect = 4, n = 1, d = 1, frameWidth = 0, frameHeight = 0;
-    bool haveText = false, glyphsOnly = false;
+    long long effect = 4, n = 1, d = 1, frames = 0, frameMs = 80;
+    int frameWidth = 0, frameHeight = 0;
+    bool haveText = false, glyphsOnly = false, haveProgress = false;
     std::string on, out, text;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
@@ -144,6 +142,15 @@ int CaptionCommand(Args args)
             if (slash == std::string::npos || !ParseInt(value.substr(0, slash), 0, INT32_MAX, n) ||
                 !ParseInt(value.substr(slash + 1), 1, INT32_MAX, d) || n > d)
                 return Fail(value, "progress must be n/d with 0 <= n <= d and d > 0");
+            haveProgress = true;
+        } else if (arg == "--frames") {
+            if (!integer(2, kMaxFrames))
+                return Fail(value, base::StrCat("not a frame count (2-", kMaxFrames, ")"));
+            frames = number;
+        } else if (arg == "--frame-ms") {
+            if (!integer(10, 10000))
+                return Fail(value, "not a frame time (10-10000 ms)");
+            frameMs = number;
         } else if (arg == "--x" || arg == "--y") {
             if (!integer(-100000, 100000))
                 return Fail(value, "not a position (-100000 to 100000)");
@@ -180,7 +187,7 @@ int CaptionCommand(Args args)
                 return Fail(value, "shadow is 0 or 1");
             record.shadow = static_cast<std::int32_t>(number);
         } else if (arg == "--frame") {
-            if (!ParseSize(value, frameWidth, frameHeight))
+            if (!ParseSize(value, 1, 16384, frameWidth, frameHeight))
                 return Fail(value, "frame must be WxH, each 1 to 16384");
         } else {
             return Fail(arg, "unknown option for caption (try 'lumenar caption --help')");
@@ -190,6 +197,8 @@ int CaptionCommand(Args args)
         return Fail("caption", "--text is needed");
     if (!glyphsOnly && (on.empty() || out.empty()))
         return Fail("caption", "--on and -o are needed (or --glyphs to print the layout)");
+    if (frames != 0 && (haveProgress || glyphsOnly))
+        return Fail("--frames", "renders from progress 0 to full: leave out --progress and --glyphs");
 
     platform::BgrxPicture frame;
     if (!on.empty()) {
@@ -198,48 +207,43 @@ int CaptionCommand(Args args)
             return Fail(on, picture.error().message);
         frame = std::move(*picture);
         if (frameWidth != 0 && (frameWidth != frame.width || frameHeight != frame.height))
-            frame = Stretch(frame, static_cast<int>(frameWidth), static_cast<int>(frameHeight));
+            frame = Stretch(frame, frameWidth, frameHeight);
     } else {
-        frame.width = frameWidth != 0 ? static_cast<int>(frameWidth) : 800;
-        frame.height = frameHeight != 0 ? static_cast<int>(frameHeight) : 600;
+        frame.width = frameWidth != 0 ? frameWidth : 800;
+        frame.height = frameHeight != 0 ? frameHeight : 600;
     }
 
-    playback::PreparedCaption caption;
-    const int count = playback::PrepareCaption(record, text, playback::CaptionScale(frame.width), caption);
-    if (count == 0 && !text.empty())
-        return Fail(record.font.faceName, "no font could be made for the caption");
+    effects::EffectRegistry registry;
+    const int row = static_cast<int>(effect);
     if (glyphsOnly) {
+        playback::PreparedCaption caption;
+        const int count =
+            playback::PrepareCaption(record, text, playback::CaptionScale(frame.width), caption);
+        if (count == 0 && !text.empty())
+            return Fail(record.font.faceName, "no font could be made for the caption");
         const std::string json = CaptionLayoutJson(
             caption.record.extentWidth, caption.record.extentHeight, caption.info.metrics,
             std::span<const records::Glyph>(caption.glyphs.data(), static_cast<std::size_t>(count)));
         std::printf("%s\n", json.c_str());
         return 0;
     }
-
-    effects::EffectRegistry registry;
-    effects::TextEffectParams block{};
-    block.size = 40;
-    block.dcBits = frame.pixels.data();
-    block.text = &caption.record;
-    block.glyphs = caption.glyphs.data();
-    block.glyphCount = count;
-    block.width = frame.width;
-    block.height = frame.height;
-    block.progressNum = 0;
-    block.progressDen = 100;
-    const int row = static_cast<int>(effect);
-    if (count > 0) {
-        if (registry.RunText(row, effects::EffectInit, block) != 0) {
-            registry.RunText(row, effects::EffectRelease, block);
-            return Fail(record.font.faceName, "the text effect could not prepare the caption's glyphs");
-        }
-        block.progressNum = static_cast<std::int32_t>(n);
-        block.progressDen = static_cast<std::int32_t>(d);
-        registry.RunText(row, effects::EffectRender, block);
-        registry.RunText(row, effects::EffectRelease, block);
+    if (frames != 0) {
+        return WriteFrames(out, frame.width, frame.height, static_cast<int>(frameMs),
+                           [&](const FrameSink& sink) {
+                               return RenderCaption(registry, row, frame, record, text,
+                                                    EvenSteps(static_cast<int>(frames)), sink);
+                           });
     }
-    if (auto written = platform::WriteImageFile(out, frame); !written.ok())
-        return Fail(out, WithoutPath(written.error().message, out));
+    const Progress step{static_cast<std::int32_t>(n), static_cast<std::int32_t>(d)};
+    bool rendered = false;
+    const base::Status status = RenderCaption(registry, row, frame, record, text, std::span(&step, 1),
+                                              [&](const platform::BgrxPicture& drawn) {
+                                                  rendered = true;
+                                                  return platform::WriteImageFile(out, drawn);
+                                              });
+    if (!status.ok())
+        return rendered ? Fail(out, WithoutPath(status.error().message, out))
+                        : Fail(record.font.faceName, status.error().message);
     return 0;
 }
 

@@ -15,6 +15,9 @@ int Fail(std::string_view input, std::string_view message);
 /// Parses a whole decimal integer within low..high.
 bool ParseInt(const std::string& text, long long low, long long high, long long& out);
 
+/// Parses WxH, each side a whole number within low..high.
+bool ParseSize(const std::string& text, long long low, long long high, int& width, int& height);
+
 /// `lumenar decode PHOTO -o OUT`: one photo through the player's decoder to a picture file.
 int DecodeCommand(Args args);
 
@@ -26,6 +29,9 @@ int EffectsCommand(Args args);
 
 /// `lumenar effect --picture N --from A --to B --progress n/d [--seed S] -o OUT`: one frame of a transition.
 int EffectCommand(Args args);
+
+/// `lumenar gallery -o DIR [options]`: an offline page with an animated preview of every effect row.
+int GalleryCommand(Args args);
 
 /// `lumenar caption --on PICTURE --text T [options] -o OUT`: one frame of a caption's text effect, or
 /// its layout as JSON with `--glyphs`.

@@ -2,6 +2,7 @@
 
 #include "app/InputFiles.h"
 #include "app/PictureFiles.h"
+#include "app/Previews.h"
 #include "base/StrCat.h"
 #include "effects/EffectTables.h"
 #include "effects/EffectRegistry.h"
@@ -24,14 +25,18 @@ constexpr const char* kEffectsHelp =
 
 constexpr const char* kEffectHelp =
     "usage: lumenar effect --picture N --from A --to B --progress n/d [--seed S] -o OUT\n"
+    "       lumenar effect --picture N --from A --to B --frames K [--frame-ms M] [--seed S] -o OUT\n"
     "\n"
     "Renders one frame of picture-effect row N going from picture A to picture B (PNG, BMP or JPEG\n"
     "files of the same size) at progress n/d, and writes it to OUT (.png, .bmp or .ppm). N is a row of\n"
     "the picture table, 0-98 ('lumenar effects' lists them).\n"
     "\n"
     "options:\n"
-    "  --seed S   seed the effects' random generator with S instead of the time, so the random row\n"
-    "             and the tile dissolves render the same way every time\n"
+    "  --seed S       seed the effects' random generator with S instead of the time, so the random\n"
+    "                 row and the tile dissolves render the same way every time\n"
+    "  --frames K     render K frames (2-1000) from progress 0 to full instead of one: OUT is an\n"
+    "                 animated .webp or .gif, or else a folder that receives frame-000.png...\n"
+    "  --frame-ms M   how long each frame of an animation shows (default 80)\n"
     "\n"
     "Exit status: 0 when the frame was written, 2 on a bad option, an unreadable picture or an\n"
     "unwritable output.\n";
@@ -68,7 +73,7 @@ int EffectsCommand(Args args)
 
 int EffectCommand(Args args)
 {
-    long long row = 0, seed = 0, n = 0, d = 0;
+    long long row = 0, seed = 0, n = 0, d = 0, frames = 0, frameMs = 80;
     bool haveRow = false, haveSeed = false, haveProgress = false;
     std::string from, to, out;
     for (std::size_t i = 0; i < args.size(); ++i) {
@@ -96,6 +101,12 @@ int EffectCommand(Args args)
                 !ParseInt(value.substr(slash + 1), 1, INT32_MAX, d) || n > d)
                 return Fail(value, "progress must be n/d with 0 <= n <= d and d > 0");
             haveProgress = true;
+        } else if (arg == "--frames") {
+            if (!ParseInt(value, 2, kMaxFrames, frames))
+                return Fail(value, base::StrCat("not a frame count (2-", kMaxFrames, ")"));
+        } else if (arg == "--frame-ms") {
+            if (!ParseInt(value, 10, 10000, frameMs))
+                return Fail(value, "not a frame time (10-10000 ms)");
         } else if (arg == "--from") {
             from = value;
         } else if (arg == "--to") {
@@ -106,8 +117,8 @@ int EffectCommand(Args args)
             return Fail(arg, "unknown option for effect (try 'lumenar effect --help')");
         }
     }
-    if (!haveRow || !haveProgress || from.empty() || to.empty() || out.empty())
-        return Fail("effect", "--picture, --from, --to, --progress and -o are all needed");
+    if (!haveRow || (haveProgress == (frames != 0)) || from.empty() || to.empty() || out.empty())
+        return Fail("effect", "--picture, --from, --to, -o and one of --progress or --frames are needed");
 
     auto source = ReadPictureFile(from);
     if (!source.ok())
@@ -121,25 +132,19 @@ int EffectCommand(Args args)
     if (haveSeed)
         effects::EffectRegistry::FixSeed(static_cast<std::uint32_t>(seed));
     effects::EffectRegistry registry;
-    platform::BgrxPicture frame{source->width, source->height,
-                                std::vector<std::uint8_t>(source->pixels.size())};
-    effects::EffectParams block{};
-    block.source = source->pixels.data();
-    block.target = target->pixels.data();
-    block.output = frame.pixels.data();
-    block.width = source->width;
-    block.height = source->height;
-    block.progressNum = 0;
-    block.progressDen = 100;
     const int index = static_cast<int>(row);
-    registry.RunPicture(index, effects::EffectInit, &block);
-    block.progressNum = static_cast<std::int32_t>(n);
-    block.progressDen = static_cast<std::int32_t>(d);
-    registry.RunPicture(index, effects::EffectRender, &block);
-    registry.RunPicture(index, effects::EffectRelease, nullptr);
-    if (auto written = platform::WriteImageFile(out, frame); !written.ok())
-        return Fail(out, WithoutPath(written.error().message, out));
-    return 0;
+    if (frames == 0) {
+        const Progress step{static_cast<std::int32_t>(n), static_cast<std::int32_t>(d)};
+        const base::Status written = RenderTransition(
+            registry, index, *source, *target, std::span(&step, 1),
+            [&](const platform::BgrxPicture& frame) { return platform::WriteImageFile(out, frame); });
+        return written.ok() ? 0 : Fail(out, WithoutPath(written.error().message, out));
+    }
+    return WriteFrames(out, source->width, source->height, static_cast<int>(frameMs),
+                       [&](const FrameSink& sink) {
+                           return RenderTransition(registry, index, *source, *target,
+                                                   EvenSteps(static_cast<int>(frames)), sink);
+                       });
 }
 
 } // namespace lumenar::app

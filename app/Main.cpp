@@ -28,6 +28,18 @@ bool ParseInt(const std::string& text, long long low, long long high, long long&
     return true;
 }
 
+bool ParseSize(const std::string& text, long long low, long long high, int& width, int& height)
+{
+    const std::size_t x = text.find('x');
+    long long w = 0, h = 0;
+    if (x == std::string::npos || !ParseInt(text.substr(0, x), low, high, w) ||
+        !ParseInt(text.substr(x + 1), low, high, h))
+        return false;
+    width = static_cast<int>(w);
+    height = static_cast<int>(h);
+    return true;
+}
+
 namespace {
 
 struct Command
@@ -43,6 +55,7 @@ constexpr Command kCommands[] = {
     {"info", InfoCommand, "print a film file's settings, items and captions as JSON"},
     {"effects", EffectsCommand, "list the rows of both effect tables"},
     {"effect", EffectCommand, "render one frame of a picture transition between two pictures"},
+    {"gallery", GalleryCommand, "write an offline web page with an animated preview of every effect row"},
     {"caption", CaptionCommand, "draw a caption on a picture with a text effect, or print its layout"},
     {"pack", PackCommand, "pack photos, masks, narration and music into a film stream"},
     {"narration", NarrationCommand, "decode narration (.ca) to a wave file, or pack G.723.1 frames into .ca"},

@@ -164,18 +164,6 @@ bool ParseColour(const std::string& text, std::uint32_t& out)
     return true;
 }
 
-bool ParseSize(const std::string& text, int& width, int& height)
-{
-    const std::size_t x = text.find('x');
-    long long w = 0, h = 0;
-    if (x == std::string::npos || !ParseInt(text.substr(0, x), 16, 8192, w) ||
-        !ParseInt(text.substr(x + 1), 16, 8192, h))
-        return false;
-    width = static_cast<int>(w);
-    height = static_cast<int>(h);
-    return true;
-}
-
 bool HasScheme(const std::string& address)
 {
     const std::size_t colon = address.find("://");
@@ -276,7 +264,7 @@ int PlayCommand(Args args)
                 return Fail(args[i], "not a colour (0xBBGGRR or a decimal number)");
             (arg == "--back-color" ? hasBack : hasFill) = true;
         } else if (arg == "--size") {
-            if (!hasValue || !ParseSize(args[++i], width, height))
+            if (!hasValue || !ParseSize(args[++i], 16, 8192, width, height))
                 return Fail(hasValue ? args[i] : arg, "not a size (WxH, 16 to 8192 each)");
         } else if (arg == "--dump") {
             if (!hasValue)

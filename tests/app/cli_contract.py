@@ -46,10 +46,11 @@ def main():
     with open("good.jpg", "wb") as f:
         subprocess.run(["cjpeg", "-quality", "90", "good.ppm"], stdout=f, check=True)
     os.mkfifo("a-pipe")
-    for link in ("full.bmp", "full.wav", "full.film", "full.ca"):
+    for link in ("full.bmp", "full.wav", "full.film", "full.ca", "full.webp", "full.gif"):
         os.symlink("/dev/full", link)
 
     picture = ["--from", "picture.bmp", "--to", "picture.bmp", "--progress", "1/2"]
+    frames = ["--from", "picture.bmp", "--to", "picture.bmp", "--frames", "3"]
     caption = ["caption", "--text", "hi", "-o", "out.png"]
     # Name, arguments, the input the line must name (None: the command succeeds), a piece of its message.
     rows = [
@@ -59,6 +60,17 @@ def main():
         ("decode what is not a photo", ["decode", "photo.jpg", "-o", "out.png"], "photo.jpg", "not a photo"),
         ("effect to a full disk", ["effect", "--picture", "0"] + picture + ["-o", "full.bmp"], "full.bmp",
          "cannot write"),
+        ("animation to a full disk", ["effect", "--picture", "41"] + frames + ["-o", "full.webp"], "full.webp",
+         "cannot be written"),
+        ("gif to a full disk", ["effect", "--picture", "41"] + frames + ["-o", "full.gif"], "full.gif",
+         "cannot be written"),
+        ("frames and a progress", ["effect", "--picture", "41"] + picture + ["--frames", "3", "-o", "out.gif"],
+         "effect", "one of --progress or --frames"),
+        ("too many frames", ["effect", "--picture", "41"] + frames[:-1] + ["1001", "-o", "out.gif"], "1001",
+         "frame count"),
+        ("caption frames and a progress", caption[:-2] + ["--on", "picture.bmp", "--frames", "3", "--progress",
+                                                         "1/2", "-o", "out.webp"], "--frames", "leave out"),
+        ("gallery of another format", ["gallery", "-o", "out-gallery", "--format", "bmp"], "bmp", "webp or gif"),
         ("film to a full disk", ["pack", "good.manifest", "-o", "full.film"], "full.film", "cannot be written"),
         ("manifest naming a missing photo", ["pack", "missing-photo.manifest", "-o", "out.film"],
          "missing-photo.manifest", "not-there.jpg: No such file"),
@@ -112,7 +124,7 @@ def main():
         if (result.returncode != 2 or len(lines) != 1 or not lines[0].startswith(prefix)
                 or lines[0].count(named) != 1 or needle not in lines[0]):
             failures.append("%s: exit %d, stderr %r" % (name, result.returncode, lines))
-    for output in ("out.wav", "out.png", "out.film", "out.ca"):
+    for output in ("out.wav", "out.png", "out.film", "out.ca", "out.webp", "out.gif", "out-gallery"):
         if os.path.exists(output):
             failures.append("a failed command wrote %s" % output)
     if failures:
