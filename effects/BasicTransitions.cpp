@@ -206,7 +206,7 @@ struct TileDissolveState
     std::int32_t kc = 0;
     std::int32_t kr = 0;
     std::vector<std::int32_t> thresholds;
-    std::vector<std::uint32_t> rowMask; // Per column of one tile row: all ones where the target shows.
+    std::vector<ColourRun> runs; // One tile row's runs of tiles showing the same picture.
 };
 thread_local TileDissolveState tileDissolve;
 
@@ -224,7 +224,7 @@ void InitTileDissolve(const Frame& f)
                                    static_cast<std::size_t>(tileDissolve.kr));
     for (std::int32_t& threshold : tileDissolve.thresholds)
         threshold = Rand() % 100;
-    tileDissolve.rowMask.assign(static_cast<std::size_t>(f.w), 0);
+    tileDissolve.runs.reserve(static_cast<std::size_t>(tileDissolve.kc));
 }
 
 void RenderTileDissolve(const Frame& f)
@@ -240,22 +240,26 @@ void RenderTileDissolve(const Frame& f)
     // Without a matching init there are no thresholds for these pictures: nothing more to draw.
     if (st.thresholds.empty() || st.w != f.w || st.h != f.h)
         return;
-    std::uint32_t* mask = st.rowMask.data();
+    const bool sse2 = CrossFadeSse2Built() && platform::Simd().sse2;
     for (std::int32_t tileRow = 0; tileRow < st.kr; ++tileRow) {
         const std::int32_t* thresholds =
             st.thresholds.data() + static_cast<std::size_t>(tileRow) * static_cast<std::size_t>(st.kc);
-        for (std::int32_t tileColumn = 0; tileColumn < st.kc; ++tileColumn)
-            std::fill_n(mask + static_cast<std::size_t>(tileColumn) * static_cast<std::size_t>(st.s), st.s,
-                        thresholds[tileColumn] > p ? 0u : 0xFFFFFFFFu);
+        // Neighbouring tiles that show the same picture are copied as one run.
+        st.runs.clear();
+        for (std::int32_t tileColumn = 0; tileColumn < st.kc; ++tileColumn) {
+            const bool showsTarget = thresholds[tileColumn] <= p;
+            if (st.runs.empty() || st.runs.back().fromTarget != showsTarget)
+                st.runs.push_back({tileColumn * st.s, 0, showsTarget});
+            st.runs.back().count += st.s;
+        }
         for (std::int32_t r = tileRow * st.s; r < (tileRow + 1) * st.s; ++r) {
+            auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
             const auto* src = reinterpret_cast<const std::uint32_t*>(f.SourceRow(r));
             const auto* tgt = reinterpret_cast<const std::uint32_t*>(f.TargetRow(r));
-            auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
-            // Only the three colour bytes: the fourth byte of the output keeps what it held.
-            for (std::int32_t x = 0; x < f.w; ++x) {
-                const std::uint32_t chosen = (src[x] & ~mask[x]) | (tgt[x] & mask[x]);
-                out[x] = (out[x] & 0xFF000000u) | (chosen & 0x00FFFFFFu);
-            }
+            if (sse2)
+                CopyColourRunsSse2(src, tgt, out, st.runs);
+            else
+                CopyColourRunsPortable(src, tgt, out, st.runs);
         }
     }
 }
@@ -269,7 +273,7 @@ std::int32_t TileDissolveProc(std::uint32_t message, void* params)
     }
     if (message == EffectRelease) {
         tileDissolve.thresholds = {};
-        tileDissolve.rowMask = {};
+        tileDissolve.runs = {};
         return 0;
     }
     if (!IsRenderMessage(message))
@@ -517,6 +521,16 @@ void CrossFadeBytesPortable(const std::uint8_t* source, const std::uint8_t* targ
         const int t = target[i];
         const int value = t + (((source[i] - t) * weight) >> 7);
         output[i] = static_cast<std::uint8_t>(std::clamp(value, 0, 255));
+    }
+}
+
+void CopyColourRunsPortable(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,
+                            std::span<const ColourRun> runs)
+{
+    for (const ColourRun& run : runs) {
+        const std::uint32_t* from = (run.fromTarget ? target : source) + run.first;
+        for (std::int32_t x = 0; x < run.count; ++x)
+            output[run.first + x] = (output[run.first + x] & 0xFF000000u) | (from[x] & 0x00FFFFFFu);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace lumenar::effects {
 
@@ -40,5 +41,21 @@ void CrossFadeBytesPortable(const std::uint8_t* source, const std::uint8_t* targ
 bool CrossFadeSse2Built();
 void CrossFadeBytesSse2(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
                         std::size_t count, int a);
+
+/// A run of pixels of one row that shows one picture.
+struct ColourRun
+{
+    std::int32_t first;
+    std::int32_t count;
+    bool fromTarget;
+};
+
+/// The tile dissolve's row: the colour bytes of each run copied from `target` or `source` to `output`;
+/// the fourth byte of each output pixel keeps what it held.
+void CopyColourRunsPortable(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,
+                            std::span<const ColourRun> runs);
+/// The same with SSE2, bit for bit, under the same conditions as CrossFadeBytesSse2.
+void CopyColourRunsSse2(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,
+                        std::span<const ColourRun> runs);
 
 } // namespace lumenar::effects

@@ -36,6 +36,26 @@ void CrossFadeBytesSse2(const std::uint8_t* source, const std::uint8_t* target, 
     CrossFadeBytesPortable(source + i, target + i, output + i, count - i, a);
 }
 
+void CopyColourRunsSse2(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,
+                        std::span<const ColourRun> runs)
+{
+    const __m128i colour = _mm_set1_epi32(0x00FFFFFF);
+    for (const ColourRun& run : runs) {
+        const std::uint32_t* from = (run.fromTarget ? target : source) + run.first;
+        std::uint32_t* to = output + run.first;
+        const std::size_t count = static_cast<std::size_t>(run.count);
+        std::size_t i = 0;
+        for (; i + 4 <= count; i += 4) {
+            const __m128i f = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i));
+            const __m128i o = _mm_loadu_si128(reinterpret_cast<const __m128i*>(to + i));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i),
+                             _mm_or_si128(_mm_and_si128(f, colour), _mm_andnot_si128(colour, o)));
+        }
+        for (; i < count; ++i)
+            to[i] = (to[i] & 0xFF000000u) | (from[i] & 0x00FFFFFFu);
+    }
+}
+
 #else
 
 // Built for a processor family without SSE2: the portable blend is the only one.
@@ -48,6 +68,12 @@ void CrossFadeBytesSse2(const std::uint8_t* source, const std::uint8_t* target, 
                         std::size_t count, int a)
 {
     CrossFadeBytesPortable(source, target, output, count, a);
+}
+
+void CopyColourRunsSse2(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,
+                        std::span<const ColourRun> runs)
+{
+    CopyColourRunsPortable(source, target, output, runs);
 }
 
 #endif
