@@ -240,6 +240,7 @@ void RenderTileDissolve(const Frame& f)
     // Without a matching init there are no thresholds for these pictures: nothing more to draw.
     if (st.thresholds.empty() || st.w != f.w || st.h != f.h)
         return;
+    const bool avx2 = BlendAvx2Built() && platform::Simd().avx2;
     const bool sse2 = CrossFadeSse2Built() && platform::Simd().sse2;
     for (std::int32_t tileRow = 0; tileRow < st.kr; ++tileRow) {
         const std::int32_t* thresholds =
@@ -256,7 +257,9 @@ void RenderTileDissolve(const Frame& f)
             auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
             const auto* src = reinterpret_cast<const std::uint32_t*>(f.SourceRow(r));
             const auto* tgt = reinterpret_cast<const std::uint32_t*>(f.TargetRow(r));
-            if (sse2)
+            if (avx2)
+                CopyColourRunsAvx2(src, tgt, out, st.runs);
+            else if (sse2)
                 CopyColourRunsSse2(src, tgt, out, st.runs);
             else
                 CopyColourRunsPortable(src, tgt, out, st.runs);
@@ -505,7 +508,9 @@ void RenderOutAndBack(const Frame& f)
 void RenderCrossFade(const Frame& f)
 {
     const int a = static_cast<int>(static_cast<std::int64_t>(f.n) * 127 / f.d);
-    if (CrossFadeSse2Built() && platform::Simd().sse2)
+    if (BlendAvx2Built() && platform::Simd().avx2)
+        CrossFadeBytesAvx2(f.source, f.target, f.output, f.Bytes(), a);
+    else if (CrossFadeSse2Built() && platform::Simd().sse2)
         CrossFadeBytesSse2(f.source, f.target, f.output, f.Bytes(), a);
     else
         CrossFadeBytesPortable(f.source, f.target, f.output, f.Bytes(), a);

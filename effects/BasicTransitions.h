@@ -58,4 +58,12 @@ void CopyColourRunsPortable(const std::uint32_t* source, const std::uint32_t* ta
 void CopyColourRunsSse2(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,
                         std::span<const ColourRun> runs);
 
+/// The AVX2 forms of the cross-fade and the row copy, bit for bit. Only worth calling when
+/// BlendAvx2Built() and platform::Simd().avx2.
+bool BlendAvx2Built();
+void CrossFadeBytesAvx2(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
+                        std::size_t count, int a);
+void CopyColourRunsAvx2(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,
+                        std::span<const ColourRun> runs);
+
 } // namespace lumenar::effects

@@ -3,6 +3,7 @@
 #include "effects/EffectProtocol.h"
 #include "effects/EffectRegistry.h"
 #include "effects/Random.h"
+#include "platform/Cpu.h"
 
 #include <gtest/gtest.h>
 
@@ -411,17 +412,19 @@ TEST(BuiltRows, EndOnTheTargetAndRepeatExactly)
     EffectRegistry::FixSeed(std::nullopt);
 }
 
-// The tile dissolve's row copy: runs of every length (the SSE2 form's tails included) and from both
-// pictures, into outputs whose fourth bytes must survive.
-TEST(TileDissolve, Sse2RunsMatchThePortableRunsBitForBit)
+// The wide forms of the tile dissolve's row copy (runs of every length, so every tail, from both
+// pictures, into outputs whose fourth bytes must survive) and of the cross-fade, against the portable
+// ones. The AVX2 forms run where the processor has it.
+TEST(Blends, WideFormsMatchThePortableFormsBitForBit)
 {
+    const bool avx2 = BlendAvx2Built() && platform::Simd().avx2;
     std::mt19937 random(9);
-    std::vector<std::uint32_t> source(203), target(203), fast(203), slow(203);
+    std::vector<std::uint32_t> source(203), target(203), sse2(203), wide(203), slow(203);
     for (int round = 0; round < 200; ++round) {
         for (std::size_t i = 0; i < source.size(); ++i) {
             source[i] = random();
             target[i] = random();
-            fast[i] = slow[i] = random();
+            sse2[i] = wide[i] = slow[i] = random();
         }
         std::vector<ColourRun> runs;
         for (std::int32_t at = 0; at < 203;) {
@@ -430,9 +433,27 @@ TEST(TileDissolve, Sse2RunsMatchThePortableRunsBitForBit)
             runs.push_back({at, count, random() % 2 == 0});
             at += count;
         }
-        CopyColourRunsSse2(source.data(), target.data(), fast.data(), runs);
         CopyColourRunsPortable(source.data(), target.data(), slow.data(), runs);
-        ASSERT_EQ(fast, slow) << "round " << round;
+        CopyColourRunsSse2(source.data(), target.data(), sse2.data(), runs);
+        ASSERT_EQ(sse2, slow) << "round " << round;
+        if (avx2) {
+            CopyColourRunsAvx2(source.data(), target.data(), wide.data(), runs);
+            ASSERT_EQ(wide, slow) << "round " << round;
+        }
+    }
+    if (!avx2)
+        return;
+    std::vector<std::uint8_t> from(4099), to(4099), fast(4099), portable(4099);
+    for (int round = 0; round < 20; ++round) {
+        for (std::size_t i = 0; i < from.size(); ++i) {
+            from[i] = static_cast<std::uint8_t>(round == 0 ? 255 : random());
+            to[i] = static_cast<std::uint8_t>(round == 0 ? 0 : random());
+        }
+        for (int a = 0; a <= 127; ++a) {
+            CrossFadeBytesAvx2(from.data(), to.data(), fast.data(), from.size(), a);
+            CrossFadeBytesPortable(from.data(), to.data(), portable.data(), from.size(), a);
+            ASSERT_EQ(fast, portable) << "round " << round << " a " << a;
+        }
     }
 }
 
