@@ -1,7 +1,6 @@
 #include "audio/NarrationDecoder.h"
 
-#include "platform/DebugTrace.h"
-#include "platform/MessageBox.h"
+#include "tests/support/MessageCapture.h"
 #include "tests/support/NarrationWriter.h"
 
 #include <gtest/gtest.h>
@@ -27,28 +26,10 @@ using testing::SpeechFrame63;
 using Bytes = std::vector<std::uint8_t>;
 
 // Captures the messages the decoder shows and the debug lines it writes.
-class Capture : public platform::MessageSink
+struct Capture
 {
-public:
-    Capture()
-    {
-        platform::SetMessageSink(this);
-        platform::SetDebugTraceCapture([this](std::string_view line) { traces.emplace_back(line); });
-    }
-    ~Capture() override
-    {
-        platform::SetMessageSink(nullptr);
-        platform::SetDebugTraceCapture({});
-    }
-    int Show(platform::Window* owner, unsigned style, std::string_view, std::string_view text) override
-    {
-        EXPECT_EQ(owner, nullptr);
-        EXPECT_EQ(style, platform::kBoxIconError);
-        messages.emplace_back(text);
-        return platform::kAnswerOk;
-    }
-    std::vector<std::string> messages;
-    std::vector<std::string> traces;
+    testing::MessageCapture messages;
+    testing::TraceCapture traces;
 };
 
 Bytes DecodeToPcm(NarrationDecoder& decoder, const Bytes& chunk)
@@ -214,8 +195,8 @@ TEST(NarrationDecoder, PacketCases)
         EXPECT_EQ(report.longPayloads, row.report.longPayloads);
         EXPECT_EQ(report.truncated, row.report.truncated);
         EXPECT_EQ(report.Damaged(), report.Describe() != "");
-        EXPECT_TRUE(capture.messages.empty()) << "the caller reports once per narration";
-        EXPECT_EQ(capture.traces.size(), static_cast<std::size_t>(row.traces));
+        EXPECT_TRUE(capture.messages.All().empty()) << "the caller reports once per narration";
+        EXPECT_EQ(capture.traces.Lines().size(), static_cast<std::size_t>(row.traces));
     }
 }
 

@@ -5,6 +5,7 @@
 #include "platform/MessageBox.h"
 #include "tests/support/MessageCapture.h"
 #include "tests/support/NarrationWriter.h"
+#include "tests/support/TestBytes.h"
 
 #include <gtest/gtest.h>
 
@@ -21,60 +22,14 @@ namespace {
 namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 
-// A wave file with the given format and data, its chunks in either order, with an extra chunk first.
-Bytes MakeWave(const platform::WaveFormat& f, const Bytes& data, bool dataFirst = false)
-{
-    Bytes out;
-    auto put = [&out](std::uint32_t v, int bytes) {
-        for (int i = 0; i < bytes; ++i)
-            out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
-    };
-    auto tag = [&out](const char* t) {
-        for (int i = 0; i < 4; ++i)
-            out.push_back(static_cast<std::uint8_t>(t[i]));
-    };
-    auto format = [&] {
-        tag("fmt ");
-        put(16, 4);
-        put(f.formatTag, 2);
-        put(f.channels, 2);
-        put(f.samplesPerSec, 4);
-        put(f.avgBytesPerSec, 4);
-        put(f.blockAlign, 2);
-        put(f.bitsPerSample, 2);
-    };
-    auto body = [&] {
-        tag("data");
-        put(static_cast<std::uint32_t>(data.size()), 4);
-        out.insert(out.end(), data.begin(), data.end());
-        if (data.size() & 1)
-            out.push_back(0);
-    };
-    tag("RIFF");
-    put(0, 4);
-    tag("WAVE");
-    tag("LIST"); // An odd-sized chunk the walk must step over, padding included.
-    put(3, 4);
-    out.insert(out.end(), {'a', 'b', 'c', 0});
-    if (dataFirst) {
-        body();
-        format();
-    } else {
-        format();
-        body();
-    }
-    const auto riff = static_cast<std::uint32_t>(out.size() - 8);
-    for (int i = 0; i < 4; ++i)
-        out[4 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(riff >> (8 * i));
-    return out;
-}
+using testing::Pattern;
+using testing::WaveLayout;
 
-Bytes Pattern(std::size_t size, std::uint8_t seed)
+// A wave file with an odd-sized chunk before its format and data, which a reader must step over.
+Bytes MakeWave(const platform::WaveFormat& format, const Bytes& data,
+               WaveLayout layout = WaveLayout::ListFirst)
 {
-    Bytes out(size);
-    for (std::size_t i = 0; i < size; ++i)
-        out[i] = static_cast<std::uint8_t>(seed + i * 7 + (i >> 8));
-    return out;
+    return testing::WaveFile(data, format, layout);
 }
 
 // The slowest format the output plays, 8000 bytes per second, one byte per frame: a ring of 1.2 MB.
@@ -137,7 +92,7 @@ TEST_F(WaveStreamTest, AppendsWrapRoundTheRing)
         platform::NullSoundDevice device(clock_);
         auto stream = MakeStream(&device);
         if (row.chunks.empty()) {
-            stream->AppendWaveData(MakeWave(kNarration, Pattern(4000, 1), true));
+            stream->AppendWaveData(MakeWave(kNarration, Pattern(4000, 1), WaveLayout::ListDataFormat));
             EXPECT_EQ(stream->WritePos(), 4000u);
             continue;
         }
@@ -338,7 +293,7 @@ TEST(WaveFile, FindsChunksInAnyOrderAndRefusesBrokenFiles)
     riffTooShort[4] = 20; // The RIFF length ends before the data chunk.
     const Row rows[] = {
         {"fmt then data", good, true},
-        {"data then fmt", MakeWave(kNarration, Pattern(11, 0), true), true},
+        {"data then fmt", MakeWave(kNarration, Pattern(11, 0), WaveLayout::ListDataFormat), true},
         {"no RIFF", Bytes(good.begin() + 1, good.end()), false},
         {"short fmt chunk", shortFormat, false},
         {"RIFF length ends early", riffTooShort, false},

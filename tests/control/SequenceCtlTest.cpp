@@ -61,13 +61,14 @@ protected:
         return files_.back();
     }
 
-    int Create(const std::string& file, bool userMode = true)
+    int Create(const std::string& file, bool userMode = true, platform::SoundDevice* sound = nullptr)
     {
         control_ = std::make_unique<SequenceCtl>();
         control_->SetFile(file);
         ControlSite site;
         site.host = host_.get();
         site.userMode = userMode;
+        site.sound = sound;
         return control_->Create(site);
     }
 
@@ -353,23 +354,9 @@ int DescriptorCount()
     return count;
 }
 
-/// A film stream whose film file has format version `version` and one item.
 Bytes StreamOfVersion(std::uint32_t version)
 {
-    testing::FilmDescription description;
-    description.version = version;
-    description.items = {{testing::PhotoItem(film::SizedName(10, "p.jpg")), std::nullopt}};
-    const Bytes file = testing::WriteCompoundFile(testing::FilmNodes(description));
-    // Byte by byte: g++ 12 at -O2 takes a ranged insert of the short markers for an overflow.
-    Bytes stream;
-    for (std::string_view part : {film::kFilmMarker, std::string_view(), film::kMediaMarker}) {
-        for (char c : part)
-            stream.push_back(static_cast<std::uint8_t>(c));
-        if (part.empty())
-            for (std::uint8_t byte : file)
-                stream.push_back(byte);
-    }
-    return stream;
+    return testing::StreamOfFilmFile(testing::FilmFileOfVersion(version));
 }
 
 TEST_F(SequenceCtlTest, FilmsThatCannotBeCompletedAreToldOnceWithTheReason)
@@ -513,34 +500,10 @@ TEST_F(SequenceCtlTest, NarrationReachesTheSoundDevice)
         tone.push_back(static_cast<std::uint8_t>(sample & 0xFF));
         tone.push_back(static_cast<std::uint8_t>((sample >> 8) & 0xFF));
     }
-    const Bytes wave = testing::WaveFile(tone);
-
-    film::Film film;
-    std::vector<film::ItemMedia> media(2);
-    for (int i = 0; i < 2; ++i) {
-        testing::ZigzagBlock block(64, 0);
-        media[static_cast<std::size_t>(i)].photo = testing::MakeUniformPhoto(64, 48, block);
-        film::FilmItem item;
-        item.kind = film::kFilmItemPhoto;
-        item.photo.cstrName = film::SizedName(media[static_cast<std::size_t>(i)].photo.size(), "p.jpg");
-        item.displaySeconds = 2;
-        if (i == 0) {
-            media[0].sound = wave;
-            item.sound.cstrName = film::SizedName(wave.size(), "voice.wav");
-        }
-        film.AddItem(item);
-    }
-    auto stream = film::WriteFilmStream(film, media, {});
-    ASSERT_TRUE(stream.ok()) << stream.error().message;
-    files_.push_back(testing::WriteTempFile(*stream, "narrated.flm"));
-
+    files_.push_back(testing::WriteTempFile(
+        testing::MakeFilmStream(3, film::kAdvanceAutomatic, 0, testing::WaveFile(tone)), "narrated.flm"));
     platform::NullSoundDevice device(platform::SystemClock());
-    control_ = std::make_unique<SequenceCtl>();
-    control_->SetFile(files_.back());
-    ControlSite site;
-    site.host = host_.get();
-    site.sound = &device;
-    ASSERT_EQ(control_->Create(site), 0);
+    ASSERT_EQ(Create(files_.back(), true, &device), 0);
     ASSERT_TRUE(PumpUntil([&] { return device.Played().size() >= tone.size(); }, 10000))
         << "played " << device.Played().size() << " bytes";
     const std::vector<std::uint8_t> played = device.Played();

@@ -482,14 +482,7 @@ struct MemoryRun
     }
 };
 
-// A stream that carries `fileBytes` as its film file.
-Bytes StreamOfFilmFile(const Bytes& fileBytes)
-{
-    Bytes out(kFilmMarker.begin(), kFilmMarker.end());
-    out.insert(out.end(), fileBytes.begin(), fileBytes.end());
-    out.insert(out.end(), kMediaMarker.begin(), kMediaMarker.end());
-    return out;
-}
+using testing::StreamOfFilmFile;
 
 TEST(FilmReceiver, StreamsThatCannotGiveAFilmSayWhy)
 {
@@ -498,10 +491,7 @@ TEST(FilmReceiver, StreamsThatCannotGiveAFilmSayWhy)
         std::search(three.begin(), three.end(), kMediaMarker.begin(), kMediaMarker.end()) - three.begin() +
         kMediaMarker.size());
     auto versioned = [](std::uint32_t version) {
-        testing::FilmDescription description;
-        description.version = version;
-        description.items = {{testing::PhotoItem(SizedName(10, "p.jpg")), std::nullopt}};
-        return StreamOfFilmFile(testing::WriteCompoundFile(testing::FilmNodes(description)));
+        return StreamOfFilmFile(testing::FilmFileOfVersion(version));
     };
     struct Row
     {

@@ -10,7 +10,8 @@
 
 namespace lumenar::testing {
 
-std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size_t paddingPerItem)
+std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size_t paddingPerItem,
+                                         const std::vector<std::uint8_t>& firstWave)
 {
     film::Film film;
     film.SetAdvanceMode(mode);
@@ -26,6 +27,10 @@ std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size
         item.photo.cstrName = film::SizedName(pieces.photo.size(), "photo.jpg");
         item.displaySeconds = 1;
         item.effectMs = 50;
+        if (i == 0 && !firstWave.empty()) {
+            pieces.sound = firstWave;
+            item.sound.cstrName = film::SizedName(firstWave.size(), "voice.wav");
+        }
         film.AddItem(item);
         media.push_back(std::move(pieces));
     }
