@@ -166,17 +166,12 @@ TEST_F(SequenceCtlTest, WithoutMmxCreationFailsWithTheMessageAndNothingElse)
               std::make_tuple(unsigned(platform::kBoxOk), std::string(), std::string("MMX required")));
 }
 
-TEST_F(SequenceCtlTest, ExtentIsTheWindowInHundredthsOfAMillimetre)
-{
-    ASSERT_EQ(Create(""), 0);
-    // 800 x 600 pixels at 96 per inch.
-    EXPECT_EQ(control_->Properties().cx, 21166u);
-    EXPECT_EQ(control_->Properties().cy, 15875u);
-}
-
 TEST_F(SequenceCtlTest, PlaysAFileAddressThroughToItsEndAndStopsItself)
 {
     ASSERT_EQ(Create(""), 0);
+    // The extent is the window in hundredths of a millimetre: 800 x 600 pixels at 96 per inch.
+    EXPECT_EQ(control_->Properties().cx, 21166u);
+    EXPECT_EQ(control_->Properties().cy, 15875u);
     control_.reset();
     const int threadsBefore = ThreadCount();
     ASSERT_EQ(Create(FilmFile(3, film::kAdvanceAutomatic)), 0);
