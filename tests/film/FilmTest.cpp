@@ -7,21 +7,6 @@
 namespace lumenar::film {
 namespace {
 
-// A new film's item count, loop, advance mode and music are checked after loading an empty film.
-TEST(Film, NewFilmDefaults)
-{
-    const Film film;
-    EXPECT_EQ(film.GetScaleClips(), 0);
-    const records::TextRecord& style = film.CaptionStyle();
-    EXPECT_EQ(style.font.height, -48);
-    EXPECT_EQ(style.font.width, 0);
-    EXPECT_STREQ(style.font.faceName, "Liberation Sans");
-    EXPECT_EQ(style.colour, 0xFFFFFFu);
-    EXPECT_EQ(style.lineSpacing, 100);
-    EXPECT_EQ(style.alignment, 0);
-    EXPECT_EQ(style.shadow, 1);
-}
-
 TEST(Film, CountsAndNumbersItemsThroughAddAndRemove)
 {
     Film film;
