@@ -1,6 +1,6 @@
 #pragma once
 
-// Builds baseline JPEG streams byte by byte for the decoder's tests and fuzz seeds: segments with
+// Builds baseline JPEG streams byte by byte for the decoder's tests: segments with
 // explicit contents, an entropy coder with byte stuffing, and simple Huffman tables.
 #include <cstdint>
 #include <utility>
