@@ -20,6 +20,7 @@
 namespace lumenar::codec {
 namespace {
 
+using testing::DcBlock;
 using testing::EntropyWriter;
 using testing::FlatAcTable;
 using testing::FlatDcTable;
@@ -43,13 +44,6 @@ std::unique_ptr<PhotoDecoder> Decode(const std::vector<std::uint8_t>& bytes, bas
 
 constexpr std::array<std::uint8_t, 2> kSos{0xFF, 0xDA};
 constexpr std::array<std::uint8_t, 2> kRst0{0xFF, 0xD0};
-
-ZigzagBlock DcBlock(int dc)
-{
-    ZigzagBlock block(64, 0);
-    block[0] = dc;
-    return block;
-}
 
 // Every sample of the visible part of every plane.
 void ExpectFlatPlanes(const PhotoDecoder& decoder, int expected, const char* what)

@@ -216,9 +216,7 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
 
 TEST(DecodePhoto, InMemoryNamesResolveOnlyThroughTheRegistry)
 {
-    testing::ZigzagBlock block(64, 0);
-    block[0] = 80;
-    const auto bytes = testing::MakeUniformPhoto(16, 8, block);
+    const auto bytes = testing::MakeUniformPhoto(16, 8, testing::DcBlock(80));
     const auto name = platform::RegisterInMemoryPicture(bytes);
     const std::string length = std::to_string(name.length), address = std::to_string(name.address);
     struct Row
@@ -248,10 +246,8 @@ TEST(DecodePhoto, InMemoryNamesResolveOnlyThroughTheRegistry)
 
 TEST(Photo, CopiesAPackedBitmap)
 {
-    testing::ZigzagBlock block(64, 0);
-    block[0] = 80;
     Photo photo;
-    ASSERT_EQ(DecodePhoto(photo, testing::MakeUniformPhoto(12, 5, block)), 1);
+    ASSERT_EQ(DecodePhoto(photo, testing::MakeUniformPhoto(12, 5, testing::DcBlock(80))), 1);
     EXPECT_EQ(photo.Width(), 12);
     EXPECT_EQ(photo.Height(), 5);
     const PackedDib dib = photo.CopyPackedDib();

@@ -25,9 +25,8 @@ constexpr std::uint32_t kLongWait = 5000; // Generous: the loader polls every 10
 /// A registered in-memory photo of `width` x `height`, named as a film names it.
 FilmFile GoodPhoto(int width, int height)
 {
-    testing::ZigzagBlock block(64, 0);
-    block[0] = 40;
-    const auto name = platform::RegisterInMemoryPicture(testing::MakeUniformPhoto(width, height, block));
+    const auto name =
+        platform::RegisterInMemoryPicture(testing::MakeUniformPhoto(width, height, testing::DcBlock(40)));
     return FilmFile{std::to_string(name.length), std::to_string(name.address)};
 }
 

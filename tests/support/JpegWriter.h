@@ -28,6 +28,14 @@ JpegHuffman FlatAcTable();
 /// One coefficient block in zigzag order, as quantised values.
 using ZigzagBlock = std::vector<int>; // 64 entries.
 
+/// A flat block: only its first (DC) coefficient set.
+inline ZigzagBlock DcBlock(int dc)
+{
+    ZigzagBlock block(64, 0);
+    block[0] = dc;
+    return block;
+}
+
 /// Writes entropy-coded data: bits MSB first, 0xFF followed by a stuffed 0x00.
 class EntropyWriter
 {
