@@ -35,6 +35,8 @@ TEST(ItemHandOverOf, StreamedFilmPlaysToItsEndThroughTheRealPlayer)
     film::FilmReceiver receiver(nullptr, timers);
     film::ChunkQueue queue;
     film::OpeningFlags flags;
+    EXPECT_EQ(film::RunFilmLoader(receiver, queue, played, &handOver, flags), 0)
+        << "not running: returns at once";
     flags.openerRunning = 1;
     std::jthread loader([&] { film::RunFilmLoader(receiver, queue, played, &handOver, flags); });
     for (std::size_t at = 0; at < stream.size(); at += 4096) {
@@ -50,6 +52,8 @@ TEST(ItemHandOverOf, StreamedFilmPlaysToItsEndThroughTheRealPlayer)
     flags.openerRunning = 0;
     loader.join();
     EXPECT_EQ(receiver.State(), film::kFinished);
+    std::lock_guard guard(queue.Lock());
+    EXPECT_EQ(queue.Peek(), nullptr) << "every queued chunk was fed";
     player.Destroy();
 }
 
