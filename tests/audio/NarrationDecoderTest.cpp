@@ -364,14 +364,6 @@ TEST(NarrationDecoder, WaveFileLengthsAreRewritten)
     EXPECT_EQ(DecodeNarration(chunk, "/nonexistent-folder/x.wav"), 0);
 }
 
-TEST(NarrationDecoder, EvenlySpacedPairsGiveAFlatFilter)
-{
-    // Pairs at k * pi / 11 are the roots of 1 + z^-11 and 1 - z^-11: the filter is 1, every coefficient 0.
-    const auto flat = LspToFilter({2979, 5958, 8937, 11916, 14895, 17873, 20852, 23831, 26810, 29789});
-    for (auto a : flat)
-        EXPECT_LE(std::abs(a), 8);
-}
-
 TEST(NarrationDecoder, ReplaysFuzzRegressions)
 {
     const char* source = std::getenv("LUMENAR_SOURCE_DIR");
