@@ -10,8 +10,7 @@
 
 namespace lumenar::testing {
 
-std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size_t paddingPerItem,
-                                         const std::vector<std::uint8_t>& firstWave)
+std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size_t paddingPerItem)
 {
     film::Film film;
     film.SetAdvanceMode(mode);
@@ -25,10 +24,6 @@ std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size
         item.photo.cstrName = film::SizedName(pieces.photo.size(), "photo.jpg");
         item.displaySeconds = 1;
         item.effectMs = 50;
-        if (i == 0 && !firstWave.empty()) {
-            pieces.sound = firstWave;
-            item.sound.cstrName = film::SizedName(firstWave.size(), "voice.wav");
-        }
         film.AddItem(item);
         media.push_back(std::move(pieces));
     }
