@@ -2,16 +2,14 @@
 
 #include "tests/support/MessageCapture.h"
 #include "tests/support/NarrationWriter.h"
+#include "tests/support/WriteFile.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -353,8 +351,7 @@ TEST(NarrationDecoder, WaveFileLengthsAreRewritten)
     for (int i = 0; i < 3; ++i)
         Append(chunk, Packet({3, 3}, SixteenSpeechFrames(static_cast<std::uint32_t>(i))));
     ASSERT_EQ(DecodeNarration(chunk, path), 1);
-    std::ifstream in(path, std::ios::binary);
-    const Bytes file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const Bytes file = testing::ReadFile(path);
     std::filesystem::remove(path);
     ASSERT_EQ(file.size(), 44u + 3 * 7680);
     const auto header = MakeWaveHeader(3 * 7680);
@@ -366,22 +363,16 @@ TEST(NarrationDecoder, WaveFileLengthsAreRewritten)
 
 TEST(NarrationDecoder, ReplaysFuzzRegressions)
 {
-    const char* source = std::getenv("LUMENAR_SOURCE_DIR");
-    ASSERT_NE(source, nullptr) << "ctest sets LUMENAR_SOURCE_DIR";
     Capture capture;
     const auto path = (std::filesystem::temp_directory_path() / "lumenar-narration-regress.wav").string();
-    int files = 0;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(std::filesystem::path(source) / "tests/data/audio/regress")) {
-        SCOPED_TRACE(entry.path().string());
-        std::ifstream in(entry.path(), std::ios::binary);
-        const Bytes chunk((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const auto inputs = testing::RegressionInputs("audio/regress");
+    EXPECT_FALSE(inputs.empty());
+    for (const auto& [name, chunk] : inputs) {
+        SCOPED_TRACE(name);
         EXPECT_EQ(DecodeNarration(chunk, path), 1);
         EXPECT_EQ((std::filesystem::file_size(path) - 44) % kPacketPcmBytes, 0u);
-        ++files;
     }
     std::filesystem::remove(path);
-    EXPECT_GT(files, 0);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "tests/support/MessageCapture.h"
 #include "tests/support/NarrationWriter.h"
 #include "tests/support/TestBytes.h"
+#include "tests/support/WriteFile.h"
 
 #include <gtest/gtest.h>
 
@@ -127,13 +128,7 @@ TEST_F(WaveStreamTest, WatcherStopsWhenTheCursorPassesTheDataAndResumesWithTheNe
         std::equal(second.begin(), second.end(), after.begin() + static_cast<std::ptrdiff_t>(played.size())));
     const auto wave = (folder_ / "played.wav").string();
     ASSERT_TRUE(device_.WritePlayedWave(wave).ok());
-    auto chunks = FindWaveChunks([&] {
-        std::FILE* f = std::fopen(wave.c_str(), "rb");
-        Bytes bytes(fs::file_size(wave));
-        EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), bytes.size());
-        std::fclose(f);
-        return bytes;
-    }());
+    auto chunks = FindWaveChunks(testing::ReadFile(wave));
     ASSERT_TRUE(chunks.ok());
     EXPECT_EQ(chunks->data.size(), after.size());
 }

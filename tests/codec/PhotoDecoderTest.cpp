@@ -4,16 +4,13 @@
 #include "codec/Photo.h"
 #include "platform/CorruptPhotoPolicy.h"
 #include "tests/support/JpegWriter.h"
+#include "tests/support/WriteFile.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 
@@ -599,17 +596,10 @@ TEST(PhotoDecoder, ShortCodesEndBlocksAtSixtyThreeLikeTheRegister)
 
 TEST(PhotoDecoder, FuzzRegressionsDecodeWithoutFaults)
 {
-    const char* root = std::getenv("LUMENAR_SOURCE_DIR");
-    ASSERT_NE(root, nullptr);
-    const std::filesystem::path dir = std::filesystem::path(root) / "tests/data/codec/regress";
-    ASSERT_TRUE(std::filesystem::is_directory(dir));
-    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-        if (entry.path().filename() == "README")
-            continue;
-        SCOPED_TRACE(entry.path().string());
-        std::ifstream in(entry.path(), std::ios::binary);
-        const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in),
-                                              std::istreambuf_iterator<char>()};
+    const auto inputs = testing::RegressionInputs("codec/regress");
+    EXPECT_FALSE(inputs.empty());
+    for (const auto& [name, bytes] : inputs) {
+        SCOPED_TRACE(name);
         Photo photo;
         (void)DecodePhoto(photo, bytes, {.maxPlaneBytes = 16u << 20});
         (void)ReadersAgree(bytes, {.idct = IdctPath::Fast, .maxPlaneBytes = 16u << 20});

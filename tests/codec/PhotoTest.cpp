@@ -4,6 +4,7 @@
 #include "platform/InMemoryPictures.h"
 #include "tests/support/JpegWriter.h"
 #include "tests/support/ReferenceJpeg.h"
+#include "tests/support/WriteFile.h"
 
 #include <gtest/gtest.h>
 
@@ -13,8 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 
@@ -23,11 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::uint8_t> ReadFile(const fs::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using testing::ReadFile;
 
 // Runs a shell command; a missing tool fails the test loudly.
 void RunTool(const std::string& command)

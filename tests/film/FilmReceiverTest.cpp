@@ -9,11 +9,11 @@
 #include "platform/Sync.h"
 #include "tests/support/FilmWriter.h"
 #include "tests/support/MessageCapture.h"
+#include "tests/support/WriteFile.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <algorithm>
 #include <map>
 #include <optional>
@@ -139,10 +139,8 @@ private:
 std::map<std::string, Bytes> FolderFiles(const std::string& folder)
 {
     std::map<std::string, Bytes> files;
-    for (const auto& entry : fs::directory_iterator(folder)) {
-        std::ifstream in(entry.path(), std::ios::binary);
-        files[entry.path().filename().string()] = Bytes(std::istreambuf_iterator<char>(in), {});
-    }
+    for (const auto& entry : fs::directory_iterator(folder))
+        files[entry.path().filename().string()] = testing::ReadFile(entry.path());
     return files;
 }
 
