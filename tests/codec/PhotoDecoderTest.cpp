@@ -68,10 +68,10 @@ TEST(PhotoDecoder, DecodesPlanesPaddedToWholeBlocks)
     }
 }
 
-TEST(PhotoDecoder, UnstuffsOnlyAfterTheFirstScan)
+TEST(PhotoDecoder, QuantisationTablesUnstuffOnlyAfterTheFirstScan)
 {
     // The same table segment before and after a scan: 0xFF 0x00 is two entries before the first SOS and
-    // one 0xFF after it, which shifts the rest of the table by one byte.
+    // one 0xFF after it, which shifts the rest of the table by one byte. A table of 16-bit entries too.
     std::vector<int> values(64, 7);
     values[1] = 0xFF;
     values[2] = 0x00;
@@ -81,7 +81,9 @@ TEST(PhotoDecoder, UnstuffsOnlyAfterTheFirstScan)
     w.bytes.resize(w.bytes.size() - 2); // Drop the EOI.
     w.bytes.insert(w.bytes.begin() + 2, {0xFF, 0xDB, 0x00, 67, 0x01});
     w.bytes.insert(w.bytes.begin() + 7, values.begin(), values.end());
-    w.Dqt(2, values).Eoi();
+    std::vector<int> wide(64, 300);
+    wide[0] = 2;
+    w.Dqt(3, wide, true).Dqt(2, values).Eoi();
     const auto decoder = Decode(w.bytes);
     EXPECT_EQ(decoder->QuantTable(1)[1], 0xFF);
     EXPECT_EQ(decoder->QuantTable(1)[2], 0x00);
@@ -89,6 +91,8 @@ TEST(PhotoDecoder, UnstuffsOnlyAfterTheFirstScan)
     EXPECT_EQ(decoder->QuantTable(2)[1], 0xFF);
     EXPECT_EQ(decoder->QuantTable(2)[2], 9);
     EXPECT_EQ(decoder->QuantTable(2)[3], 7);
+    EXPECT_EQ(decoder->QuantTable(3)[0], 2);
+    EXPECT_EQ(decoder->QuantTable(3)[63], 300);
 }
 
 // A photo whose entropy-coded data holds a stuffed pair early on, and the pair's offset.
@@ -372,17 +376,6 @@ TEST(PhotoDecoder, StrayRestartMarkerSwallowsTheNextSegment)
     const auto decoder = Decode(photo);
     EXPECT_EQ(decoder->QuantTable(0)[0], 0);
     ExpectFlatPlanes(*decoder, 128, "no quantisation table");
-}
-
-TEST(PhotoDecoder, SixteenBitQuantisationEntries)
-{
-    JpegWriter w;
-    std::vector<int> values(64, 300);
-    values[0] = 2;
-    w.Soi().Dqt(3, values, true).Eoi();
-    const auto decoder = Decode(w.bytes);
-    EXPECT_EQ(decoder->QuantTable(3)[0], 2);
-    EXPECT_EQ(decoder->QuantTable(3)[63], 300);
 }
 
 // Streams the player would have crashed on or misread: each fails or decodes, never reads out of bounds.
