@@ -103,7 +103,6 @@ public:
                   const FilmItem item = film_.GetItem(next_);
                   seen_.push_back({next_++, item, PictureBytes(item.photo), PictureBytes(item.mask)});
                   stepDone_.Set();
-                  taken_.Set();
               }
           })
     {
@@ -117,19 +116,11 @@ public:
         std::lock_guard guard(filmLock_);
         return seen_;
     }
-    // Waits (at most ten seconds) until `count` items have been taken.
-    bool WaitFor(std::size_t count)
-    {
-        for (int i = 0; i < 2000 && Taken().size() < count; ++i)
-            taken_.Wait(5);
-        return Taken().size() >= count;
-    }
 
 private:
     Film& film_;
     platform::AutoResetEvent itemAvailable_;
     platform::AutoResetEvent stepDone_;
-    platform::AutoResetEvent taken_;
     std::mutex filmLock_; // Guards film_ against the receiver, and seen_ and next_.
     std::int32_t next_ = 1;
     std::vector<Seen> seen_;
