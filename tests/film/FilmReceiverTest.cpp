@@ -64,10 +64,7 @@ struct Fixture
 // A stream whose pieces are given by hand, whatever the film's names say.
 Bytes RawStream(const Film& film, const Bytes& pieces)
 {
-    Bytes out(kFilmMarker.begin(), kFilmMarker.end());
-    const Bytes file = WriteFilmFile(film).value();
-    out.insert(out.end(), file.begin(), file.end());
-    out.insert(out.end(), kMediaMarker.begin(), kMediaMarker.end());
+    Bytes out = testing::StreamOfFilmFile(WriteFilmFile(film).value());
     out.insert(out.end(), pieces.begin(), pieces.end());
     return out;
 }
@@ -458,8 +455,6 @@ struct MemoryRun
     }
 };
 
-using testing::StreamOfFilmFile;
-
 TEST(FilmReceiver, StreamsThatCannotGiveAFilmSayWhy)
 {
     const Bytes three = ThreePhotos().Stream();
@@ -467,7 +462,7 @@ TEST(FilmReceiver, StreamsThatCannotGiveAFilmSayWhy)
         std::search(three.begin(), three.end(), kMediaMarker.begin(), kMediaMarker.end()) - three.begin() +
         kMediaMarker.size());
     auto versioned = [](std::uint32_t version) {
-        return StreamOfFilmFile(testing::FilmFileOfVersion(version));
+        return testing::StreamOfFilmFile(testing::FilmFileOfVersion(version));
     };
     struct Row
     {
@@ -478,14 +473,13 @@ TEST(FilmReceiver, StreamsThatCannotGiveAFilmSayWhy)
         const char* endOfStream; // What an end of the stream here says, when nothing failed.
         const char* message;     // A message box the player has always shown.
     } rows[] = {
-        {"no items", StreamOfFilmFile(WriteFilmFile(Film()).value()), false, "the film holds no items", "",
-         ""},
+        {"no items", RawStream(Film(), {}), false, "the film holds no items", "", ""},
         {"newer version", versioned(201), false,
          "the film file has version 201; this player reads version 200", "",
          "|This film requires a newer version of Vistrel"},
         {"older version", versioned(199), false,
          "the film file has version 199; this player reads version 200", "", ""},
-        {"not a compound file", StreamOfFilmFile(Pattern(600, 2)), false,
+        {"not a compound file", testing::StreamOfFilmFile(Pattern(600, 2)), false,
          "the film file is not a compound file", "", ""},
         {"no temporary folder", three, true,
          "cannot write the film file: cannot make a private folder /memory/lumenar-: refused", "", ""},
