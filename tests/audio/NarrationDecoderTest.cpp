@@ -1,18 +1,15 @@
 #include "audio/NarrationDecoder.h"
 
-#include "platform/DebugTrace.h"
-#include "platform/MessageBox.h"
+#include "tests/support/MessageCapture.h"
 #include "tests/support/NarrationWriter.h"
+#include "tests/support/WriteFile.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -27,28 +24,10 @@ using testing::SpeechFrame63;
 using Bytes = std::vector<std::uint8_t>;
 
 // Captures the messages the decoder shows and the debug lines it writes.
-class Capture : public platform::MessageSink
+struct Capture
 {
-public:
-    Capture()
-    {
-        platform::SetMessageSink(this);
-        platform::SetDebugTraceCapture([this](std::string_view line) { traces.emplace_back(line); });
-    }
-    ~Capture() override
-    {
-        platform::SetMessageSink(nullptr);
-        platform::SetDebugTraceCapture({});
-    }
-    int Show(platform::Window* owner, unsigned style, std::string_view, std::string_view text) override
-    {
-        EXPECT_EQ(owner, nullptr);
-        EXPECT_EQ(style, platform::kBoxIconError);
-        messages.emplace_back(text);
-        return platform::kAnswerOk;
-    }
-    std::vector<std::string> messages;
-    std::vector<std::string> traces;
+    testing::MessageCapture messages;
+    testing::TraceCapture traces;
 };
 
 Bytes DecodeToPcm(NarrationDecoder& decoder, const Bytes& chunk)
@@ -214,8 +193,8 @@ TEST(NarrationDecoder, PacketCases)
         EXPECT_EQ(report.longPayloads, row.report.longPayloads);
         EXPECT_EQ(report.truncated, row.report.truncated);
         EXPECT_EQ(report.Damaged(), report.Describe() != "");
-        EXPECT_TRUE(capture.messages.empty()) << "the caller reports once per narration";
-        EXPECT_EQ(capture.traces.size(), static_cast<std::size_t>(row.traces));
+        EXPECT_TRUE(capture.messages.All().empty()) << "the caller reports once per narration";
+        EXPECT_EQ(capture.traces.Lines().size(), static_cast<std::size_t>(row.traces));
     }
 }
 
@@ -372,8 +351,7 @@ TEST(NarrationDecoder, WaveFileLengthsAreRewritten)
     for (int i = 0; i < 3; ++i)
         Append(chunk, Packet({3, 3}, SixteenSpeechFrames(static_cast<std::uint32_t>(i))));
     ASSERT_EQ(DecodeNarration(chunk, path), 1);
-    std::ifstream in(path, std::ios::binary);
-    const Bytes file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const Bytes file = testing::ReadFile(path);
     std::filesystem::remove(path);
     ASSERT_EQ(file.size(), 44u + 3 * 7680);
     const auto header = MakeWaveHeader(3 * 7680);
@@ -383,32 +361,18 @@ TEST(NarrationDecoder, WaveFileLengthsAreRewritten)
     EXPECT_EQ(DecodeNarration(chunk, "/nonexistent-folder/x.wav"), 0);
 }
 
-TEST(NarrationDecoder, EvenlySpacedPairsGiveAFlatFilter)
-{
-    // Pairs at k * pi / 11 are the roots of 1 + z^-11 and 1 - z^-11: the filter is 1, every coefficient 0.
-    const auto flat = LspToFilter({2979, 5958, 8937, 11916, 14895, 17873, 20852, 23831, 26810, 29789});
-    for (auto a : flat)
-        EXPECT_LE(std::abs(a), 8);
-}
-
 TEST(NarrationDecoder, ReplaysFuzzRegressions)
 {
-    const char* source = std::getenv("LUMENAR_SOURCE_DIR");
-    ASSERT_NE(source, nullptr) << "ctest sets LUMENAR_SOURCE_DIR";
     Capture capture;
     const auto path = (std::filesystem::temp_directory_path() / "lumenar-narration-regress.wav").string();
-    int files = 0;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(std::filesystem::path(source) / "tests/data/audio/regress")) {
-        SCOPED_TRACE(entry.path().string());
-        std::ifstream in(entry.path(), std::ios::binary);
-        const Bytes chunk((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const auto inputs = testing::RegressionInputs("audio/regress");
+    EXPECT_FALSE(inputs.empty());
+    for (const auto& [name, chunk] : inputs) {
+        SCOPED_TRACE(name);
         EXPECT_EQ(DecodeNarration(chunk, path), 1);
         EXPECT_EQ((std::filesystem::file_size(path) - 44) % kPacketPcmBytes, 0u);
-        ++files;
     }
     std::filesystem::remove(path);
-    EXPECT_GT(files, 0);
 }
 
 } // namespace

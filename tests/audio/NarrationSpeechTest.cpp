@@ -8,6 +8,8 @@
 // score far lower on the same speech: the second subframe's lag off by one 9.5 dB, the first LSP band
 // read with the second band's index 1.5 dB, the two adaptive gain tables swapped 2.0 dB, the pulse
 // signs flipped -6 dB. The bounds below sit well between.
+#include "tests/support/WriteFile.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -27,11 +29,7 @@ namespace fs = std::filesystem;
 constexpr double kMinMeanSegmentalSnr = 35.0; // dB, over the active 30 ms frames.
 constexpr double kMinFrameSnr = 20.0;         // dB, the worst active frame.
 
-std::vector<std::uint8_t> ReadAll(const fs::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using lumenar::testing::ReadFile;
 
 std::vector<std::int16_t> Pcm(const std::vector<std::uint8_t>& bytes, std::size_t skip)
 {
@@ -85,8 +83,8 @@ TEST_F(NarrationSpeech, MatchesFfmpegDecoderWithoutPostfilter)
             "-nostdin -loglevel error -y -postfilter 0 -f g723_1 -i speech.tco -f s16le reference.raw"));
 
     const auto frames = fs::file_size(folder_ / "speech.tco") / 24;
-    const auto ours = Pcm(ReadAll(folder_ / "ours.wav"), 44);
-    const auto reference = Pcm(ReadAll(folder_ / "reference.raw"), 0);
+    const auto ours = Pcm(ReadFile(folder_ / "ours.wav"), 44);
+    const auto reference = Pcm(ReadFile(folder_ / "reference.raw"), 0);
     ASSERT_GE(frames, 150u) << "a few sentences make more than 4.5 s of speech";
     ASSERT_EQ(reference.size(), frames * 240);
     ASSERT_EQ(ours.size(), (frames + 15) / 16 * 16 * 240);

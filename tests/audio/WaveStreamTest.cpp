@@ -5,6 +5,8 @@
 #include "platform/MessageBox.h"
 #include "tests/support/MessageCapture.h"
 #include "tests/support/NarrationWriter.h"
+#include "tests/support/TestBytes.h"
+#include "tests/support/WriteFile.h"
 
 #include <gtest/gtest.h>
 
@@ -21,60 +23,14 @@ namespace {
 namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 
-// A wave file with the given format and data, its chunks in either order, with an extra chunk first.
-Bytes MakeWave(const platform::WaveFormat& f, const Bytes& data, bool dataFirst = false)
-{
-    Bytes out;
-    auto put = [&out](std::uint32_t v, int bytes) {
-        for (int i = 0; i < bytes; ++i)
-            out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
-    };
-    auto tag = [&out](const char* t) {
-        for (int i = 0; i < 4; ++i)
-            out.push_back(static_cast<std::uint8_t>(t[i]));
-    };
-    auto format = [&] {
-        tag("fmt ");
-        put(16, 4);
-        put(f.formatTag, 2);
-        put(f.channels, 2);
-        put(f.samplesPerSec, 4);
-        put(f.avgBytesPerSec, 4);
-        put(f.blockAlign, 2);
-        put(f.bitsPerSample, 2);
-    };
-    auto body = [&] {
-        tag("data");
-        put(static_cast<std::uint32_t>(data.size()), 4);
-        out.insert(out.end(), data.begin(), data.end());
-        if (data.size() & 1)
-            out.push_back(0);
-    };
-    tag("RIFF");
-    put(0, 4);
-    tag("WAVE");
-    tag("LIST"); // An odd-sized chunk the walk must step over, padding included.
-    put(3, 4);
-    out.insert(out.end(), {'a', 'b', 'c', 0});
-    if (dataFirst) {
-        body();
-        format();
-    } else {
-        format();
-        body();
-    }
-    const auto riff = static_cast<std::uint32_t>(out.size() - 8);
-    for (int i = 0; i < 4; ++i)
-        out[4 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(riff >> (8 * i));
-    return out;
-}
+using testing::Pattern;
+using testing::WaveLayout;
 
-Bytes Pattern(std::size_t size, std::uint8_t seed)
+// A wave file with an odd-sized chunk before its format and data, which a reader must step over.
+Bytes MakeWave(const platform::WaveFormat& format, const Bytes& data,
+               WaveLayout layout = WaveLayout::ListFirst)
 {
-    Bytes out(size);
-    for (std::size_t i = 0; i < size; ++i)
-        out[i] = static_cast<std::uint8_t>(seed + i * 7 + (i >> 8));
-    return out;
+    return testing::WaveFile(data, format, layout);
 }
 
 // The slowest format the output plays, 8000 bytes per second, one byte per frame: a ring of 1.2 MB.
@@ -105,17 +61,6 @@ protected:
     fs::path folder_;
 };
 
-TEST_F(WaveStreamTest, FirstNarrationChunkMakesA150SecondBuffer)
-{
-    auto stream = MakeStream(&device_);
-    EXPECT_EQ(stream->AppendCompressed(testing::Packet({3}, testing::SpeechFrame63(1))), 1);
-    ASSERT_TRUE(stream->HasBuffer());
-    EXPECT_EQ(stream->BufferBytes(), 2'400'000u);
-    EXPECT_EQ(stream->WritePos(), 7680u);
-    EXPECT_FALSE(stream->WriteWrapped());
-    EXPECT_TRUE(FolderEmpty()) << "the temporary wave file is deleted after its append";
-}
-
 TEST_F(WaveStreamTest, AppendsWrapRoundTheRing)
 {
     struct Row
@@ -137,7 +82,7 @@ TEST_F(WaveStreamTest, AppendsWrapRoundTheRing)
         platform::NullSoundDevice device(clock_);
         auto stream = MakeStream(&device);
         if (row.chunks.empty()) {
-            stream->AppendWaveData(MakeWave(kNarration, Pattern(4000, 1), true));
+            stream->AppendWaveData(MakeWave(kNarration, Pattern(4000, 1), WaveLayout::ListDataFormat));
             EXPECT_EQ(stream->WritePos(), 4000u);
             continue;
         }
@@ -183,13 +128,7 @@ TEST_F(WaveStreamTest, WatcherStopsWhenTheCursorPassesTheDataAndResumesWithTheNe
         std::equal(second.begin(), second.end(), after.begin() + static_cast<std::ptrdiff_t>(played.size())));
     const auto wave = (folder_ / "played.wav").string();
     ASSERT_TRUE(device_.WritePlayedWave(wave).ok());
-    auto chunks = FindWaveChunks([&] {
-        std::FILE* f = std::fopen(wave.c_str(), "rb");
-        Bytes bytes(fs::file_size(wave));
-        EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), bytes.size());
-        std::fclose(f);
-        return bytes;
-    }());
+    auto chunks = FindWaveChunks(testing::ReadFile(wave));
     ASSERT_TRUE(chunks.ok());
     EXPECT_EQ(chunks->data.size(), after.size());
 }
@@ -311,6 +250,7 @@ TEST_F(WaveStreamTest, ReportsEachRefusedOrDamagedNarrationOnceNamingTheItem)
         auto stream = MakeStream(&device);
         row.append(*stream);
         EXPECT_EQ(stream->HasBuffer(), row.writePos != 0);
+        EXPECT_EQ(stream->BufferBytes(), row.writePos != 0 ? 150u * 16000 : 0u) << "150 s of narration";
         EXPECT_EQ(stream->WritePos(), row.writePos);
         const auto lines = capture.Lines();
         if (row.message.empty()) {
@@ -338,7 +278,7 @@ TEST(WaveFile, FindsChunksInAnyOrderAndRefusesBrokenFiles)
     riffTooShort[4] = 20; // The RIFF length ends before the data chunk.
     const Row rows[] = {
         {"fmt then data", good, true},
-        {"data then fmt", MakeWave(kNarration, Pattern(11, 0), true), true},
+        {"data then fmt", MakeWave(kNarration, Pattern(11, 0), WaveLayout::ListDataFormat), true},
         {"no RIFF", Bytes(good.begin() + 1, good.end()), false},
         {"short fmt chunk", shortFormat, false},
         {"RIFF length ends early", riffTooShort, false},

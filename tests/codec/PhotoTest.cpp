@@ -4,6 +4,7 @@
 #include "platform/InMemoryPictures.h"
 #include "tests/support/JpegWriter.h"
 #include "tests/support/ReferenceJpeg.h"
+#include "tests/support/WriteFile.h"
 
 #include <gtest/gtest.h>
 
@@ -13,8 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 
@@ -23,11 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::uint8_t> ReadFile(const fs::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using testing::ReadFile;
 
 // Runs a shell command; a missing tool fails the test loudly.
 void RunTool(const std::string& command)
@@ -216,9 +211,7 @@ TEST(DecodePhoto, RealEncoderOutputMatchesLibjpeg)
 
 TEST(DecodePhoto, InMemoryNamesResolveOnlyThroughTheRegistry)
 {
-    testing::ZigzagBlock block(64, 0);
-    block[0] = 80;
-    const auto bytes = testing::MakeUniformPhoto(16, 8, block);
+    const auto bytes = testing::MakeUniformPhoto(16, 8, testing::DcBlock(80));
     const auto name = platform::RegisterInMemoryPicture(bytes);
     const std::string length = std::to_string(name.length), address = std::to_string(name.address);
     struct Row
@@ -248,10 +241,8 @@ TEST(DecodePhoto, InMemoryNamesResolveOnlyThroughTheRegistry)
 
 TEST(Photo, CopiesAPackedBitmap)
 {
-    testing::ZigzagBlock block(64, 0);
-    block[0] = 80;
     Photo photo;
-    ASSERT_EQ(DecodePhoto(photo, testing::MakeUniformPhoto(12, 5, block)), 1);
+    ASSERT_EQ(DecodePhoto(photo, testing::MakeUniformPhoto(12, 5, testing::DcBlock(80))), 1);
     EXPECT_EQ(photo.Width(), 12);
     EXPECT_EQ(photo.Height(), 5);
     const PackedDib dib = photo.CopyPackedDib();

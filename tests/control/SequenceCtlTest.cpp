@@ -165,17 +165,12 @@ TEST_F(SequenceCtlTest, WithoutMmxCreationFailsWithTheMessageAndNothingElse)
               std::make_tuple(unsigned(platform::kBoxOk), std::string(), std::string("MMX required")));
 }
 
-TEST_F(SequenceCtlTest, ExtentIsTheWindowInHundredthsOfAMillimetre)
-{
-    ASSERT_EQ(Create(""), 0);
-    // 800 x 600 pixels at 96 per inch.
-    EXPECT_EQ(control_->Properties().cx, 21166u);
-    EXPECT_EQ(control_->Properties().cy, 15875u);
-}
-
 TEST_F(SequenceCtlTest, PlaysAFileAddressThroughToItsEndAndStopsItself)
 {
     ASSERT_EQ(Create(""), 0);
+    // The extent is the window in hundredths of a millimetre: 800 x 600 pixels at 96 per inch.
+    EXPECT_EQ(control_->Properties().cx, 21166u);
+    EXPECT_EQ(control_->Properties().cy, 15875u);
     control_.reset();
     const int threadsBefore = ThreadCount();
     ASSERT_EQ(Create(FilmFile(3, film::kAdvanceAutomatic)), 0);
@@ -353,23 +348,9 @@ int DescriptorCount()
     return count;
 }
 
-/// A film stream whose film file has format version `version` and one item.
 Bytes StreamOfVersion(std::uint32_t version)
 {
-    testing::FilmDescription description;
-    description.version = version;
-    description.items = {{testing::PhotoItem(film::SizedName(10, "p.jpg")), std::nullopt}};
-    const Bytes file = testing::WriteCompoundFile(testing::FilmNodes(description));
-    // Byte by byte: g++ 12 at -O2 takes a ranged insert of the short markers for an overflow.
-    Bytes stream;
-    for (std::string_view part : {film::kFilmMarker, std::string_view(), film::kMediaMarker}) {
-        for (char c : part)
-            stream.push_back(static_cast<std::uint8_t>(c));
-        if (part.empty())
-            for (std::uint8_t byte : file)
-                stream.push_back(byte);
-    }
-    return stream;
+    return testing::StreamOfFilmFile(testing::FilmFileOfVersion(version));
 }
 
 TEST_F(SequenceCtlTest, FilmsThatCannotBeCompletedAreToldOnceWithTheReason)
@@ -503,54 +484,10 @@ TEST_F(SequenceCtlTest, ContextMenuGreysTheRightEntryAndSendsTheChoice)
     }
 }
 
-// The narration of a film that arrives over the wire is played by the sound device the host gave:
-// the tone carried in item 1's wave piece is what the device plays first.
-TEST_F(SequenceCtlTest, NarrationReachesTheSoundDevice)
-{
-    Bytes tone;
-    for (int i = 0; i < 8000; ++i) { // One second of a 500 Hz square wave, 8 kHz 16-bit mono.
-        const std::int16_t sample = (i / 8) % 2 == 0 ? 6000 : -6000;
-        tone.push_back(static_cast<std::uint8_t>(sample & 0xFF));
-        tone.push_back(static_cast<std::uint8_t>((sample >> 8) & 0xFF));
-    }
-    const Bytes wave = testing::WaveFile(tone);
-
-    film::Film film;
-    std::vector<film::ItemMedia> media(2);
-    for (int i = 0; i < 2; ++i) {
-        testing::ZigzagBlock block(64, 0);
-        media[static_cast<std::size_t>(i)].photo = testing::MakeUniformPhoto(64, 48, block);
-        film::FilmItem item;
-        item.kind = film::kFilmItemPhoto;
-        item.photo.cstrName = film::SizedName(media[static_cast<std::size_t>(i)].photo.size(), "p.jpg");
-        item.displaySeconds = 2;
-        if (i == 0) {
-            media[0].sound = wave;
-            item.sound.cstrName = film::SizedName(wave.size(), "voice.wav");
-        }
-        film.AddItem(item);
-    }
-    auto stream = film::WriteFilmStream(film, media, {});
-    ASSERT_TRUE(stream.ok()) << stream.error().message;
-    files_.push_back(testing::WriteTempFile(*stream, "narrated.flm"));
-
-    platform::NullSoundDevice device(platform::SystemClock());
-    control_ = std::make_unique<SequenceCtl>();
-    control_->SetFile(files_.back());
-    ControlSite site;
-    site.host = host_.get();
-    site.sound = &device;
-    ASSERT_EQ(control_->Create(site), 0);
-    ASSERT_TRUE(PumpUntil([&] { return device.Played().size() >= tone.size(); }, 10000))
-        << "played " << device.Played().size() << " bytes";
-    const std::vector<std::uint8_t> played = device.Played();
-    EXPECT_TRUE(std::equal(tone.begin(), tone.end(), played.begin()));
-    control_.reset();
-}
-
 // Two controls, each on a thread of its own as two hosts would make them, play a film that uses the
 // state players of one process share (narration decoding, tile dissolves, caption states, the photo
-// decoder, fonts) at the same time. Under ThreadSanitizer this is the check that none of it races.
+// decoder, fonts) at the same time. Under ThreadSanitizer this is the check that none of it races; it
+// also sees the narration reach the sound device each host gave.
 TEST(TwoControls, PlayTwoFilmsAtOnceInOneProcess)
 {
     testing::MessageCapture messages;

@@ -4,6 +4,7 @@
 #include "effects/EffectRegistry.h"
 #include "effects/Random.h"
 #include "platform/Cpu.h"
+#include "tests/support/TaggedPictures.h"
 
 #include <gtest/gtest.h>
 
@@ -13,67 +14,9 @@
 namespace lumenar::effects {
 namespace {
 
-// Pictures whose pixels say where they come from: blue = column, green = memory row, red = which picture.
-constexpr std::uint8_t kSource = 'S';
-constexpr std::uint8_t kTarget = 'T';
-constexpr std::uint8_t kUntouched = 'U';
-
-struct Pictures
-{
-    int w, h;
-    std::vector<std::uint8_t> source, target, output;
-
-    Pictures(int width, int height) : w(width), h(height)
-    {
-        source = Make(kSource);
-        target = Make(kTarget);
-        output = Make(kUntouched);
-    }
-    std::vector<std::uint8_t> Make(std::uint8_t tag) const
-    {
-        std::vector<std::uint8_t> pixels(static_cast<std::size_t>(w) * h * 4);
-        for (int r = 0; r < h; ++r) {
-            for (int x = 0; x < w; ++x) {
-                std::uint8_t* p = &pixels[(static_cast<std::size_t>(r) * w + x) * 4];
-                p[0] = static_cast<std::uint8_t>(x);
-                p[1] = static_cast<std::uint8_t>(r);
-                p[2] = tag;
-                p[3] = static_cast<std::uint8_t>(tag + 1);
-            }
-        }
-        return pixels;
-    }
-    EffectParams Block(int n, int d, std::uint16_t direction = 0, int variant = 0)
-    {
-        EffectParams block{};
-        block.size = 64;
-        block.source = source.data();
-        block.target = target.data();
-        block.output = output.data();
-        block.width = w;
-        block.height = h;
-        block.progressNum = n;
-        block.progressDen = d;
-        block.direction = direction;
-        block.variant = variant;
-        return block;
-    }
-    void Run(EffectProc proc, int n, int d, std::uint16_t direction = 0, int variant = 0)
-    {
-        EffectParams block = Block(n, d, direction, variant);
-        proc(EffectRender, &block);
-    }
-    // Where output pixel (x, memory row r) came from, as "S 3 7" (picture, column, row).
-    std::string From(int x, int r) const
-    {
-        const std::uint8_t* p = &output[(static_cast<std::size_t>(r) * w + x) * 4];
-        if (p[0] == 0 && p[1] == 0 && p[2] == 0 && p[3] == 0)
-            return "black";
-        return std::string(1, static_cast<char>(p[2])) + " " + std::to_string(p[0]) + " " +
-               std::to_string(p[1]);
-    }
-    bool OutputIs(const std::vector<std::uint8_t>& picture) const { return output == picture; }
-};
+using Pictures = testing::TaggedPictures;
+constexpr std::uint8_t kTarget = Pictures::kTarget;
+constexpr std::uint8_t kUntouched = Pictures::kUntouched;
 
 std::string At(char picture, int x, int r)
 {
@@ -90,72 +33,11 @@ TEST(CutAtHalf, SwitchesAtHalfOfTheLength)
     } rows[] = {{49, 101, 'S'}, {50, 101, 'T'}, {49, 100, 'S'}, {50, 100, 'T'},
                 {0, 1, 'T'},    {0, 2, 'S'},    {1, 3, 'T'}};
     for (const Row& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.n << "/" << row.d);
+        SCOPED_TRACE(::testing::Message() << row.n << "/" << row.d);
         Pictures p(5, 3);
         p.Run(CutAtHalf, row.n, row.d);
-        EXPECT_TRUE(p.OutputIs(row.shown == 'S' ? p.source : p.target));
+        EXPECT_EQ(p.output, row.shown == 'S' ? p.source : p.target);
     }
-}
-
-TEST(SmearWipe, UncoversTheTargetAndSmearsItsBoundary)
-{
-    Pictures up(4, 200);
-    up.Run(SmearWipe, 50, 100, kDirectionBottom);
-    EXPECT_EQ(up.From(2, 99), At('T', 2, 99));
-    for (int r : {100, 150, 199})
-        EXPECT_EQ(up.From(3, r), At('T', 3, 100)) << r;
-
-    Pictures down(3, 10);
-    down.Run(SmearWipe, 30, 100, kDirectionTop); // m = 3, q = 7.
-    EXPECT_EQ(down.From(0, 7), At('T', 0, 7));
-    EXPECT_EQ(down.From(0, 0), At('T', 0, 6));
-
-    Pictures left(10, 2);
-    left.Run(SmearWipe, 30, 100, kDirectionLeft); // k = 3.
-    EXPECT_EQ(left.From(2, 1), At('T', 2, 1));
-    EXPECT_EQ(left.From(9, 1), At('T', 3, 1));
-
-    Pictures right(10, 2);
-    right.Run(SmearWipe, 30, 100, kDirectionRight);
-    EXPECT_EQ(right.From(7, 0), At('T', 7, 0));
-    EXPECT_EQ(right.From(0, 0), At('T', 7, 0));
-    Pictures narrow(10, 2);
-    narrow.Run(SmearWipe, 5, 100, kDirectionRight); // k = 0: the last column is smeared.
-    EXPECT_EQ(narrow.From(0, 1), At('T', 9, 1));
-
-    for (std::uint16_t direction : {0, 0x02, 0x11, 0x80}) {
-        Pictures none(6, 6);
-        none.Run(SmearWipe, 50, 100, direction);
-        EXPECT_EQ(none.From(1, 1), At('U', 1, 1)) << direction;
-    }
-    Pictures start(6, 6);
-    start.Run(SmearWipe, 0, 100, 0);
-    EXPECT_TRUE(start.OutputIs(start.source));
-}
-
-TEST(BoxWipe, OpensAndClosesAroundTheCentre)
-{
-    Pictures open(10, 8);
-    open.Run(BoxWipe, 0, 100, kDirectionRight, 1);
-    EXPECT_TRUE(open.OutputIs(open.source));
-    open.Run(BoxWipe, 100, 100, kDirectionRight, 1);
-    EXPECT_TRUE(open.OutputIs(open.target));
-    open.Run(BoxWipe, 50, 100, kDirectionRight, 1); // a = 2, b = 2: the box spans columns 3-6, rows 2-5.
-    EXPECT_EQ(open.From(2, 4), At('S', 2, 4));
-    EXPECT_EQ(open.From(3, 4), At('T', 3, 4));
-    EXPECT_EQ(open.From(6, 5), At('T', 6, 5));
-    EXPECT_EQ(open.From(7, 5), At('S', 7, 5));
-    EXPECT_EQ(open.From(4, 1), At('S', 4, 1));
-
-    Pictures odd(7, 5);
-    odd.Run(BoxWipe, 0, 100, 0, 1); // Odd sizes: the centre pixel is the box already.
-    EXPECT_EQ(odd.From(3, 2), At('T', 3, 2));
-    EXPECT_EQ(odd.From(2, 2), At('S', 2, 2));
-    odd.Run(BoxWipe, 0, 100, 0, 0); // Closing starts with the target frame... of zero width.
-    EXPECT_TRUE(odd.OutputIs(odd.source));
-    odd.Run(BoxWipe, 100, 100, 0, 0);
-    EXPECT_EQ(odd.From(0, 0), At('T', 0, 0));
-    EXPECT_EQ(odd.From(3, 2), At('S', 3, 2)); // Accepted: the centre stays with the box.
 }
 
 TEST(TileDissolve, PicksTheLargestTileThatDividesBothSides)
@@ -165,7 +47,7 @@ TEST(TileDissolve, PicksTheLargestTileThatDividesBothSides)
         int w, h, variant, tiles;
     } rows[] = {{300, 200, 20, 150}, {310, 200, 20, 620}, {640, 480, 8, 4800}, {7, 5, 4, 35}, {1, 1, 20, 1}};
     for (const Row& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.w << "x" << row.h << " v" << row.variant);
+        SCOPED_TRACE(::testing::Message() << row.w << "x" << row.h << " v" << row.variant);
         Pictures p(row.w, row.h);
         SeedRandom(99);
         EffectParams block = p.Block(0, 100, 0, row.variant);
@@ -189,7 +71,7 @@ TEST(TileDissolve, SwitchesTilesAndKeepsTheFourthByte)
     EffectParams block = p.Block(0, 100, 0, 4);
     TileDissolve(EffectInit, &block);
     p.Run(TileDissolve, 0, 100);
-    EXPECT_TRUE(p.OutputIs(p.source));
+    EXPECT_EQ(p.output, p.source);
     p.output = p.Make(kUntouched);
     p.Run(TileDissolve, 50, 100);
     int fromTarget = 0;
@@ -207,43 +89,115 @@ TEST(TileDissolve, SwitchesTilesAndKeepsTheFourthByte)
     EXPECT_GT(fromTarget, 100);
     EXPECT_LT(fromTarget, 700);
     p.Run(TileDissolve, 100, 100);
-    EXPECT_TRUE(p.OutputIs(p.target));
+    EXPECT_EQ(p.output, p.target);
     TileDissolve(EffectRelease, nullptr);
 }
 
-TEST(EdgeFamily, MovesByTheTimingCurve)
+// Where single output pixels come from, per transition, size, progress, direction and variant. A row
+// at x = kWhole compares the whole output with the source ("S") or the target ("T").
+constexpr int kWhole = -1;
+
+TEST(Transitions, PixelsComeFromWhereTheMotionSays)
 {
     struct Row
     {
         const char* name;
         EffectProc proc;
+        int w, h, n;
         std::uint16_t direction;
-        int x, r;
+        int variant, x, r;
         std::string expected;
     } rows[] = {
-        // t = 0.5: Wipe and SlideIn moved by w/8 = 10, Push by w/2 = 40 (80 × 8 pictures).
-        {"wipe from the left", Wipe, kDirectionLeft, 9, 3, At('T', 9, 3)},
-        {"wipe from the left, uncovered edge", Wipe, kDirectionLeft, 10, 3, At('S', 10, 3)},
-        {"slide from the left shows the target's far edge", SlideIn, kDirectionLeft, 0, 3, At('T', 70, 3)},
-        {"slide keeps the source in place", SlideIn, kDirectionLeft, 10, 3, At('S', 10, 3)},
-        {"push from the left", Push, kDirectionLeft, 39, 2, At('T', 79, 2)},
-        {"push moves the source along", Push, kDirectionLeft, 40, 2, At('S', 0, 2)},
-        {"push from the right", Push, kDirectionRight, 39, 2, At('S', 79, 2)},
-        {"push from the right, target", Push, kDirectionRight, 40, 2, At('T', 0, 2)},
-        {"slide from the right", SlideIn, kDirectionRight, 70, 5, At('T', 0, 5)},
-        {"wipe from the top", Wipe, kDirectionTop, 4, 7, At('T', 4, 7)},
-        {"wipe from the top keeps the source below", Wipe, kDirectionTop, 4, 6, At('S', 4, 6)},
-        {"slide from the top", SlideIn, kDirectionTop, 4, 7, At('T', 4, 0)},
-        {"push from the top", Push, kDirectionTop, 4, 0, At('S', 4, 4)},
-        {"push from the bottom", Push, kDirectionBottom, 4, 0, At('T', 4, 4)},
-        {"push from the bottom moves the source up", Push, kDirectionBottom, 4, 4, At('S', 4, 0)},
-        {"slide from the bottom", SlideIn, kDirectionBottom, 4, 0, At('T', 4, 7)},
+        {"smear up: uncovered", SmearWipe, 4, 200, 50, kDirectionBottom, 0, 2, 99, At('T', 2, 99)},
+        {"smear up: row 100 smeared", SmearWipe, 4, 200, 50, kDirectionBottom, 0, 3, 100, At('T', 3, 100)},
+        {"smear up: top row smeared", SmearWipe, 4, 200, 50, kDirectionBottom, 0, 3, 199, At('T', 3, 100)},
+        {"smear down: uncovered", SmearWipe, 3, 10, 30, kDirectionTop, 0, 0, 7, At('T', 0, 7)}, // m 3, q 7.
+        {"smear down: smeared", SmearWipe, 3, 10, 30, kDirectionTop, 0, 0, 0, At('T', 0, 6)},
+        {"smear right: uncovered", SmearWipe, 10, 2, 30, kDirectionLeft, 0, 2, 1, At('T', 2, 1)}, // k 3.
+        {"smear right: smeared", SmearWipe, 10, 2, 30, kDirectionLeft, 0, 9, 1, At('T', 3, 1)},
+        {"smear left: uncovered", SmearWipe, 10, 2, 30, kDirectionRight, 0, 7, 0, At('T', 7, 0)},
+        {"smear left: smeared", SmearWipe, 10, 2, 30, kDirectionRight, 0, 0, 0, At('T', 7, 0)},
+        {"smear left, k 0: the last column", SmearWipe, 10, 2, 5, kDirectionRight, 0, 0, 1, At('T', 9, 1)},
+        {"smear without a direction", SmearWipe, 6, 6, 50, 0, 0, 1, 1, At('U', 1, 1)},
+        {"smear, direction 0x02", SmearWipe, 6, 6, 50, 0x02, 0, 1, 1, At('U', 1, 1)},
+        {"smear, direction 0x11", SmearWipe, 6, 6, 50, 0x11, 0, 1, 1, At('U', 1, 1)},
+        {"smear, direction 0x80", SmearWipe, 6, 6, 50, 0x80, 0, 1, 1, At('U', 1, 1)},
+        {"smear at the start", SmearWipe, 6, 6, 0, 0, 0, kWhole, 0, "S"},
+        // Opening box at t = 0.5: a = 2, b = 2, so the box spans columns 3-6, rows 2-5.
+        {"box opening at the start", BoxWipe, 10, 8, 0, kDirectionRight, 1, kWhole, 0, "S"},
+        {"box opening: left of the box", BoxWipe, 10, 8, 50, kDirectionRight, 1, 2, 4, At('S', 2, 4)},
+        {"box opening: its left column", BoxWipe, 10, 8, 50, kDirectionRight, 1, 3, 4, At('T', 3, 4)},
+        {"box opening: its top right", BoxWipe, 10, 8, 50, kDirectionRight, 1, 6, 5, At('T', 6, 5)},
+        {"box opening: right of the box", BoxWipe, 10, 8, 50, kDirectionRight, 1, 7, 5, At('S', 7, 5)},
+        {"box opening: below the box", BoxWipe, 10, 8, 50, kDirectionRight, 1, 4, 1, At('S', 4, 1)},
+        {"box opening, odd sizes: the centre", BoxWipe, 7, 5, 0, 0, 1, 3, 2, At('T', 3, 2)},
+        {"box opening, odd sizes: beside it", BoxWipe, 7, 5, 0, 0, 1, 2, 2, At('S', 2, 2)},
+        {"box closing starts with a frame of no width", BoxWipe, 7, 5, 0, 0, 0, kWhole, 0, "S"},
+        {"box closing, odd sizes: the edge", BoxWipe, 7, 5, 100, 0, 0, 0, 0, At('T', 0, 0)},
+        {"box closing, odd sizes: the centre stays", BoxWipe, 7, 5, 100, 0, 0, 3, 2, At('S', 3, 2)},
+        // 80 × 8 at t = 0.5: Wipe and SlideIn moved by w/8 = 10, Push by w/2 = 40.
+        {"wipe from the left", Wipe, 80, 8, 50, kDirectionLeft, 1, 9, 3, At('T', 9, 3)},
+        {"wipe from the left, uncovered edge", Wipe, 80, 8, 50, kDirectionLeft, 1, 10, 3, At('S', 10, 3)},
+        {"slide from the left: the far edge", SlideIn, 80, 8, 50, kDirectionLeft, 1, 0, 3, At('T', 70, 3)},
+        {"slide keeps the source in place", SlideIn, 80, 8, 50, kDirectionLeft, 1, 10, 3, At('S', 10, 3)},
+        {"push from the left", Push, 80, 8, 50, kDirectionLeft, 1, 39, 2, At('T', 79, 2)},
+        {"push moves the source along", Push, 80, 8, 50, kDirectionLeft, 1, 40, 2, At('S', 0, 2)},
+        {"push from the right", Push, 80, 8, 50, kDirectionRight, 1, 39, 2, At('S', 79, 2)},
+        {"push from the right, target", Push, 80, 8, 50, kDirectionRight, 1, 40, 2, At('T', 0, 2)},
+        {"slide from the right", SlideIn, 80, 8, 50, kDirectionRight, 1, 70, 5, At('T', 0, 5)},
+        {"wipe from the top", Wipe, 80, 8, 50, kDirectionTop, 1, 4, 7, At('T', 4, 7)},
+        {"wipe from the top: source below", Wipe, 80, 8, 50, kDirectionTop, 1, 4, 6, At('S', 4, 6)},
+        {"slide from the top", SlideIn, 80, 8, 50, kDirectionTop, 1, 4, 7, At('T', 4, 0)},
+        {"push from the top", Push, 80, 8, 50, kDirectionTop, 1, 4, 0, At('S', 4, 4)},
+        {"push from the bottom", Push, 80, 8, 50, kDirectionBottom, 1, 4, 0, At('T', 4, 4)},
+        {"push from the bottom: source up", Push, 80, 8, 50, kDirectionBottom, 1, 4, 4, At('S', 4, 0)},
+        {"slide from the bottom", SlideIn, 80, 8, 50, kDirectionBottom, 1, 4, 0, At('T', 4, 7)},
+        // Bands of two rows (or columns) alternate their sense: rows 0-1 from the right, 2-3 from the left.
+        {"bands: row 0 from the right", SlideIn, 80, 100, 50, kDirectionRight, 50, 79, 0, At('T', 9, 0)},
+        {"bands: row 1 from the right", SlideIn, 80, 100, 50, kDirectionRight, 50, 79, 1, At('T', 9, 1)},
+        {"bands: row 2 from the left", SlideIn, 80, 100, 50, kDirectionRight, 50, 0, 2, At('T', 70, 2)},
+        {"bands: row 2's source", SlideIn, 80, 100, 50, kDirectionRight, 50, 79, 2, At('S', 79, 2)},
+        {"bands: row 4 from the right", SlideIn, 80, 100, 50, kDirectionRight, 50, 0, 4, At('S', 0, 4)},
+        {"bands: column 0 from the bottom", Wipe, 100, 16, 50, kDirectionBottom, 50, 0, 1, At('T', 0, 1)},
+        {"bands: column 0's source", Wipe, 100, 16, 50, kDirectionBottom, 50, 0, 2, At('S', 0, 2)},
+        {"bands: column 2 from the top", Wipe, 100, 16, 50, kDirectionBottom, 50, 2, 15, At('T', 2, 15)},
+        {"bands: column 2's source", Wipe, 100, 16, 50, kDirectionBottom, 50, 2, 1, At('S', 2, 1)},
+        {"no bands: variant 0", Push, 10, 10, 50, kDirectionRight, 0, 5, 5, At('U', 5, 5)},
+        {"no bands: negative variant", Push, 10, 10, 50, kDirectionRight, -3, 5, 5, At('U', 5, 5)},
+        // 16 slats; a horizontal one of 10 rows at t = 0.3 has k = trunc(160 × 0.3 / 16) = 3 rows.
+        {"blinds right: first slat", Blinds, 320, 2, 50, kDirectionLeft, 16, 9, 0, At('T', 9, 0)},
+        {"blinds right: last slat", Blinds, 320, 2, 50, kDirectionLeft, 16, 309, 0, At('T', 309, 0)},
+        {"blinds right: last slat's source", Blinds, 320, 2, 50, kDirectionLeft, 16, 310, 0, At('S', 310, 0)},
+        {"blinds left: source", Blinds, 320, 2, 50, kDirectionRight, 16, 9, 1, At('S', 9, 1)},
+        {"blinds left: target", Blinds, 320, 2, 50, kDirectionRight, 16, 10, 1, At('T', 10, 1)},
+        {"blinds up: target", Blinds, 2, 160, 30, kDirectionBottom, 16, 0, 12, At('T', 0, 12)},
+        {"blinds up: source", Blinds, 2, 160, 30, kDirectionBottom, 16, 0, 13, At('S', 0, 13)},
+        // 1 − 0.3 in single precision is just under 0.7: k = trunc(6.99999…) = 6 rows of source first.
+        {"blinds down: source", Blinds, 2, 160, 30, kDirectionTop, 16, 1, 155, At('S', 1, 155)},
+        {"blinds down: target", Blinds, 2, 160, 30, kDirectionTop, 16, 1, 156, At('T', 1, 156)},
+        {"blinds: the last slat runs to the top", Blinds, 3, 37, 99, kDirectionTop, 16, 2, 36,
+         At('T', 2, 36)},
+        {"out: black behind", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 49, 2, "black"},
+        {"out: the source moved", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 50, 2, At('S', 0, 2)},
+        {"out: its far edge", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 99, 2, At('S', 49, 2)},
+        {"out: black at half", OutAndBack, 100, 4, 50, kDirectionLeft, 0, 99, 0, "black"},
+        {"back: the target's edge", OutAndBack, 100, 4, 75, kDirectionRight, 0, 49, 0, At('T', 99, 0)},
+        {"back: black ahead", OutAndBack, 100, 4, 75, kDirectionRight, 0, 50, 0, "black"},
+        {"out downwards", OutAndBack, 2, 100, 25, kDirectionTop, 0, 1, 0, At('S', 1, 50)},
+        {"out downwards: black above", OutAndBack, 2, 100, 25, kDirectionTop, 0, 1, 50, "black"},
+        {"out upwards at the start", OutAndBack, 6, 6, 0, kDirectionBottom, 0, kWhole, 0, "S"},
+        {"out to the right at the start", OutAndBack, 6, 6, 0, kDirectionLeft, 0, kWhole, 0, "S"},
+        {"out downwards at the start", OutAndBack, 6, 6, 0, kDirectionTop, 0, kWhole, 0, "S"},
+        {"out to the left at the start", OutAndBack, 6, 6, 0, kDirectionRight, 0, kWhole, 0, "S"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        Pictures p(80, 8);
-        p.Run(row.proc, 50, 100, row.direction, 1);
-        EXPECT_EQ(p.From(row.x, row.r), row.expected);
+        Pictures p(row.w, row.h);
+        p.Run(row.proc, row.n, 100, row.direction, row.variant);
+        if (row.x == kWhole)
+            EXPECT_EQ(p.output, row.expected == "S" ? p.source : p.target);
+        else
+            EXPECT_EQ(p.From(row.x, row.r), row.expected);
     }
 }
 
@@ -257,85 +211,6 @@ TEST(EdgeFamily, PushFromTheLeftByTenPixels)
         EXPECT_EQ(p.From(x, 0), At('S', x - 10, 0));
 }
 
-TEST(EdgeFamily, BandsAlternateTheirSense)
-{
-    Pictures p(80, 100);
-    p.Run(SlideIn, 50, 100, kDirectionRight, 50); // Rows 0-1 from the right, 2-3 from the left, ...
-    EXPECT_EQ(p.From(79, 0), At('T', 9, 0));
-    EXPECT_EQ(p.From(79, 1), At('T', 9, 1));
-    EXPECT_EQ(p.From(0, 2), At('T', 70, 2));
-    EXPECT_EQ(p.From(79, 2), At('S', 79, 2));
-    EXPECT_EQ(p.From(0, 4), At('S', 0, 4));
-
-    Pictures columns(100, 16);
-    columns.Run(Wipe, 50, 100, kDirectionBottom,
-                50); // dy = 2: columns 0-1 from the bottom, 2-3 from the top.
-    EXPECT_EQ(columns.From(0, 1), At('T', 0, 1));
-    EXPECT_EQ(columns.From(0, 2), At('S', 0, 2));
-    EXPECT_EQ(columns.From(2, 15), At('T', 2, 15));
-    EXPECT_EQ(columns.From(2, 1), At('S', 2, 1));
-
-    for (int variant : {0, -3}) {
-        Pictures none(10, 10);
-        none.Run(Push, 50, 100, kDirectionRight, variant);
-        EXPECT_EQ(none.From(5, 5), At('U', 5, 5)) << variant;
-    }
-}
-
-TEST(Blinds, FillsEverySlatAlike)
-{
-    Pictures vertical(320, 2);
-    vertical.Run(Blinds, 50, 100, kDirectionLeft, 16);
-    for (int slat = 0; slat < 16; ++slat) {
-        EXPECT_EQ(vertical.From(slat * 20 + 9, 0), At('T', slat * 20 + 9, 0)) << slat;
-        EXPECT_EQ(vertical.From(slat * 20 + 10, 0), At('S', slat * 20 + 10, 0)) << slat;
-    }
-    Pictures right(320, 2);
-    right.Run(Blinds, 50, 100, kDirectionRight, 16);
-    EXPECT_EQ(right.From(9, 1), At('S', 9, 1));
-    EXPECT_EQ(right.From(10, 1), At('T', 10, 1));
-
-    Pictures up(2, 160); // 16 slats of 10 rows; k = trunc(160 × 0.3 / 16) = 3.
-    up.Run(Blinds, 30, 100, kDirectionBottom, 16);
-    EXPECT_EQ(up.From(0, 12), At('T', 0, 12));
-    EXPECT_EQ(up.From(0, 13), At('S', 0, 13));
-    // 1 − 0.3 in single precision is just under 0.7: k = trunc(6.99999…) = 6 rows of source first.
-    Pictures down(2, 160);
-    down.Run(Blinds, 30, 100, kDirectionTop, 16);
-    EXPECT_EQ(down.From(1, 155), At('S', 1, 155));
-    EXPECT_EQ(down.From(1, 156), At('T', 1, 156));
-
-    Pictures uneven(3, 37); // The last slat runs to the top row.
-    uneven.Run(Blinds, 99, 100, kDirectionTop, 16);
-    EXPECT_EQ(uneven.From(2, 36), At('T', 2, 36));
-}
-
-TEST(OutAndBack, LeavesThroughBlackAndReturns)
-{
-    Pictures p(100, 4);
-    p.Run(OutAndBack, 25, 100, kDirectionLeft);
-    EXPECT_EQ(p.From(49, 2), "black");
-    EXPECT_EQ(p.From(50, 2), At('S', 0, 2));
-    EXPECT_EQ(p.From(99, 2), At('S', 49, 2));
-    p.Run(OutAndBack, 50, 100, kDirectionLeft);
-    EXPECT_EQ(p.From(99, 0), "black");
-    p.Run(OutAndBack, 75, 100, kDirectionRight);
-    EXPECT_EQ(p.From(49, 0), At('T', 99, 0));
-    EXPECT_EQ(p.From(50, 0), "black");
-
-    for (std::uint16_t direction : {kDirectionBottom, kDirectionTop, kDirectionLeft, kDirectionRight}) {
-        Pictures ends(6, 6);
-        ends.Run(OutAndBack, 0, 100, direction);
-        EXPECT_TRUE(ends.OutputIs(ends.source)) << direction;
-        ends.Run(OutAndBack, 100, 100, direction);
-        EXPECT_TRUE(ends.OutputIs(ends.target)) << direction;
-    }
-    Pictures vertical(2, 100);
-    vertical.Run(OutAndBack, 25, 100, kDirectionTop); // k = 50 source rows 50-99 at the bottom.
-    EXPECT_EQ(vertical.From(1, 0), At('S', 1, 50));
-    EXPECT_EQ(vertical.From(1, 50), "black");
-}
-
 TEST(CrossFade, PackedWeightingAtTheEnds)
 {
     struct Row
@@ -346,7 +221,8 @@ TEST(CrossFade, PackedWeightingAtTheEnds)
     } rows[] = {{255, 0, 0, 253},   {0, 255, 0, 1},      {255, 0, 100, 0},
                 {0, 255, 100, 255}, {100, 100, 37, 100}, {200, 10, 50, 105}};
     for (const Row& row : rows) {
-        SCOPED_TRACE(testing::Message() << int(row.source) << " over " << int(row.target) << " at " << row.n);
+        SCOPED_TRACE(::testing::Message()
+                     << int(row.source) << " over " << int(row.target) << " at " << row.n);
         Pictures p(5, 3);
         std::fill(p.source.begin(), p.source.end(), row.source);
         std::fill(p.target.begin(), p.target.end(), row.target);
@@ -384,7 +260,7 @@ TEST(BuiltRows, EndOnTheTargetAndRepeatExactly)
         if (registry.Describe(kPictureTable, row).built != Built::Yes)
             continue;
         for (const auto& [w, h] : sizes) {
-            SCOPED_TRACE(testing::Message() << "row " << row << " at " << w << "x" << h);
+            SCOPED_TRACE(::testing::Message() << "row " << row << " at " << w << "x" << h);
             Pictures p(w, h);
             EffectParams block = p.Block(0, 100);
             registry.RunPicture(row, EffectInit, &block);

@@ -3,174 +3,17 @@
 #include "effects/BasicTransitions.h"
 #include "effects/Random.h"
 #include "tests/support/MessageCapture.h"
+#include "tests/support/TaggedPictures.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <set>
-#include <sstream>
 #include <vector>
 
 namespace lumenar::effects {
 namespace {
-
-// The published catalogue, typed once: table, row, name id, procedure, direction, variant, number.
-const char* const kCatalogue[] = {
-    "picture 0 10 Flip3D 0x04 1 19",
-    "picture 1 121 Flip3D 0x40 1 19",
-    "picture 2 32 Flip3D 0x01 2 19",
-    "picture 3 122 Flip3D 0x10 2 19",
-    "picture 4 34 Flip3D 0 3 19",
-    "picture 5 80 Flip3D 0 4 19",
-    "picture 6 81 Flip3D 0 5 19",
-    "picture 7 15 PictureEffect07 0x04 1 19",
-    "picture 8 123 PictureEffect07 0x40 1 19",
-    "picture 9 94 PictureEffect07 0x04 2 19",
-    "picture 10 124 PictureEffect07 0x40 2 19",
-    "picture 11 85 PictureEffect07 0 3 19",
-    "picture 12 95 PictureEffect07 0 4 19",
-    "picture 13 96 PictureEffect07 0 5 19",
-    "picture 14 24 PictureEffect14 0 0 19",
-    "picture 15 109 PictureEffect15 0 0 19",
-    "picture 16 110 PictureEffect15 0 1 19",
-    "picture 17 113 PictureEffect17 0 0 19",
-    "picture 18 114 PictureEffect18 0x01 0 19",
-    "picture 19 118 PictureEffect18 0x10 0 19",
-    "picture 20 119 PictureEffect18 0x40 0 19",
-    "picture 21 120 PictureEffect18 0x04 0 19",
-    "picture 22 57 PictureEffect22 0 0 19",
-    "picture 23 5 PictureEffect23 0 0 19",
-    "picture 24 52 PictureEffect24 0 1 19",
-    "picture 25 54 PictureEffect25 0 0 19",
-    "picture 26 53 PictureEffect26 0 1 19",
-    "picture 27 55 PictureEffect27 0 0 19",
-    "picture 28 56 PictureEffect28 0 0 19",
-    "picture 29 60 PictureEffect29 0 0 19",
-    "picture 30 61 PictureEffect30 0 4 19",
-    "picture 31 62 PictureEffect30 0 8 19",
-    "picture 32 63 PictureEffect30 0 20 19",
-    "picture 33 64 PictureEffect33 0 0 19",
-    "picture 34 9 PictureEffect34 0 0 19",
-    "picture 35 4 PictureEffect35 0 0 19",
-    "picture 36 47 TileDissolve 0 4 19",
-    "picture 37 48 TileDissolve 0 8 19",
-    "picture 38 49 TileDissolve 0 20 19",
-    "picture 39 1 CutAtHalf 0 0 0",
-    "picture 40 65 PictureEffect40 0 0 19",
-    "picture 41 38 CrossFade 0 1 19",
-    "picture 42 115 PictureEffect42 0 0 19",
-    "picture 43 26 PictureEffect43 0 8 19",
-    "picture 44 18 PictureEffect43 0 264 19",
-    "picture 45 36 PictureEffect43 0 780 19",
-    "picture 46 76 PictureEffect46 0x04 0 19",
-    "picture 47 77 PictureEffect46 0x40 0 19",
-    "picture 48 88 PictureEffect48 0 0 19",
-    "picture 49 11 Push 0x01 1 3",
-    "picture 50 12 Push 0x10 1 4",
-    "picture 51 13 Push 0x40 1 2",
-    "picture 52 14 Push 0x04 1 1",
-    "picture 53 19 SlideIn 0x01 1 11",
-    "picture 54 20 SlideIn 0x10 1 12",
-    "picture 55 21 SlideIn 0x40 1 10",
-    "picture 56 22 SlideIn 0x04 1 9",
-    "picture 57 27 Wipe 0x01 1 7",
-    "picture 58 28 Wipe 0x10 1 8",
-    "picture 59 29 Wipe 0x40 1 5",
-    "picture 60 30 Wipe 0x04 1 6",
-    "picture 61 125 OutAndBack 0x40 0 15",
-    "picture 62 126 OutAndBack 0x04 0 16",
-    "picture 63 127 OutAndBack 0x01 0 17",
-    "picture 64 128 OutAndBack 0x10 0 18",
-    "picture 65 116 BoxWipe 0x40 0 14",
-    "picture 66 117 BoxWipe 0x40 1 13",
-    "picture 67 106 PictureEffect43 0x10 512 19",
-    "picture 68 99 PictureEffect43 0x01 512 19",
-    "picture 69 108 PictureEffect43 0x40 512 19",
-    "picture 70 107 PictureEffect43 0x04 512 19",
-    "picture 71 16 Push 0x01 50 19",
-    "picture 72 17 Push 0x40 50 19",
-    "picture 73 23 SlideIn 0x01 50 19",
-    "picture 74 25 SlideIn 0x40 50 19",
-    "picture 75 31 Wipe 0x01 50 19",
-    "picture 76 33 Wipe 0x40 50 19",
-    "picture 77 39 Blinds 0x01 16 19",
-    "picture 78 40 Blinds 0x10 16 19",
-    "picture 79 41 Blinds 0x40 16 19",
-    "picture 80 42 Blinds 0x04 16 19",
-    "picture 81 43 SmearWipe 0x10 1 19",
-    "picture 82 44 SmearWipe 0x01 1 19",
-    "picture 83 45 SmearWipe 0x04 1 19",
-    "picture 84 46 SmearWipe 0x40 1 19",
-    "picture 85 6 PictureEffect85 0 0 19",
-    "picture 86 58 PictureEffect86 0 0 19",
-    "picture 87 7 PictureEffect87 0 0 19",
-    "picture 88 97 PictureEffect88 0 0 19",
-    "picture 89 35 PictureEffect89 0 1 19",
-    "picture 90 59 PictureEffect90 0 0 19",
-    "picture 91 66 PictureEffect91 0x01 1 19",
-    "picture 92 67 PictureEffect91 0x10 1 19",
-    "picture 93 68 PictureEffect91 0x40 1 19",
-    "picture 94 69 PictureEffect91 0x04 1 19",
-    "picture 95 74 PictureEffect95 0 0 19",
-    "picture 96 73 PictureEffect96 0 0 19",
-    "picture 97 111 PictureEffect97 0 0 19",
-    "picture 98 3 - 0 0 19",
-    "text 0 27 TextFadeSweep 0x10 0 5",
-    "text 1 28 TextFadeSweep 0x01 0 6",
-    "text 2 29 TextFadeSweep 0x04 0 7",
-    "text 3 30 TextFadeSweep 0x40 0 8",
-    "text 4 1 TextShowAtHalf 0 0 0",
-    "text 5 445 TextEffect05 0 1 12",
-    "text 6 446 TextEffect05 0 0 12",
-    "text 7 447 TextEffect05 0 2 12",
-    "text 8 448 TextEffect05 0 3 12",
-    "text 9 406 TextGlyphStream 0x10 0 12",
-    "text 10 407 TextGlyphStream 0x01 0 12",
-    "text 11 408 TextGlyphStream 0x04 0 12",
-    "text 12 409 TextGlyphStream 0x40 0 12",
-    "text 13 404 TextEffect13 0 0 12",
-    "text 14 444 TextEffect14 0 0 12",
-    "text 15 410 TextGlyphScatter 0x10 1 12",
-    "text 16 411 TextGlyphScatter 0x01 1 12",
-    "text 17 412 TextGlyphScatter 0x04 1 12",
-    "text 18 413 TextGlyphScatter 0x40 1 12",
-    "text 19 19 TextFlyIn 0x10 0 2",
-    "text 20 20 TextFlyIn 0x01 0 1",
-    "text 21 21 TextFlyIn 0x04 0 4",
-    "text 22 22 TextFlyIn 0x40 0 3",
-    "text 23 401 TextEffect23 0x44 0 9",
-    "text 24 402 TextEffect23 0x11 0 10",
-    "text 25 405 TextEffect25 0 0 12",
-    "text 26 436 TextEffect26 0 0 12",
-    "text 27 437 TextEffect26 0 1 12",
-    "text 28 449 TextEffect28 0 0 11",
-    "text 29 418 TextGlyphGrow 0 0 12",
-    "text 30 421 TextGlyphGrow 0 1 12",
-    "text 31 427 TextGlyphGrow 0 2 12",
-    "text 32 438 TextEffect32 0 0 12",
-    "text 33 439 TextGlyphGrow 0 3 12",
-    "text 34 440 TextGlyphGrow 0 4 12",
-    "text 35 426 TextEffect35 0 0 12",
-    "text 36 428 TextEffect36 0 0 12",
-    "text 37 434 TextEffect36 0 1 12",
-    "text 38 430 TextEffect38 0x01 0 12",
-    "text 39 431 TextEffect38 0x10 0 12",
-    "text 40 432 TextEffect38 0x40 0 12",
-    "text 41 433 TextEffect38 0x04 0 12",
-    "text 42 435 TextEffect42 0 0 12",
-    "text 43 442 TextEffect43 0 0 12",
-    "text 44 443 TextEffect43 0 1 12",
-    "text 45 419 TextEffect45 0 0 12",
-    "text 46 420 TextEffect46 0 0 12",
-    "text 47 429 TextEffect47 0 0 12",
-    "text 48 441 TextEffect48 0 0 12",
-    "text 49 422 TextEffect49 0x04 0 12",
-    "text 50 423 TextEffect49 0x40 0 12",
-    "text 51 424 TextEffect51 0x04 0 12",
-    "text 52 425 TextEffect51 0x40 0 12",
-    "text 53 3 - 0 0 12",
-};
 
 // The classic runtime generator, written out independently of the product's.
 struct ReferenceRand
@@ -200,61 +43,45 @@ protected:
     }
 };
 
-TEST_F(EffectRegistryTest, RowsMatchThePublishedCatalogue)
-{
-    EffectRegistry registry;
-    ASSERT_EQ(std::size(kCatalogue), 99u + 54u);
-    for (const char* line : kCatalogue) {
-        SCOPED_TRACE(line);
-        std::istringstream in(line);
-        std::string kind, proc, direction;
-        int row, nameId, variant, number;
-        in >> kind >> row >> nameId >> proc >> direction >> variant >> number;
-        const int table = kind == "picture" ? kPictureTable : kTextTable;
-        const EffectEntry& entry = (table == kPictureTable ? PictureEffectTable() : TextEffectTable())[row];
-        EXPECT_EQ(entry.nameId, static_cast<std::uint32_t>(nameId));
-        EXPECT_EQ(entry.descriptionId, 0u);
-        EXPECT_EQ(entry.number, number);
-        const EffectRowDescription d = registry.Describe(table, row);
-        if (proc == "-") {
-            EXPECT_EQ(d.built, Built::Random);
-            continue; // Direction and variant are whatever was drawn.
-        }
-        EXPECT_EQ(proc, d.procName);
-        EXPECT_EQ(d.direction, std::stoul(direction, nullptr, 16));
-        EXPECT_EQ(d.variant, variant);
-        EXPECT_NE(entry.proc, nullptr);
-    }
-}
-
 TEST_F(EffectRegistryTest, OnlyTheBuiltFamiliesSayBuilt)
 {
+    struct Table
+    {
+        int table, rows;
+        std::set<std::string> built;
+        int builtRows;
+        EffectProc standIn; // What a row that is not built yet renders with.
+    } tables[] = {
+        {kPictureTable,
+         kPictureEffectCount - 1,
+         {"CutAtHalf", "SmearWipe", "BoxWipe", "TileDissolve", "Wipe", "SlideIn", "Push", "Blinds",
+          "OutAndBack", "CrossFade"},
+         37,
+         &CutAtHalf},
+        {kTextTable,
+         kTextEffectCount - 1,
+         {"TextShowAtHalf", "TextFadeSweep", "TextFlyIn", "TextGlyphStream", "TextGlyphScatter",
+          "TextGlyphGrow"},
+         22,
+         &NotBuiltText},
+    };
     EffectRegistry registry;
-    const std::set<std::string> built = {"CutAtHalf", "SmearWipe", "BoxWipe", "TileDissolve", "Wipe",
-                                         "SlideIn",   "Push",      "Blinds",  "OutAndBack",   "CrossFade"};
-    int builtRows = 0;
-    for (int row = 0; row < kPictureEffectCount - 1; ++row) {
-        const EffectRowDescription d = registry.Describe(kPictureTable, row);
-        EXPECT_EQ(d.built == Built::Yes, built.count(d.procName) == 1) << row;
-        builtRows += d.built == Built::Yes;
-        // A row that is not built yet says so and renders as the cut.
-        if (d.built == Built::NotYet) {
-            EXPECT_EQ(PictureEffectTable()[row].proc, &CutAtHalf) << row;
+    for (const Table& t : tables) {
+        int builtRows = 0;
+        for (int row = 0; row < t.rows; ++row) {
+            SCOPED_TRACE(::testing::Message() << "table " << t.table << " row " << row);
+            const EffectRowDescription d = registry.Describe(t.table, row);
+            EXPECT_EQ(d.built == Built::Yes, t.built.count(d.procName) == 1);
+            builtRows += d.built == Built::Yes;
+            const EffectEntry& entry =
+                (t.table == kPictureTable ? PictureEffectTable() : TextEffectTable())[row];
+            if (d.built == Built::NotYet) {
+                EXPECT_EQ(entry.proc, t.standIn);
+            }
         }
+        EXPECT_EQ(builtRows, t.builtRows);
+        EXPECT_EQ(registry.Describe(t.table, t.rows).built, Built::Random);
     }
-    EXPECT_EQ(builtRows, 37);
-    const std::set<std::string> builtText = {"TextShowAtHalf",  "TextFadeSweep",    "TextFlyIn",
-                                             "TextGlyphStream", "TextGlyphScatter", "TextGlyphGrow"};
-    int builtTextRows = 0;
-    for (int row = 0; row < kTextEffectCount - 1; ++row) {
-        const EffectRowDescription d = registry.Describe(kTextTable, row);
-        EXPECT_EQ(d.built == Built::Yes, builtText.count(d.procName) == 1) << row;
-        builtTextRows += d.built == Built::Yes;
-        if (d.built == Built::NotYet) {
-            EXPECT_EQ(TextEffectTable()[row].proc, &NotBuiltText) << row;
-        }
-    }
-    EXPECT_EQ(builtTextRows, 22);
 }
 
 TEST_F(EffectRegistryTest, RandomRowsAreDrawnAtConstructionAndAfterRelease)
@@ -286,29 +113,14 @@ TEST_F(EffectRegistryTest, RandomRowsAreDrawnAtConstructionAndAfterRelease)
     EXPECT_EQ(PictureEffectTable()[98].direction, direction);
 }
 
-std::vector<std::uint8_t> Picture(int w, int h, std::uint8_t tag)
-{
-    std::vector<std::uint8_t> pixels(static_cast<std::size_t>(w) * h * 4);
-    for (std::size_t i = 0; i < pixels.size(); ++i)
-        pixels[i] = static_cast<std::uint8_t>(i % 4 == 3 ? tag : (i * 7 + tag) & 0xFF);
-    return pixels;
-}
-
 TEST_F(EffectRegistryTest, ActiveFlagRefusesUnbalancedCalls)
 {
     ReferenceRand reference{12345};
     EffectRegistry registry;
     reference();
     reference();
-    auto source = Picture(40, 40, 1), target = Picture(40, 40, 2), output = Picture(40, 40, 3);
-    EffectParams block{};
-    block.source = source.data();
-    block.target = target.data();
-    block.output = output.data();
-    block.width = 40;
-    block.height = 40;
-    block.progressNum = 0;
-    block.progressDen = 100;
+    testing::TaggedPictures p(40, 40);
+    EffectParams block = p.Block(0, 100);
     // Row 38 dissolves in 20-pixel tiles: its init draws one threshold per tile (4 here).
     registry.RunPicture(38, EffectInit, &block);
     registry.RunPicture(38, EffectInit, &block); // Refused: no draws.
@@ -321,8 +133,8 @@ TEST_F(EffectRegistryTest, ActiveFlagRefusesUnbalancedCalls)
     block.progressNum = 50;
     registry.RunPicture(38, EffectRender, &block);
     int fromTarget = 0;
-    for (std::size_t i = 0; i < output.size(); i += 4)
-        fromTarget += output[i] == target[i];
+    for (std::size_t i = 2; i < p.output.size(); i += 4)
+        fromTarget += p.output[i] == p.kTarget;
     EXPECT_GT(fromTarget, 0);
     EXPECT_EQ(registry.RunPicture(38, EffectRelease, nullptr), 0);
     // Constructing another registry clears every flag: a new init is accepted.
@@ -336,17 +148,11 @@ TEST_F(EffectRegistryTest, ActiveFlagRefusesUnbalancedCalls)
 TEST_F(EffectRegistryTest, ClampsRowNumbers)
 {
     EffectRegistry registry;
-    auto source = Picture(8, 8, 1), target = Picture(8, 8, 2), output = Picture(8, 8, 3);
-    EffectParams block{};
-    block.source = source.data();
-    block.target = target.data();
-    block.output = output.data();
-    block.width = block.height = 8;
-    block.progressNum = 60;
-    block.progressDen = 100;
+    testing::TaggedPictures p(8, 8);
+    EffectParams block = p.Block(60, 100);
     // Row 0 (not built) renders as the cut: past half time the target.
     registry.RunPicture(-5, EffectRender, &block);
-    EXPECT_EQ(output, target);
+    EXPECT_EQ(p.output, p.target);
     registry.RunPicture(-5, EffectInit, &block);
     EXPECT_EQ(PictureEffectTable()[0].active, 1);
     registry.RunPicture(0, EffectRelease, nullptr);

@@ -112,38 +112,26 @@ struct Caption
 TEST(TextEffectTables, CornerValues)
 {
     const SinCos& table = SinCosTable();
-    struct Row
-    {
-        int angle, sine, cosine;
-    };
-    for (const Row& row : {Row{0, 0, 65536}, Row{450, 46340, 46340}, Row{900, 65535, 0}, Row{1800, 0, -65535},
-                           Row{2700, -65535, 0}}) {
-        SCOPED_TRACE(row.angle);
-        EXPECT_EQ(table.sine[row.angle], row.sine);
-        EXPECT_EQ(table.cosine[row.angle], row.cosine);
+    // Angle, sine, cosine.
+    const int corners[][3] = {
+        {0, 0, 65536}, {450, 46340, 46340}, {900, 65535, 0}, {1800, 0, -65535}, {2700, -65535, 0}};
+    for (const auto& [angle, sine, cosine] : corners) {
+        EXPECT_EQ(table.sine[angle], sine) << angle;
+        EXPECT_EQ(table.cosine[angle], cosine) << angle;
     }
-    const std::uint8_t* clamp = ClampTable();
     for (auto [in, out] :
          {std::pair{-256, 0}, {-1, 0}, {0, 0}, {128, 128}, {255, 255}, {256, 255}, {511, 255}})
-        EXPECT_EQ(clamp[in], out) << in;
-    EXPECT_EQ(FadeRamp()[0], 0);
-    EXPECT_EQ(FadeRamp()[1], 5);
-    EXPECT_EQ(FadeRamp()[25], 130);
-    EXPECT_EQ(FadeRamp()[49], 255);
+        EXPECT_EQ(ClampTable()[in], out) << in;
+    for (auto [step, level] : {std::pair{0, 0}, {1, 5}, {25, 130}, {49, 255}})
+        EXPECT_EQ(FadeRamp()[step], level) << step;
 }
 
 TEST(TextEffectFramework, AnglesAreBroughtIntoOneTurn)
 {
-    for (auto [in, out] : {std::pair{-1, 3599},
-                           {7200, 0},
-                           {3600, 0},
-                           {-3600, 0},
-                           {3599, 3599},
-                           {-7201, 3599},
-                           {INT32_MIN, 2752},
-                           {INT32_MAX, 847}}) {
+    const std::pair<int, int> rows[] = {{-1, 3599},   {7200, 0},     {3600, 0},         {-3600, 0},
+                                        {3599, 3599}, {-7201, 3599}, {INT32_MIN, 2752}, {INT32_MAX, 847}};
+    for (auto [in, out] : rows)
         EXPECT_EQ(NormaliseAngle(in), out) << in;
-    }
 }
 
 TEST(TextEffectFramework, BlendArithmeticAtTheCorners)
@@ -321,17 +309,16 @@ TEST(TextEffectFramework, GlyphsOutsideThePictureAndTinyScalesAreSafe)
     Caption caption(1);
     ASSERT_EQ(BuildTextState(caption.Block(0, 100)), 1);
     TextEffectState& state = *FindTextState(caption.record.effectState);
-    struct Row
-    {
-        int x, y, scaleX, scaleY, index;
-    };
-    for (const Row& row :
-         {Row{INT32_MAX, INT32_MIN, 65536, 65536, 0}, Row{-5000, 50, 65536, 65536, 1}, Row{100, 70, 0, 0, 0},
-          Row{100, 70, -65536, 65536, 1}, Row{100, 70, INT32_MAX, 65536, 0}, Row{100, 70, 65536, 65536, 2},
-          Row{100, 70, 65536, 65536, -1}}) {
-        EXPECT_EQ(DrawGlyph(state, row.x, row.y, 'A', 0xFFFFFF, 255, 1, row.index, row.scaleX, row.scaleY, 0),
-                  1);
-    }
+    // x, y, scale x, scale y, glyph index.
+    const int rows[][5] = {{INT32_MAX, INT32_MIN, 65536, 65536, 0},
+                           {-5000, 50, 65536, 65536, 1},
+                           {100, 70, 0, 0, 0},
+                           {100, 70, -65536, 65536, 1},
+                           {100, 70, INT32_MAX, 65536, 0},
+                           {100, 70, 65536, 65536, 2},
+                           {100, 70, 65536, 65536, -1}};
+    for (const auto& row : rows)
+        EXPECT_EQ(DrawGlyph(state, row[0], row[1], 'A', 0xFFFFFF, 255, 1, row[4], row[2], row[3], 0), 1);
     FreeTextState(caption.Block(0, 1));
 }
 

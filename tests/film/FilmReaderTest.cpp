@@ -86,16 +86,6 @@ TEST(FilmLoad, VersionRule)
     }
 }
 
-TEST(FilmLoad, EmptyFilmKeepsDefaults)
-{
-    Loaded loaded = LoadFilm(FilmDescription{});
-    EXPECT_EQ(loaded.result, 1);
-    EXPECT_EQ(loaded.film->ItemCount(), -1);
-    EXPECT_EQ(loaded.film->GetLoop(), 1);
-    EXPECT_EQ(loaded.film->GetAdvanceMode(), kAdvanceAutomatic);
-    EXPECT_EQ(loaded.film->GetMusicPath(), "");
-}
-
 TEST(FilmLoad, OptionalStreamsApplyOnlyWhenWhole)
 {
     FilmDescription description;
@@ -114,6 +104,7 @@ TEST(FilmLoad, OptionalStreamsApplyOnlyWhenWhole)
     shortNodes.push_back(Node::Stream("AutoPlay", Bytes{0xD9, 0x02, 0, 0})); // 729, any case.
     Loaded partial = LoadNodes(shortNodes);
     EXPECT_EQ(partial.result, 1);
+    EXPECT_EQ(partial.film->ItemCount(), -1) << "a film without items loads, empty";
     EXPECT_EQ(partial.film->GetMusicPath(), "");
     EXPECT_EQ(partial.film->GetLoop(), 1);
     EXPECT_EQ(partial.film->GetAdvanceMode(), kAdvanceManual);
@@ -274,38 +265,27 @@ TEST(FilmLoad, CaptionListsEndAtTheFirstGap)
     }
 }
 
-TEST(FilmLoad, CaptionRecordsRoundTripByteForByte)
-{
-    FilmDescription description;
-    std::vector<FilmText> captions;
-    for (std::uint32_t seed = 1; seed <= 4; ++seed)
-        captions.push_back(testing::Caption("caption " + std::to_string(seed), 2, seed));
-    description.items.push_back({testing::PhotoItem("a.jpg"), captions});
-    Loaded loaded = LoadFilm(description);
-    ASSERT_EQ(loaded.result, 1);
-    const FilmItem item = loaded.film->GetItem(1);
-    ASSERT_EQ(item.texts.size(), captions.size());
-    for (std::size_t k = 0; k < captions.size(); ++k) {
-        const Bytes written = testing::CaptionRecord(captions[k], static_cast<std::int32_t>(k + 7));
-        const Bytes again = testing::CaptionRecord(item.texts[k], static_cast<std::int32_t>(k + 7));
-        EXPECT_EQ(again, written) << "caption " << k;
-    }
-}
-
-TEST(FilmLoad, TextFieldsStopAtTheirSize)
+// Names and a caption text that fill their fields, and captions whose every byte must come back.
+TEST(FilmLoad, CaptionRecordsAndFullTextFieldsReadBackWhole)
 {
     FilmItem item = testing::PhotoItem("");
     item.photo = {std::string(260, 'p'), std::string(256, 'n')};
-    FilmText caption = testing::Caption(std::string(256, 't'));
+    std::vector<FilmText> captions{testing::Caption(std::string(256, 't'))};
+    for (std::uint32_t seed = 1; seed <= 4; ++seed)
+        captions.push_back(testing::Caption("caption " + std::to_string(seed), 2, seed));
     FilmDescription description;
-    description.items.push_back({item, std::vector<FilmText>{caption}});
+    description.items.push_back({item, captions});
     Loaded loaded = LoadFilm(description);
     ASSERT_EQ(loaded.result, 1);
     const FilmItem got = loaded.film->GetItem(1);
-    EXPECT_EQ(got.photo.cstrPath, std::string(260, 'p'));
-    EXPECT_EQ(got.photo.cstrName, std::string(256, 'n'));
-    ASSERT_EQ(got.texts.size(), 1u);
+    EXPECT_EQ(got.photo, item.photo);
+    ASSERT_EQ(got.texts.size(), captions.size());
     EXPECT_EQ(got.texts[0].text, std::string(256, 't'));
+    for (std::size_t k = 0; k < captions.size(); ++k) {
+        const auto ordinal = static_cast<std::int32_t>(k + 7);
+        EXPECT_EQ(testing::CaptionRecord(got.texts[k], ordinal), testing::CaptionRecord(captions[k], ordinal))
+            << "caption " << k;
+    }
 }
 
 TEST(FilmLoad, DamagedFilesNeverCrash)

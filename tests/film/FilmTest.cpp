@@ -7,21 +7,6 @@
 namespace lumenar::film {
 namespace {
 
-// A new film's item count, loop, advance mode and music are checked after loading an empty film.
-TEST(Film, NewFilmDefaults)
-{
-    const Film film;
-    EXPECT_EQ(film.GetScaleClips(), 0);
-    const records::TextRecord& style = film.CaptionStyle();
-    EXPECT_EQ(style.font.height, -48);
-    EXPECT_EQ(style.font.width, 0);
-    EXPECT_STREQ(style.font.faceName, "Liberation Sans");
-    EXPECT_EQ(style.colour, 0xFFFFFFu);
-    EXPECT_EQ(style.lineSpacing, 100);
-    EXPECT_EQ(style.alignment, 0);
-    EXPECT_EQ(style.shadow, 1);
-}
-
 TEST(Film, CountsAndNumbersItemsThroughAddAndRemove)
 {
     Film film;
@@ -32,7 +17,11 @@ TEST(Film, CountsAndNumbersItemsThroughAddAndRemove)
     EXPECT_EQ(film.ItemCount(), 3);
     EXPECT_EQ(film.GetItem(2).photo.cstrName, "3.jpg");
     EXPECT_EQ(film.GetItem(3).photo.cstrName, "4.jpg");
-    EXPECT_EQ(film.GetItem(4).index, -1);
+    for (std::int32_t missing : {0, -1, 4, 1000}) {
+        const FilmItem item = film.GetItem(missing);
+        EXPECT_EQ(std::tie(item.index, item.kind), std::make_tuple(-1, kFilmItemNone)) << missing;
+        EXPECT_TRUE(item.texts.empty() && item.photo.cstrName.empty()) << missing;
+    }
     film.RemoveItem(9); // Unknown numbers change nothing.
     EXPECT_EQ(film.ItemCount(), 3);
     film.RemoveItem(1);
@@ -41,20 +30,6 @@ TEST(Film, CountsAndNumbersItemsThroughAddAndRemove)
     EXPECT_EQ(film.ItemCount(), 0);
     EXPECT_EQ(film.AddItem(testing::PhotoItem("again.jpg")), 1);
     EXPECT_EQ(film.ItemCount(), 1);
-}
-
-TEST(Film, MissingItemIsEmptyWithIndexMinusOneAndKindOne)
-{
-    Film film;
-    film.AddItem(testing::PhotoItem("a.jpg"));
-    for (std::int32_t index : {0, -1, 2, 1000}) {
-        SCOPED_TRACE(index);
-        const FilmItem item = film.GetItem(index);
-        EXPECT_EQ(item.index, -1);
-        EXPECT_EQ(item.kind, kFilmItemNone);
-        EXPECT_TRUE(item.texts.empty());
-        EXPECT_TRUE(item.photo.cstrName.empty());
-    }
 }
 
 TEST(Film, CaptionsGetTheirOwnOrdinals)

@@ -14,7 +14,7 @@ TEST(AutoResetEvent, EachSetLetsExactlyOneWaitThrough)
     {
         const char* name;
         int sets;
-        bool expected[3]; // Results of three zero time-out polls in a row.
+        bool expected[3]; // Results of three polls in a row: the first waits 20 ms, the others not at all.
     };
     const Row rows[] = {
         {"never set", 0, {false, false, false}},
@@ -26,17 +26,9 @@ TEST(AutoResetEvent, EachSetLetsExactlyOneWaitThrough)
         AutoResetEvent event;
         for (int i = 0; i < row.sets; ++i)
             event.Set();
-        for (bool expected : row.expected)
-            EXPECT_EQ(event.Wait(0), expected);
+        for (int poll = 0; poll < 3; ++poll)
+            EXPECT_EQ(event.Wait(poll == 0 ? 20 : 0), row.expected[poll]) << poll;
     }
-}
-
-TEST(AutoResetEvent, WaitTimesOutWithoutASignal)
-{
-    AutoResetEvent event;
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(event.Wait(30));
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
 }
 
 TEST(AutoResetEvent, SetFromAnotherThreadWakesTheWaiter)

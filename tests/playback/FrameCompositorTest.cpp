@@ -85,10 +85,8 @@ TEST(ApplyMask, SubtractsTheMasksDarkness)
 
 codec::Photo Uniform(int width, int height, int dc)
 {
-    testing::ZigzagBlock block(64, 0);
-    block[0] = dc;
     codec::Photo photo;
-    EXPECT_EQ(codec::DecodePhoto(photo, testing::MakeUniformPhoto(width, height, block)), 1);
+    EXPECT_EQ(codec::DecodePhoto(photo, testing::MakeUniformPhoto(width, height, testing::DcBlock(dc))), 1);
     return photo;
 }
 

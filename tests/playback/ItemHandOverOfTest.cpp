@@ -2,10 +2,9 @@
 #include "playback/ItemHandOverOf.h"
 
 #include "film/ChunkQueue.h"
-#include "film/FilmStreamWriter.h"
 #include "platform/Clock.h"
 #include "platform/Timer.h"
-#include "tests/support/JpegWriter.h"
+#include "tests/support/FilmStream.h"
 
 #include <gtest/gtest.h>
 
@@ -14,29 +13,9 @@
 namespace lumenar::playback {
 namespace {
 
-std::vector<std::uint8_t> UniformJpeg(int dc)
-{
-    testing::ZigzagBlock block(64, 0);
-    block[0] = dc;
-    return testing::MakeUniformPhoto(64, 48, block);
-}
-
 TEST(ItemHandOverOf, StreamedFilmPlaysToItsEndThroughTheRealPlayer)
 {
-    film::Film film;
-    std::vector<film::ItemMedia> media;
-    for (int dc : {-600, 0, 600}) {
-        film::ItemMedia bytes;
-        bytes.photo = UniformJpeg(dc);
-        film::FilmItem item;
-        item.kind = film::kFilmItemPhoto;
-        item.photo.cstrName = film::SizedName(bytes.photo.size(), "photo.jpg");
-        item.displaySeconds = 1;
-        item.effectMs = 200;
-        film.AddItem(item);
-        media.push_back(std::move(bytes));
-    }
-    const std::vector<std::uint8_t> stream = film::WriteFilmStream(film, media, {}).value();
+    const std::vector<std::uint8_t> stream = testing::MakeFilmStream(3, film::kAdvanceAutomatic);
 
     auto host = platform::WindowHost::Create(800, 600, "test", true);
     int stops = 0;
@@ -56,6 +35,8 @@ TEST(ItemHandOverOf, StreamedFilmPlaysToItsEndThroughTheRealPlayer)
     film::FilmReceiver receiver(nullptr, timers);
     film::ChunkQueue queue;
     film::OpeningFlags flags;
+    EXPECT_EQ(film::RunFilmLoader(receiver, queue, played, &handOver, flags), 0)
+        << "not running: returns at once";
     flags.openerRunning = 1;
     std::jthread loader([&] { film::RunFilmLoader(receiver, queue, played, &handOver, flags); });
     for (std::size_t at = 0; at < stream.size(); at += 4096) {
@@ -71,6 +52,8 @@ TEST(ItemHandOverOf, StreamedFilmPlaysToItsEndThroughTheRealPlayer)
     flags.openerRunning = 0;
     loader.join();
     EXPECT_EQ(receiver.State(), film::kFinished);
+    std::lock_guard guard(queue.Lock());
+    EXPECT_EQ(queue.Peek(), nullptr) << "every queued chunk was fed";
     player.Destroy();
 }
 

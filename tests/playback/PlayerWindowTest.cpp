@@ -26,10 +26,8 @@ using namespace std::chrono_literals;
 /// A uniform photo whose luma level depends on `dc`, registered in memory; returns its film reference.
 film::FilmFile UniformPhoto(int dc, int width = 64, int height = 48)
 {
-    testing::ZigzagBlock block(64, 0);
-    block[0] = dc;
     platform::InMemoryPictureName name =
-        platform::RegisterInMemoryPicture(testing::MakeUniformPhoto(width, height, block));
+        platform::RegisterInMemoryPicture(testing::MakeUniformPhoto(width, height, testing::DcBlock(dc)));
     return {std::to_string(name.length), std::to_string(name.address)};
 }
 

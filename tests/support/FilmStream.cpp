@@ -16,10 +16,8 @@ std::vector<std::uint8_t> MakeFilmStream(int count, std::int32_t mode, std::size
     film.SetAdvanceMode(mode);
     std::vector<film::ItemMedia> media;
     for (int i = 0; i < count; ++i) {
-        ZigzagBlock block(64, 0);
-        block[0] = -400 + 200 * (i % 5);
         film::ItemMedia pieces;
-        pieces.photo = MakeUniformPhoto(64, 48, block);
+        pieces.photo = MakeUniformPhoto(64, 48, DcBlock(-400 + 200 * (i % 5)));
         pieces.photo.resize(pieces.photo.size() + paddingPerItem, 0);
         film::FilmItem item;
         item.kind = film::kFilmItemPhoto;
@@ -43,10 +41,8 @@ std::vector<std::uint8_t> MakeRichFilmStream(int count)
     film.SetAdvanceMode(film::kAdvanceAutomatic);
     std::vector<film::ItemMedia> media;
     for (int i = 0; i < count; ++i) {
-        ZigzagBlock block(64, 0);
-        block[0] = -400 + 200 * (i % 5);
         film::ItemMedia pieces;
-        pieces.photo = MakeUniformPhoto(160, 120, block);
+        pieces.photo = MakeUniformPhoto(160, 120, DcBlock(-400 + 200 * (i % 5)));
         film::FilmItem item;
         item.kind = film::kFilmItemPhoto;
         item.photo.cstrName = film::SizedName(pieces.photo.size(), "photo.jpg");

@@ -1,5 +1,7 @@
 #include "tests/support/FilmWriter.h"
 
+#include "film/FilmReceiver.h"
+#include "film/FilmStreamWriter.h"
 #include "tests/support/WriteFile.h"
 
 #include <atomic>
@@ -129,6 +131,28 @@ std::vector<Node> FilmNodes(const FilmDescription& film)
     return root;
 }
 
+Bytes StreamOfFilmFile(const Bytes& file)
+{
+    // Byte by byte: g++ 12 at -O2 takes a ranged insert of the short markers for an overflow.
+    Bytes stream;
+    for (std::string_view part : {film::kFilmMarker, std::string_view(), film::kMediaMarker}) {
+        for (char c : part)
+            stream.push_back(static_cast<std::uint8_t>(c));
+        if (part.empty())
+            for (std::uint8_t byte : file)
+                stream.push_back(byte);
+    }
+    return stream;
+}
+
+Bytes FilmFileOfVersion(std::uint32_t version)
+{
+    FilmDescription description;
+    description.version = version;
+    description.items = {{PhotoItem(film::SizedName(10, "p.jpg")), std::nullopt}};
+    return testing::WriteCompoundFile(FilmNodes(description));
+}
+
 film::FilmItem PhotoItem(std::string photoName, std::int32_t effect, std::int32_t displaySeconds)
 {
     film::FilmItem item;
@@ -170,44 +194,6 @@ std::string WriteTempFile(const Bytes& bytes, const std::string& stem)
     const std::string path = TempPath(stem);
     Check(WriteFile(path, bytes), "write a temporary file");
     return path;
-}
-
-Bytes Pattern(std::size_t size, std::uint8_t seed)
-{
-    Bytes out(size);
-    for (std::size_t i = 0; i < size; ++i)
-        out[i] = static_cast<std::uint8_t>(seed + i * 7 + i / 251);
-    return out;
-}
-
-Bytes WaveFile(const Bytes& pcm)
-{
-    Bytes out;
-    const auto put = [&out](std::uint32_t value, int bytes) {
-        for (int i = 0; i < bytes; ++i)
-            out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-    };
-    // Byte by byte: g++ 12 at -O2 takes a ranged insert into the fresh vector for an overflow.
-    const auto tag = [&out](const char* text) {
-        for (int i = 0; i < 4; ++i)
-            out.push_back(static_cast<std::uint8_t>(text[i]));
-    };
-    const auto size = static_cast<std::uint32_t>(pcm.size());
-    tag("RIFF");
-    put(36 + size, 4);
-    tag("WAVE");
-    tag("fmt ");
-    put(16, 4);
-    put(1, 2);     // PCM,
-    put(1, 2);     // mono,
-    put(8000, 4);  // 8000 samples a second,
-    put(16000, 4); // 16000 bytes a second,
-    put(2, 2);     // two bytes a frame,
-    put(16, 2);    // 16 bits a sample.
-    tag("data");
-    put(size, 4);
-    out.insert(out.end(), pcm.begin(), pcm.end());
-    return out;
 }
 
 } // namespace lumenar::testing

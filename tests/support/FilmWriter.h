@@ -2,6 +2,7 @@
 
 #include "film/Film.h"
 #include "platform/CompoundFileWriter.h"
+#include "tests/support/TestBytes.h"
 
 #include <cstdint>
 #include <optional>
@@ -51,6 +52,11 @@ struct FilmDescription
 /// The root elements of the described film.
 std::vector<Node> FilmNodes(const FilmDescription& film);
 
+/// A film stream of the film marker, `file` as its film file, and the media marker.
+Bytes StreamOfFilmFile(const Bytes& file);
+/// A film file of one photo item ("10_p.jpg") whose VERSION says `version`.
+Bytes FilmFileOfVersion(std::uint32_t version);
+
 /// A photo item with the given names and numbers, for tables of cases.
 film::FilmItem PhotoItem(std::string photoName, std::int32_t effect = 0, std::int32_t displaySeconds = 3);
 /// A caption with distinct style bytes (including the three words layout and effects fill in).
@@ -60,10 +66,5 @@ film::FilmText Caption(std::string text, std::int32_t effect = 0, std::uint32_t 
 std::string TempPath(const std::string& stem);
 /// Writes `bytes` to a fresh temporary file; returns its path.
 std::string WriteTempFile(const Bytes& bytes, const std::string& stem);
-
-/// `size` bytes from `seed` that do not repeat every 256 bytes, so a copy at the wrong offset differs.
-Bytes Pattern(std::size_t size, std::uint8_t seed = 0);
-/// A canonical wave file (8 kHz, 16-bit, mono, the 44-byte header) holding `pcm`.
-Bytes WaveFile(const Bytes& pcm);
 
 } // namespace lumenar::testing

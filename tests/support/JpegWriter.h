@@ -1,6 +1,6 @@
 #pragma once
 
-// Builds baseline JPEG streams byte by byte for the decoder's tests and fuzz seeds: segments with
+// Builds baseline JPEG streams byte by byte for the decoder's tests: segments with
 // explicit contents, an entropy coder with byte stuffing, and simple Huffman tables.
 #include <cstdint>
 #include <utility>
@@ -27,6 +27,14 @@ JpegHuffman FlatAcTable();
 
 /// One coefficient block in zigzag order, as quantised values.
 using ZigzagBlock = std::vector<int>; // 64 entries.
+
+/// A flat block: only its first (DC) coefficient set.
+inline ZigzagBlock DcBlock(int dc)
+{
+    ZigzagBlock block(64, 0);
+    block[0] = dc;
+    return block;
+}
 
 /// Writes entropy-coded data: bits MSB first, 0xFF followed by a stuffed 0x00.
 class EntropyWriter

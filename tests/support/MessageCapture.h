@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/DebugTrace.h"
 #include "platform/MessageBox.h"
 
 #include <mutex>
@@ -54,6 +55,32 @@ public:
 private:
     mutable std::mutex lock_; // Messages may come from any thread.
     std::vector<Shown> shown_;
+};
+
+/// The process's debug trace while it lives: keeps every line instead of writing it.
+class TraceCapture
+{
+public:
+    TraceCapture()
+    {
+        platform::SetDebugTraceCapture([this](std::string_view line) {
+            std::lock_guard guard(lock_);
+            lines_.emplace_back(line);
+        });
+    }
+    ~TraceCapture() { platform::SetDebugTraceCapture({}); }
+    TraceCapture(const TraceCapture&) = delete;
+    TraceCapture& operator=(const TraceCapture&) = delete;
+
+    std::vector<std::string> Lines() const
+    {
+        std::lock_guard guard(lock_);
+        return lines_;
+    }
+
+private:
+    mutable std::mutex lock_; // Lines may come from any thread.
+    std::vector<std::string> lines_;
 };
 
 } // namespace lumenar::testing
