@@ -100,7 +100,8 @@ int CaptionCommand(Args args)
     record.x = 40;
     record.y = 40;
 
-    long long effect = 4, n = 1, d = 1, frames = 0, frameMs = 80;
+    long long effect = 4, n = 1, d = 1;
+    FrameOptions frames;
     int frameWidth = 0, frameHeight = 0;
     bool haveText = false, glyphsOnly = false, haveProgress = false;
     std::string on, out, text;
@@ -123,7 +124,10 @@ int CaptionCommand(Args args)
         const std::string& value = args[++i];
         long long number = 0;
         auto integer = [&](long long low, long long high) { return ParseInt(value, low, high, number); };
-        if (arg == "--on") {
+        if (const int taken = TakeFrameOption(arg, value, frames); taken >= 0) {
+            if (taken != 0)
+                return taken;
+        } else if (arg == "--on") {
             on = value;
         } else if (arg == "-o" || arg == "--output") {
             out = value;
@@ -138,19 +142,9 @@ int CaptionCommand(Args args)
                             base::StrCat("not a text-effect row (0-", effects::kTextTableRows - 1, ")"));
             effect = number;
         } else if (arg == "--progress") {
-            const auto slash = value.find('/');
-            if (slash == std::string::npos || !ParseInt(value.substr(0, slash), 0, INT32_MAX, n) ||
-                !ParseInt(value.substr(slash + 1), 1, INT32_MAX, d) || n > d)
-                return Fail(value, "progress must be n/d with 0 <= n <= d and d > 0");
+            if (!ParseProgress(value, n, d))
+                return Fail(value, kProgressMessage);
             haveProgress = true;
-        } else if (arg == "--frames") {
-            if (!integer(2, kMaxFrames))
-                return Fail(value, base::StrCat("not a frame count (2-", kMaxFrames, ")"));
-            frames = number;
-        } else if (arg == "--frame-ms") {
-            if (!integer(10, 10000))
-                return Fail(value, "not a frame time (10-10000 ms)");
-            frameMs = number;
         } else if (arg == "--x" || arg == "--y") {
             if (!integer(-100000, 100000))
                 return Fail(value, "not a position (-100000 to 100000)");
@@ -197,7 +191,7 @@ int CaptionCommand(Args args)
         return Fail("caption", "--text is needed");
     if (!glyphsOnly && (on.empty() || out.empty()))
         return Fail("caption", "--on and -o are needed (or --glyphs to print the layout)");
-    if (frames != 0 && (haveProgress || glyphsOnly))
+    if (frames.frames != 0 && (haveProgress || glyphsOnly))
         return Fail("--frames", "renders from progress 0 to full: leave out --progress and --glyphs");
 
     platform::BgrxPicture frame;
@@ -227,11 +221,11 @@ int CaptionCommand(Args args)
         std::printf("%s\n", json.c_str());
         return 0;
     }
-    if (frames != 0) {
-        return WriteFrames(out, frame.width, frame.height, static_cast<int>(frameMs),
+    if (frames.frames != 0) {
+        return WriteFrames(out, frame.width, frame.height, static_cast<int>(frames.frameMs),
                            [&](const FrameSink& sink) {
                                return RenderCaption(registry, row, frame, record, text,
-                                                    EvenSteps(static_cast<int>(frames)), sink);
+                                                    EvenSteps(static_cast<int>(frames.frames)), sink);
                            });
     }
     const Progress step{static_cast<std::int32_t>(n), static_cast<std::int32_t>(d)};

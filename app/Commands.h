@@ -15,6 +15,10 @@ int Fail(std::string_view input, std::string_view message);
 /// Parses a whole decimal integer within low..high.
 bool ParseInt(const std::string& text, long long low, long long high, long long& out);
 
+/// Parses a progress n/d with 0 <= n <= d and d > 0.
+bool ParseProgress(const std::string& text, long long& n, long long& d);
+inline constexpr const char* kProgressMessage = "progress must be n/d with 0 <= n <= d and d > 0";
+
 /// Parses WxH, each side a whole number within low..high.
 bool ParseSize(const std::string& text, long long low, long long high, int& width, int& height);
 

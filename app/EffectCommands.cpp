@@ -73,7 +73,8 @@ int EffectsCommand(Args args)
 
 int EffectCommand(Args args)
 {
-    long long row = 0, seed = 0, n = 0, d = 0, frames = 0, frameMs = 80;
+    long long row = 0, seed = 0, n = 0, d = 0;
+    FrameOptions frames;
     bool haveRow = false, haveSeed = false, haveProgress = false;
     std::string from, to, out;
     for (std::size_t i = 0; i < args.size(); ++i) {
@@ -85,7 +86,10 @@ int EffectCommand(Args args)
         if (i + 1 >= args.size())
             return Fail(arg, "needs a value (try 'lumenar effect --help')");
         const std::string& value = args[++i];
-        if (arg == "--picture") {
+        if (const int taken = TakeFrameOption(arg, value, frames); taken >= 0) {
+            if (taken != 0)
+                return taken;
+        } else if (arg == "--picture") {
             // The player clamps a film's out-of-range rows; asked for by number, a wrong row is an error.
             if (!ParseInt(value, 0, effects::kPictureTableRows - 1, row))
                 return Fail(
@@ -96,17 +100,9 @@ int EffectCommand(Args args)
                 return Fail(value, "not a seed (0 to 4294967295)");
             haveSeed = true;
         } else if (arg == "--progress") {
-            const auto slash = value.find('/');
-            if (slash == std::string::npos || !ParseInt(value.substr(0, slash), 0, INT32_MAX, n) ||
-                !ParseInt(value.substr(slash + 1), 1, INT32_MAX, d) || n > d)
-                return Fail(value, "progress must be n/d with 0 <= n <= d and d > 0");
+            if (!ParseProgress(value, n, d))
+                return Fail(value, kProgressMessage);
             haveProgress = true;
-        } else if (arg == "--frames") {
-            if (!ParseInt(value, 2, kMaxFrames, frames))
-                return Fail(value, base::StrCat("not a frame count (2-", kMaxFrames, ")"));
-        } else if (arg == "--frame-ms") {
-            if (!ParseInt(value, 10, 10000, frameMs))
-                return Fail(value, "not a frame time (10-10000 ms)");
         } else if (arg == "--from") {
             from = value;
         } else if (arg == "--to") {
@@ -117,7 +113,7 @@ int EffectCommand(Args args)
             return Fail(arg, "unknown option for effect (try 'lumenar effect --help')");
         }
     }
-    if (!haveRow || (haveProgress == (frames != 0)) || from.empty() || to.empty() || out.empty())
+    if (!haveRow || (haveProgress == (frames.frames != 0)) || from.empty() || to.empty() || out.empty())
         return Fail("effect", "--picture, --from, --to, -o and one of --progress or --frames are needed");
 
     auto source = ReadPictureFile(from);
@@ -133,17 +129,17 @@ int EffectCommand(Args args)
         effects::EffectRegistry::FixSeed(static_cast<std::uint32_t>(seed));
     effects::EffectRegistry registry;
     const int index = static_cast<int>(row);
-    if (frames == 0) {
+    if (frames.frames == 0) {
         const Progress step{static_cast<std::int32_t>(n), static_cast<std::int32_t>(d)};
         const base::Status written = RenderTransition(
             registry, index, *source, *target, std::span(&step, 1),
             [&](const platform::BgrxPicture& frame) { return platform::WriteImageFile(out, frame); });
         return written.ok() ? 0 : Fail(out, WithoutPath(written.error().message, out));
     }
-    return WriteFrames(out, source->width, source->height, static_cast<int>(frameMs),
+    return WriteFrames(out, source->width, source->height, static_cast<int>(frames.frameMs),
                        [&](const FrameSink& sink) {
                            return RenderTransition(registry, index, *source, *target,
-                                                   EvenSteps(static_cast<int>(frames)), sink);
+                                                   EvenSteps(static_cast<int>(frames.frames)), sink);
                        });
 }
 

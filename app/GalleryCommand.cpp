@@ -98,7 +98,8 @@ int GalleryCommand(Args args)
 {
     std::string out, from, to, format = "webp";
     int width = 240, height = 180;
-    long long frames = 24, frameMs = 80, seed = 1;
+    long long seed = 1;
+    FrameOptions frames{24, 80};
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
         if (arg == "--help" || arg == "-h") {
@@ -108,17 +109,14 @@ int GalleryCommand(Args args)
         if (i + 1 >= args.size())
             return Fail(arg, "needs a value (try 'lumenar gallery --help')");
         const std::string& value = args[++i];
-        if (arg == "-o" || arg == "--output") {
+        if (const int taken = TakeFrameOption(arg, value, frames); taken >= 0) {
+            if (taken != 0)
+                return taken;
+        } else if (arg == "-o" || arg == "--output") {
             out = value;
         } else if (arg == "--size") {
             if (!ParseSize(value, 16, 1920, width, height))
                 return Fail(value, "size must be WxH, each 16 to 1920");
-        } else if (arg == "--frames") {
-            if (!ParseInt(value, 2, kMaxFrames, frames))
-                return Fail(value, base::StrCat("not a frame count (2-", kMaxFrames, ")"));
-        } else if (arg == "--frame-ms") {
-            if (!ParseInt(value, 10, 10000, frameMs))
-                return Fail(value, "not a frame time (10-10000 ms)");
         } else if (arg == "--format") {
             if (value != "webp" && value != "gif")
                 return Fail(value, "the format is webp or gif");
@@ -167,7 +165,7 @@ int GalleryCommand(Args args)
         registry.LoadNames(effects::kTextTable, true) == 0)
         return Fail("gallery", "the effect names file (effect-names.txt next to lumenar) is missing");
 
-    const std::vector<Progress> steps = EvenSteps(static_cast<int>(frames));
+    const std::vector<Progress> steps = EvenSteps(static_cast<int>(frames.frames));
     const records::TextRecord caption = SampleCaptionStyle();
     std::string page = kPageHead;
     int built[2] = {0, 0}, rows[2] = {registry.PictureCount(), registry.TextCount()};
@@ -181,7 +179,8 @@ int GalleryCommand(Args args)
             std::snprintf(file, sizeof file, "%s-%02d.%s", tableName, row, format.c_str());
             const std::string path = (std::filesystem::path(out) / file).string();
             const int status = WriteFrames(
-                path, source.width, source.height, static_cast<int>(frameMs), [&](const FrameSink& sink) {
+                path, source.width, source.height, static_cast<int>(frames.frameMs),
+                [&](const FrameSink& sink) {
                     return t == 0 ? RenderTransition(registry, row, source, target, steps, sink)
                                   : RenderCaption(registry, row, source, caption, "Lumenar", steps, sink);
                 });

@@ -28,6 +28,13 @@ bool ParseInt(const std::string& text, long long low, long long high, long long&
     return true;
 }
 
+bool ParseProgress(const std::string& text, long long& n, long long& d)
+{
+    const auto slash = text.find('/');
+    return slash != std::string::npos && ParseInt(text.substr(0, slash), 0, INT32_MAX, n) &&
+           ParseInt(text.substr(slash + 1), 1, INT32_MAX, d) && n <= d;
+}
+
 bool ParseSize(const std::string& text, long long low, long long high, int& width, int& height)
 {
     const std::size_t x = text.find('x');

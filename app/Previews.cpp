@@ -123,6 +123,18 @@ base::Status FrameOutput::Finish()
     return animation_ ? animation_->Finish() : base::Status{};
 }
 
+int TakeFrameOption(const std::string& arg, const std::string& value, FrameOptions& options)
+{
+    if (arg == "--frames")
+        return ParseInt(value, 2, kMaxFrames, options.frames)
+                   ? 0
+                   : Fail(value, StrCat("not a frame count (2-", kMaxFrames, ")"));
+    if (arg == "--frame-ms")
+        return ParseInt(value, 10, 10000, options.frameMs) ? 0
+                                                           : Fail(value, "not a frame time (10-10000 ms)");
+    return -1;
+}
+
 int WriteFrames(const std::string& out, int width, int height, int frameMs,
                 const std::function<base::Status(const FrameSink&)>& render)
 {

@@ -59,6 +59,17 @@ private:
 /// The most frames one command renders into a series.
 inline constexpr long long kMaxFrames = 1000;
 
+/// The options of a series of frames that the preview commands share.
+struct FrameOptions
+{
+    long long frames = 0; ///< 0: one frame at a given progress.
+    long long frameMs = 80;
+};
+
+/// Takes `--frames K` (2 to kMaxFrames) or `--frame-ms M` (10 to 10000). Returns -1 when `arg` is
+/// neither, 0 when the value was taken, and the failure status (having printed one line) for a bad one.
+int TakeFrameOption(const std::string& arg, const std::string& value, FrameOptions& options);
+
 /// Opens `out` as a FrameOutput, lets `render` feed it and finishes it. Returns the command's exit
 /// status, having printed one line naming `out` on failure.
 int WriteFrames(const std::string& out, int width, int height, int frameMs,
