@@ -11,6 +11,7 @@
 #include "platform/MessageBox.h"
 #include "platform/Sync.h"
 #include "platform/Timer.h"
+#include "playback/ItemHandOverOf.h"
 #include "playback/PlayerWindow.h"
 
 #include <algorithm>
@@ -300,15 +301,7 @@ void SequenceCtl::StartSession()
     player_ = std::make_unique<playback::PlayerWindow>();
     if (player_->Create(*host_, window_, film_.get(), 0, true) == 0)
         return; // No film loader without a player.
-    playback::PlaybackState& state = player_->State();
-    platform::WindowRect area = host_->ScreenRect(player_->Window());
-    handOver_ = {};
-    handOver_.itemAvailable = &state.itemAvailable;
-    handOver_.stepDone = &state.stepDone;
-    handOver_.filmLock = &state.filmLock;
-    handOver_.presenter = &host_->Presenter(player_->Window());
-    handOver_.clientWidth = area.right - area.left;
-    handOver_.clientHeight = area.bottom - area.top;
+    handOver_ = playback::ItemHandOverOf(*player_, *host_);
     // Created "suspended": the thread waits for OnStartFilm (or the session's end) to release it.
     loaderStart_ = std::make_unique<platform::AutoResetEvent>();
     loaderThread_ = std::thread([this, reports = player_->Reports()] {
