@@ -2,6 +2,7 @@
 
 #include "effects/EffectProtocol.h"
 #include "effects/EffectRegistry.h"
+#include "effects/FlatTransitions.h"
 #include "effects/Random.h"
 #include "platform/Cpu.h"
 #include "tests/support/TaggedPictures.h"
@@ -37,6 +38,24 @@ TEST(CutAtHalf, SwitchesAtHalfOfTheLength)
         Pictures p(5, 3);
         p.Run(CutAtHalf, row.n, row.d);
         EXPECT_EQ(p.output, row.shown == 'S' ? p.source : p.target);
+    }
+}
+
+TEST(FadeThroughBlack, DarkensToBlackAtHalfTimeAndComesBack)
+{
+    struct Row
+    {
+        int n;
+        bool fromTarget;
+        std::uint32_t level; // Of 256.
+    } rows[] = {{25, false, 128}, {50, false, 0}, {51, true, 5}, {75, true, 128}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.n);
+        Pictures p(3, 2);
+        p.Run(FadeThroughBlack, row.n, 100);
+        const auto& picture = row.fromTarget ? p.target : p.source;
+        for (std::size_t i = 0; i < p.output.size(); ++i)
+            ASSERT_EQ(p.output[i], (picture[i] * row.level) >> 8) << "byte " << i;
     }
 }
 
@@ -177,6 +196,22 @@ TEST(Transitions, PixelsComeFromWhereTheMotionSays)
         {"blinds down: target", Blinds, 2, 160, 30, kDirectionTop, 16, 1, 156, At('T', 1, 156)},
         {"blinds: the last slat runs to the top", Blinds, 3, 37, 99, kDirectionTop, 16, 2, 36,
          At('T', 2, 36)},
+        // Iris, 10 × 10 at t = 0.1: in doubled centre coordinates the radius² is 2, so only the four
+        // centre pixels (±1, ±1) are in; odd sides keep their middle pixel as the centre.
+        {"iris: a centre pixel", Iris, 10, 10, 10, 0, 0, 4, 5, At('T', 4, 5)},
+        {"iris: beside the centre", Iris, 10, 10, 10, 0, 0, 3, 5, At('S', 3, 5)},
+        {"iris, odd sides: the middle", Iris, 9, 7, 1, 0, 0, 4, 3, At('T', 4, 3)},
+        {"iris at the start", Iris, 9, 7, 0, 0, 0, kWhole, 0, "S"},
+        // Checkerboard, 16 × 16 (cells of 2): at 25 % the even cells are one column in, the odd ones
+        // none; at 75 % the even cells are full and the odd ones one column in. Row 15 is the top.
+        {"checkerboard: even cell's first column", Checkerboard, 16, 16, 25, 0, 0, 0, 15, At('T', 0, 15)},
+        {"checkerboard: even cell's second column", Checkerboard, 16, 16, 25, 0, 0, 1, 15, At('S', 1, 15)},
+        {"checkerboard: odd cell", Checkerboard, 16, 16, 25, 0, 0, 2, 15, At('S', 2, 15)},
+        {"checkerboard: odd cell below an even one", Checkerboard, 16, 16, 25, 0, 0, 0, 13, At('S', 0, 13)},
+        {"checkerboard late: even cell full", Checkerboard, 16, 16, 75, 0, 0, 1, 15, At('T', 1, 15)},
+        {"checkerboard late: odd cell's first column", Checkerboard, 16, 16, 75, 0, 0, 2, 15, At('T', 2, 15)},
+        {"checkerboard late: odd cell's second column", Checkerboard, 16, 16, 75, 0, 0, 3, 15,
+         At('S', 3, 15)},
         {"out: black behind", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 49, 2, "black"},
         {"out: the source moved", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 50, 2, At('S', 0, 2)},
         {"out: its far edge", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 99, 2, At('S', 49, 2)},

@@ -1,0 +1,118 @@
+#include "effects/FlatTransitions.h"
+
+#include "effects/TransitionFrame.h"
+
+#include <cmath>
+
+namespace lumenar::effects {
+
+namespace {
+
+void RenderFadeThroughBlack(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    // Level 0..256 of the picture shown: the source falling to black, then the target rising from it.
+    const std::int64_t twice = 2 * static_cast<std::int64_t>(f.n);
+    const bool second = twice > f.d;
+    const auto level = static_cast<std::uint32_t>((second ? twice - f.d : f.d - twice) * 256 / f.d);
+    const std::uint8_t* picture = second ? f.target : f.source;
+    const std::size_t bytes = f.Bytes();
+    // Eight bytes at a time, every other byte in a 16-bit lane: 255 × 256 still fits a lane.
+    constexpr std::uint64_t kLanes = 0x00FF00FF00FF00FFull;
+    std::size_t i = 0;
+    for (; i + 8 <= bytes; i += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, picture + i, 8);
+        const std::uint64_t even = ((word & kLanes) * level >> 8) & kLanes;
+        const std::uint64_t odd = ((word >> 8) & kLanes) * level & ~kLanes;
+        word = even | odd;
+        std::memcpy(f.output + i, &word, 8);
+    }
+    for (; i < bytes; ++i)
+        f.output[i] = static_cast<std::uint8_t>((picture[i] * level) >> 8);
+}
+
+// The largest s >= 0 with s * s <= v (0 for negative v).
+std::int64_t FloorSqrt(double v)
+{
+    if (v <= 0)
+        return 0;
+    auto s = static_cast<std::int64_t>(std::sqrt(v));
+    while (static_cast<double>(s + 1) * static_cast<double>(s + 1) <= v)
+        ++s;
+    while (s > 0 && static_cast<double>(s) * static_cast<double>(s) > v)
+        --s;
+    return s;
+}
+
+void RenderIris(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    // In doubled pixel-centre coordinates (2x + 1 − w), so that odd sizes keep an exact centre, the
+    // circle's squared radius grows as t² to the half diagonal's: it holds the corners at full progress.
+    const double t = static_cast<double>(f.n) / f.d;
+    const double w = f.w, h = f.h;
+    const double radius2 = t * t * (w * w + h * h);
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        std::memcpy(f.OutputRow(r), f.SourceRow(r), f.RowBytes());
+        const double dy = 2.0 * r + 1 - f.h;
+        const double room = radius2 - dy * dy;
+        if (room < 0)
+            continue;
+        const std::int64_t s = FloorSqrt(room);
+        // Columns with |2x + 1 − w| <= s.
+        const std::int64_t first = std::max<std::int64_t>(0, (f.w - 1 - s + 1) / 2);
+        const std::int64_t last = std::min<std::int64_t>(f.w - 1, (f.w - 1 + s) / 2);
+        if (last >= first)
+            CopyPixels(f.OutputRow(r) + first * 4, f.TargetRow(r) + first * 4,
+                       static_cast<std::int32_t>(last - first + 1));
+    }
+}
+
+void RenderCheckerboard(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    constexpr std::int32_t kCells = 8;
+    const std::int32_t cellWidth = (f.w + kCells - 1) / kCells;
+    const std::int32_t cellHeight = (f.h + kCells - 1) / kCells;
+    // How far the target has wiped into a cell of each parity: the even cells in the first half, the
+    // odd ones in the second.
+    std::int32_t covered[2];
+    for (int parity = 0; parity < 2; ++parity) {
+        const std::int64_t progress =
+            2 * static_cast<std::int64_t>(f.n) - parity * static_cast<std::int64_t>(f.d);
+        covered[parity] =
+            static_cast<std::int32_t>(std::clamp<std::int64_t>(progress * cellWidth / f.d, 0, cellWidth));
+    }
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        std::memcpy(f.OutputRow(r), f.SourceRow(r), f.RowBytes());
+        // Cells counted from the top row, as the board is seen.
+        const std::int32_t cellRow = (f.h - 1 - r) / cellHeight;
+        for (std::int32_t cell = 0; cell * cellWidth < f.w; ++cell) {
+            const std::int32_t x = cell * cellWidth;
+            const std::int32_t count = std::min(covered[(cell + cellRow) % 2], f.w - x);
+            CopyPixels(f.OutputRow(r) + static_cast<std::size_t>(x) * 4,
+                       f.TargetRow(r) + static_cast<std::size_t>(x) * 4, count);
+        }
+    }
+}
+
+} // namespace
+
+std::int32_t FadeThroughBlack(std::uint32_t message, void* params)
+{
+    return Stateless<RenderFadeThroughBlack>(message, params);
+}
+std::int32_t Iris(std::uint32_t message, void* params)
+{
+    return Stateless<RenderIris>(message, params);
+}
+std::int32_t Checkerboard(std::uint32_t message, void* params)
+{
+    return Stateless<RenderCheckerboard>(message, params);
+}
+
+} // namespace lumenar::effects

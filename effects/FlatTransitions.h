@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+
+namespace lumenar::effects {
+
+// Flat picture transitions beyond the basic ones. Each follows the picture-effect protocol: it renders
+// for 3 and every code above 4, ignores the others, and shows the target whole at full progress.
+
+/// The source fades to black by half time, and the target comes up out of black.
+std::int32_t FadeThroughBlack(std::uint32_t message, void* params);
+/// The target shows through a circle that grows from the centre until it holds the corners.
+std::int32_t Iris(std::uint32_t message, void* params);
+/// An eight by eight board: the target wipes in from the left of every other cell in the first half,
+/// and of the remaining cells in the second.
+std::int32_t Checkerboard(std::uint32_t message, void* params);
+
+} // namespace lumenar::effects
