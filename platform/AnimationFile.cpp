@@ -1,30 +1,15 @@
 #include "platform/AnimationFile.h"
 
 #include "base/StrCat.h"
+#include "platform/Path.h"
 
 #include <algorithm>
-#include <cctype>
 
 namespace lumenar::platform {
 
-namespace detail {
-
-std::string LowerExtension(const std::string& path)
-{
-    const auto dot = path.find_last_of("./");
-    if (dot == std::string::npos || path[dot] != '.')
-        return {};
-    std::string ext = path.substr(dot + 1);
-    std::transform(ext.begin(), ext.end(), ext.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return ext;
-}
-
-} // namespace detail
-
 bool IsAnimationPath(const std::string& path)
 {
-    const std::string ext = detail::LowerExtension(path);
+    const std::string ext = LowerExtension(path);
     return ext == "webp" || ext == "gif";
 }
 
@@ -35,7 +20,7 @@ base::Result<std::unique_ptr<AnimationWriter>> OpenAnimationFile(const std::stri
         return base::Error{base::ErrorCode::InvalidInput, base::StrCat(path, ": an animation of ", width, "x",
                                                                        height, " cannot be written")};
     frameMs = std::clamp(frameMs, 10, 65535);
-    const std::string ext = detail::LowerExtension(path);
+    const std::string ext = LowerExtension(path);
     if (ext == "webp")
         return detail::OpenWebp(path, width, height, frameMs);
     if (ext == "gif")

@@ -33,7 +33,6 @@ base::Result<std::unique_ptr<AnimationWriter>> OpenWebp(const std::string& path,
                                                         int frameMs);
 base::Result<std::unique_ptr<AnimationWriter>> OpenGif(const std::string& path, int width, int height,
                                                        int frameMs);
-std::string LowerExtension(const std::string& path);
 } // namespace detail
 
 } // namespace lumenar::platform

@@ -16,4 +16,8 @@ struct SplitPathResult
 /// Splits a film path; folder + name always gives the path back.
 SplitPathResult SplitPath(std::string_view path);
 
+/// The extension of the path's last name, lower-cased and without its dot ("" when it has none):
+/// what the picture and animation writers choose their format by.
+std::string LowerExtension(const std::string& path);
+
 } // namespace lumenar::platform

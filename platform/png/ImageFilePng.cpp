@@ -1,6 +1,7 @@
 #include "platform/ImageFile.h"
 
 #include "base/StrCat.h"
+#include "platform/Path.h"
 
 #include <png.h>
 
@@ -26,15 +27,6 @@ struct FileClose
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 using FilePtr = std::unique_ptr<std::FILE, FileClose>;
-
-std::string Extension(const std::string& path)
-{
-    const auto dot = path.find_last_of('.');
-    std::string ext = dot == std::string::npos ? "" : path.substr(dot + 1);
-    std::transform(ext.begin(), ext.end(), ext.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return ext;
-}
 
 void Put16(std::vector<std::uint8_t>& out, std::uint32_t v)
 {
@@ -199,7 +191,7 @@ base::Status WriteImageFile(const std::string& path, const BgrxPicture& picture)
         picture.pixels.size() !=
             static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height) * 4)
         return Error{ErrorCode::InvalidInput, StrCat(path, ": nothing to write")};
-    const std::string ext = Extension(path);
+    const std::string ext = LowerExtension(path);
     if (ext == "png")
         return WritePng(path, picture);
     if (ext == "bmp")
