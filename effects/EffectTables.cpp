@@ -42,7 +42,7 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(119, CutAtHalf, "PictureEffect18", 0x40, 0, 19, Built::NotYet),    // 20
     Row(120, CutAtHalf, "PictureEffect18", 0x04, 0, 19, Built::NotYet),    // 21
     Row(57, CutAtHalf, "PictureEffect22", 0x00, 0, 19, Built::NotYet),     // 22
-    Row(5, CutAtHalf, "PictureEffect23", 0x00, 0, 19, Built::NotYet),      // 23
+    Row(5, Split, "PictureEffect23", 0x00, 0, 19, Built::Yes),             // 23
     Row(52, CutAtHalf, "PictureEffect24", 0x00, 1, 19, Built::NotYet),     // 24
     Row(54, Checkerboard, "PictureEffect25", 0x00, 0, 19, Built::Yes),     // 25
     Row(53, CutAtHalf, "PictureEffect26", 0x00, 1, 19, Built::NotYet),     // 26
@@ -52,8 +52,8 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(61, CutAtHalf, "PictureEffect30", 0x00, 4, 19, Built::NotYet),     // 30
     Row(62, CutAtHalf, "PictureEffect30", 0x00, 8, 19, Built::NotYet),     // 31
     Row(63, CutAtHalf, "PictureEffect30", 0x00, 20, 19, Built::NotYet),    // 32
-    Row(64, CutAtHalf, "PictureEffect33", 0x00, 0, 19, Built::NotYet),     // 33
-    Row(9, CutAtHalf, "PictureEffect34", 0x00, 0, 19, Built::NotYet),      // 34
+    Row(64, ZoomIn, "PictureEffect33", 0x00, 0, 19, Built::Yes),           // 33
+    Row(9, ZoomOut, "PictureEffect34", 0x00, 0, 19, Built::Yes),           // 34
     Row(4, CutAtHalf, "PictureEffect35", 0x00, 0, 19, Built::NotYet),      // 35
     Row(47, TileDissolve, "TileDissolve", 0x00, 4, 19, Built::Yes),        // 36
     Row(48, TileDissolve, "TileDissolve", 0x00, 8, 19, Built::Yes),        // 37

@@ -100,8 +100,76 @@ void RenderCheckerboard(const Frame& f)
     }
 }
 
+void RenderSplit(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    // Each half moves out by up to the wider half's width, so both have left at full progress.
+    const std::int32_t half = f.w / 2;
+    const auto offset = static_cast<std::int32_t>(static_cast<std::int64_t>(f.w - half) * f.n / f.d);
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        std::uint8_t* out = f.OutputRow(r);
+        const std::uint8_t* source = f.SourceRow(r);
+        std::memcpy(out, f.TargetRow(r), f.RowBytes());
+        // The left half [0, half) now starts `offset` further left, the right half [half, w) further right.
+        CopyPixels(out, source + static_cast<std::size_t>(offset) * 4, half - offset);
+        CopyPixels(out + static_cast<std::size_t>(half + offset) * 4,
+                   source + static_cast<std::size_t>(half) * 4, f.w - half - offset);
+    }
+}
+
+// Draws `picture` scaled (nearest sample) into the centred rectangle of `scale` (n / d) of the frame's
+// size, over what the output holds. At full scale it is the picture itself.
+void DrawCentredScaled(const Frame& f, const std::uint8_t* picture, std::int64_t n, std::int64_t d)
+{
+    const auto width = static_cast<std::int32_t>(f.w * n / d);
+    const auto height = static_cast<std::int32_t>(f.h * n / d);
+    if (width <= 0 || height <= 0)
+        return;
+    const std::int32_t left = (f.w - width) / 2;
+    const std::int32_t bottom = (f.h - height) / 2;
+    // 16.16 steps through the picture; (width − 1) steps stay below its last column.
+    const std::int64_t step = (static_cast<std::int64_t>(f.w) << 16) / width;
+    for (std::int32_t r = 0; r < height; ++r) {
+        const auto from = reinterpret_cast<const std::uint32_t*>(
+            picture + f.RowBytes() * static_cast<std::size_t>(static_cast<std::int64_t>(r) * f.h / height));
+        auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(bottom + r)) + left;
+        std::int64_t at = 0;
+        for (std::int32_t x = 0; x < width; ++x, at += step)
+            out[x] = from[at >> 16];
+    }
+}
+
+void RenderZoomIn(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    f.CopySource();
+    DrawCentredScaled(f, f.target, f.n, f.d);
+}
+
+void RenderZoomOut(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    f.CopyTarget();
+    DrawCentredScaled(f, f.source, static_cast<std::int64_t>(f.d) - f.n, f.d);
+}
+
 } // namespace
 
+std::int32_t Split(std::uint32_t message, void* params)
+{
+    return Stateless<RenderSplit>(message, params);
+}
+std::int32_t ZoomIn(std::uint32_t message, void* params)
+{
+    return Stateless<RenderZoomIn>(message, params);
+}
+std::int32_t ZoomOut(std::uint32_t message, void* params)
+{
+    return Stateless<RenderZoomOut>(message, params);
+}
 std::int32_t FadeThroughBlack(std::uint32_t message, void* params)
 {
     return Stateless<RenderFadeThroughBlack>(message, params);

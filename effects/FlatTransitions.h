@@ -15,4 +15,11 @@ std::int32_t Iris(std::uint32_t message, void* params);
 /// and of the remaining cells in the second.
 std::int32_t Checkerboard(std::uint32_t message, void* params);
 
+/// The source parts down the middle, its halves sliding out to the left and right over the target.
+std::int32_t Split(std::uint32_t message, void* params);
+/// The target grows from a point at the centre to the whole picture over the source.
+std::int32_t ZoomIn(std::uint32_t message, void* params);
+/// The source shrinks to a point at the centre over the target.
+std::int32_t ZoomOut(std::uint32_t message, void* params);
+
 } // namespace lumenar::effects

@@ -212,6 +212,18 @@ TEST(Transitions, PixelsComeFromWhereTheMotionSays)
         {"checkerboard late: odd cell's first column", Checkerboard, 16, 16, 75, 0, 0, 2, 15, At('T', 2, 15)},
         {"checkerboard late: odd cell's second column", Checkerboard, 16, 16, 75, 0, 0, 3, 15,
          At('S', 3, 15)},
+        // Split, 10 wide at 50 %: each half has moved out by 2, leaving the target in columns 3-6.
+        {"split: the left half moved out", Split, 10, 2, 50, 0, 0, 0, 1, At('S', 2, 1)},
+        {"split: the left half's inner edge", Split, 10, 2, 50, 0, 0, 2, 1, At('S', 4, 1)},
+        {"split: the gap", Split, 10, 2, 50, 0, 0, 3, 0, At('T', 3, 0)},
+        {"split: the gap's right edge", Split, 10, 2, 50, 0, 0, 6, 0, At('T', 6, 0)},
+        {"split: the right half moved out", Split, 10, 2, 50, 0, 0, 7, 0, At('S', 5, 0)},
+        // Zooms, 8 × 8 at 50 %: a 4 × 4 picture at columns and rows 2-5, every other sample.
+        {"zoom in: the corner sample", ZoomIn, 8, 8, 50, 0, 0, 2, 2, At('T', 0, 0)},
+        {"zoom in: every other sample", ZoomIn, 8, 8, 50, 0, 0, 3, 5, At('T', 2, 6)},
+        {"zoom in: outside", ZoomIn, 8, 8, 50, 0, 0, 6, 2, At('S', 6, 2)},
+        {"zoom out: the shrunk source", ZoomOut, 8, 8, 50, 0, 0, 5, 3, At('S', 6, 2)},
+        {"zoom out: outside", ZoomOut, 8, 8, 50, 0, 0, 1, 1, At('T', 1, 1)},
         {"out: black behind", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 49, 2, "black"},
         {"out: the source moved", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 50, 2, At('S', 0, 2)},
         {"out: its far edge", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 99, 2, At('S', 49, 2)},
