@@ -54,7 +54,7 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(63, CutAtHalf, "PictureEffect30", 0x00, 20, 19, Built::NotYet),    // 32
     Row(64, ZoomIn, "PictureEffect33", 0x00, 0, 19, Built::Yes),           // 33
     Row(9, ZoomOut, "PictureEffect34", 0x00, 0, 19, Built::Yes),           // 34
-    Row(4, CutAtHalf, "PictureEffect35", 0x00, 0, 19, Built::NotYet),      // 35
+    Row(4, Stretch, "PictureEffect35", 0x00, 0, 19, Built::Yes),           // 35
     Row(47, TileDissolve, "TileDissolve", 0x00, 4, 19, Built::Yes),        // 36
     Row(48, TileDissolve, "TileDissolve", 0x00, 8, 19, Built::Yes),        // 37
     Row(49, TileDissolve, "TileDissolve", 0x00, 20, 19, Built::Yes),       // 38
@@ -104,9 +104,9 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(44, SmearWipe, "SmearWipe", 0x01, 1, 19, Built::Yes),              // 82
     Row(45, SmearWipe, "SmearWipe", 0x04, 1, 19, Built::Yes),              // 83
     Row(46, SmearWipe, "SmearWipe", 0x40, 1, 19, Built::Yes),              // 84
-    Row(6, CutAtHalf, "PictureEffect85", 0x00, 0, 19, Built::NotYet),      // 85
+    Row(6, Squeeze, "PictureEffect85", 0x00, 0, 19, Built::Yes),           // 85
     Row(58, CutAtHalf, "PictureEffect86", 0x00, 0, 19, Built::NotYet),     // 86
-    Row(7, CutAtHalf, "PictureEffect87", 0x00, 0, 19, Built::NotYet),      // 87
+    Row(7, StretchAcross, "PictureEffect87", 0x00, 0, 19, Built::Yes),     // 87
     Row(97, CutAtHalf, "PictureEffect88", 0x00, 0, 19, Built::NotYet),     // 88
     Row(35, CutAtHalf, "PictureEffect89", 0x00, 1, 19, Built::NotYet),     // 89
     Row(59, CutAtHalf, "PictureEffect90", 0x00, 0, 19, Built::NotYet),     // 90

@@ -118,16 +118,14 @@ void RenderSplit(const Frame& f)
     }
 }
 
-// Draws `picture` scaled (nearest sample) into the centred rectangle of `scale` (n / d) of the frame's
-// size, over what the output holds. At full scale it is the picture itself.
-void DrawCentredScaled(const Frame& f, const std::uint8_t* picture, std::int64_t n, std::int64_t d)
+// Draws the whole of `picture` scaled (nearest sample) into the output rectangle of `width` × `height`
+// pixels whose bottom-left pixel is (left, bottom), over what the output holds. At the frame's size it
+// is the picture itself.
+void DrawScaled(const Frame& f, const std::uint8_t* picture, std::int32_t left, std::int32_t bottom,
+                std::int32_t width, std::int32_t height)
 {
-    const auto width = static_cast<std::int32_t>(f.w * n / d);
-    const auto height = static_cast<std::int32_t>(f.h * n / d);
     if (width <= 0 || height <= 0)
         return;
-    const std::int32_t left = (f.w - width) / 2;
-    const std::int32_t bottom = (f.h - height) / 2;
     // 16.16 steps through the picture; (width − 1) steps stay below its last column.
     const std::int64_t step = (static_cast<std::int64_t>(f.w) << 16) / width;
     for (std::int32_t r = 0; r < height; ++r) {
@@ -138,6 +136,14 @@ void DrawCentredScaled(const Frame& f, const std::uint8_t* picture, std::int64_t
         for (std::int32_t x = 0; x < width; ++x, at += step)
             out[x] = from[at >> 16];
     }
+}
+
+// The centred rectangle of n / d of the frame's size.
+void DrawCentredScaled(const Frame& f, const std::uint8_t* picture, std::int64_t n, std::int64_t d)
+{
+    const auto width = static_cast<std::int32_t>(f.w * n / d);
+    const auto height = static_cast<std::int32_t>(f.h * n / d);
+    DrawScaled(f, picture, (f.w - width) / 2, (f.h - height) / 2, width, height);
 }
 
 void RenderZoomIn(const Frame& f)
@@ -156,8 +162,53 @@ void RenderZoomOut(const Frame& f)
     DrawCentredScaled(f, f.source, static_cast<std::int64_t>(f.d) - f.n, f.d);
 }
 
+// The part of a side that a picture growing with the progress takes.
+std::int32_t Grown(const Frame& f, std::int32_t side)
+{
+    return static_cast<std::int32_t>(static_cast<std::int64_t>(side) * f.n / f.d);
+}
+
+void RenderStretch(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    f.CopySource();
+    DrawScaled(f, f.target, 0, 0, Grown(f, f.w), f.h);
+}
+
+void RenderSqueeze(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    const std::int32_t width = Grown(f, f.w);
+    DrawScaled(f, f.target, 0, 0, width, f.h);
+    DrawScaled(f, f.source, width, 0, f.w - width, f.h);
+}
+
+void RenderStretchAcross(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    // From the top edge down: the rows are stored bottom row first.
+    f.CopySource();
+    const std::int32_t height = Grown(f, f.h);
+    DrawScaled(f, f.target, 0, f.h - height, f.w, height);
+}
+
 } // namespace
 
+std::int32_t Stretch(std::uint32_t message, void* params)
+{
+    return Stateless<RenderStretch>(message, params);
+}
+std::int32_t Squeeze(std::uint32_t message, void* params)
+{
+    return Stateless<RenderSqueeze>(message, params);
+}
+std::int32_t StretchAcross(std::uint32_t message, void* params)
+{
+    return Stateless<RenderStretchAcross>(message, params);
+}
 std::int32_t Split(std::uint32_t message, void* params)
 {
     return Stateless<RenderSplit>(message, params);

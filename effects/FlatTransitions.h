@@ -22,4 +22,11 @@ std::int32_t ZoomIn(std::uint32_t message, void* params);
 /// The source shrinks to a point at the centre over the target.
 std::int32_t ZoomOut(std::uint32_t message, void* params);
 
+/// The target stretches in from the left edge over the source, from no width to the whole picture.
+std::int32_t Stretch(std::uint32_t message, void* params);
+/// The target stretches in from the left while the source is squeezed into the rest on the right.
+std::int32_t Squeeze(std::uint32_t message, void* params);
+/// The target stretches down from the top edge over the source.
+std::int32_t StretchAcross(std::uint32_t message, void* params);
+
 } // namespace lumenar::effects

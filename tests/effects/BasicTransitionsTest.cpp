@@ -224,6 +224,13 @@ TEST(Transitions, PixelsComeFromWhereTheMotionSays)
         {"zoom in: outside", ZoomIn, 8, 8, 50, 0, 0, 6, 2, At('S', 6, 2)},
         {"zoom out: the shrunk source", ZoomOut, 8, 8, 50, 0, 0, 5, 3, At('S', 6, 2)},
         {"zoom out: outside", ZoomOut, 8, 8, 50, 0, 0, 1, 1, At('T', 1, 1)},
+        // Stretches, 8 × 8 at 50 %: the target four pixels wide (or high), every other sample.
+        {"stretch: the target's second sample", Stretch, 8, 8, 50, 0, 0, 1, 3, At('T', 2, 3)},
+        {"stretch: the source beside it", Stretch, 8, 8, 50, 0, 0, 4, 3, At('S', 4, 3)},
+        {"squeeze: the target", Squeeze, 8, 8, 50, 0, 0, 3, 0, At('T', 6, 0)},
+        {"squeeze: the squeezed source", Squeeze, 8, 8, 50, 0, 0, 5, 0, At('S', 2, 0)},
+        {"stretch across: the target's top row", StretchAcross, 8, 8, 50, 0, 0, 2, 7, At('T', 2, 6)},
+        {"stretch across: the source below", StretchAcross, 8, 8, 50, 0, 0, 2, 3, At('S', 2, 3)},
         {"out: black behind", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 49, 2, "black"},
         {"out: the source moved", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 50, 2, At('S', 0, 2)},
         {"out: its far edge", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 99, 2, At('S', 49, 2)},
