@@ -132,6 +132,10 @@ void DrawScaled(const Frame& f, const std::uint8_t* picture, std::int32_t left, 
         const auto from = reinterpret_cast<const std::uint32_t*>(
             picture + f.RowBytes() * static_cast<std::size_t>(static_cast<std::int64_t>(r) * f.h / height));
         auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(bottom + r)) + left;
+        if (width == f.w) {
+            std::memcpy(out, from, f.RowBytes());
+            continue;
+        }
         std::int64_t at = 0;
         for (std::int32_t x = 0; x < width; ++x, at += step)
             out[x] = from[at >> 16];
