@@ -67,7 +67,7 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(36, CutAtHalf, "PictureEffect43", 0x00, 780, 19, Built::NotYet),   // 45
     Row(76, CutAtHalf, "PictureEffect46", 0x04, 0, 19, Built::NotYet),     // 46
     Row(77, CutAtHalf, "PictureEffect46", 0x40, 0, 19, Built::NotYet),     // 47
-    Row(88, CutAtHalf, "PictureEffect48", 0x00, 0, 19, Built::NotYet),     // 48
+    Row(88, ClockWipe, "PictureEffect48", 0x00, 0, 19, Built::Yes),        // 48
     Row(11, Push, "Push", 0x01, 1, 3, Built::Yes),                         // 49
     Row(12, Push, "Push", 0x10, 1, 4, Built::Yes),                         // 50
     Row(13, Push, "Push", 0x40, 1, 2, Built::Yes),                         // 51

@@ -199,8 +199,64 @@ void RenderStretchAcross(const Frame& f)
     DrawScaled(f, f.target, 0, f.h - height, f.w, height);
 }
 
+void RenderClockWipe(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    // A hand turns clockwise from twelve o'clock about the centre; the target shows where it has been.
+    // Positions are doubled pixel centres (2x + 1 − w, 2r + 1 − h), y up, so odd sizes keep an exact
+    // centre. A point at angle φ (clockwise from up) is passed when φ < θ: on the hand's half turn that
+    // is sin(φ − θ) < 0, the sign of the cross product of the point and the hand.
+    const double theta = 2 * 3.14159265358979323846 * f.n / f.d;
+    const double handX = std::sin(theta), handY = std::cos(theta);
+    const bool pastHalf = theta > 3.14159265358979323846;
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        const auto* source = reinterpret_cast<const std::uint32_t*>(f.SourceRow(r));
+        const auto* target = reinterpret_cast<const std::uint32_t*>(f.TargetRow(r));
+        auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
+        const std::int32_t dy = 2 * r + 1 - f.h;
+        const double across = dy * handX;
+        const auto passed = [&](std::int32_t x) {
+            const std::int32_t dx = 2 * x + 1 - f.w;
+            // The right half turn [0, π) holds the upper half of the middle column and the centre.
+            const bool rightHalf = dx > 0 || (dx == 0 && dy >= 0);
+            const bool behindHand = dx * handY - across < 0;
+            return rightHalf ? (pastHalf || behindHand) : (pastHalf && behindHand);
+        };
+        // Within the left half, the middle column and the right half the test is monotonic in x (the
+        // cross product is linear): each part is at most two runs, found by bisection.
+        const std::int32_t middle = (f.w - 1) / 2;
+        const std::int32_t parts[][2] = {{0, middle},
+                                         {middle, f.w % 2 == 1 ? middle + 1 : middle},
+                                         {f.w % 2 == 1 ? middle + 1 : middle, f.w}};
+        for (const auto& [first, end] : parts) {
+            if (first >= end)
+                continue;
+            const bool startsPassed = passed(first);
+            std::int32_t low = first, high = end; // The first x whose answer differs lies in (low, high].
+            if (passed(end - 1) == startsPassed) {
+                low = end;
+            } else {
+                while (high - low > 1) {
+                    const std::int32_t mid = low + (high - low) / 2;
+                    (passed(mid) == startsPassed ? low : high) = mid;
+                }
+                low = high;
+            }
+            const auto* first1 = startsPassed ? target : source;
+            const auto* second = startsPassed ? source : target;
+            std::memcpy(out + first, first1 + first, static_cast<std::size_t>(low - first) * 4);
+            std::memcpy(out + low, second + low, static_cast<std::size_t>(end - low) * 4);
+        }
+    }
+}
+
 } // namespace
 
+std::int32_t ClockWipe(std::uint32_t message, void* params)
+{
+    return Stateless<RenderClockWipe>(message, params);
+}
 std::int32_t Stretch(std::uint32_t message, void* params)
 {
     return Stateless<RenderStretch>(message, params);

@@ -29,4 +29,7 @@ std::int32_t Squeeze(std::uint32_t message, void* params);
 /// The target stretches down from the top edge over the source.
 std::int32_t StretchAcross(std::uint32_t message, void* params);
 
+/// A hand sweeps clockwise from twelve o'clock about the centre, showing the target behind it.
+std::int32_t ClockWipe(std::uint32_t message, void* params);
+
 } // namespace lumenar::effects
