@@ -114,7 +114,7 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(67, CutAtHalf, "PictureEffect91", 0x10, 1, 19, Built::NotYet),     // 92
     Row(68, CutAtHalf, "PictureEffect91", 0x40, 1, 19, Built::NotYet),     // 93
     Row(69, CutAtHalf, "PictureEffect91", 0x04, 1, 19, Built::NotYet),     // 94
-    Row(74, CutAtHalf, "PictureEffect95", 0x00, 0, 19, Built::NotYet),     // 95
+    Row(74, Pixelate, "PictureEffect95", 0x00, 0, 19, Built::Yes),         // 95
     Row(73, CutAtHalf, "PictureEffect96", 0x00, 0, 19, Built::NotYet),     // 96
     Row(111, CutAtHalf, "PictureEffect97", 0x00, 0, 19, Built::NotYet),    // 97
     Row(3, nullptr, "-", 0x00, 0, 19, Built::Random),                      // 98

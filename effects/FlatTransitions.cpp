@@ -3,6 +3,7 @@
 #include "effects/TransitionFrame.h"
 
 #include <cmath>
+#include <cstdlib>
 
 namespace lumenar::effects {
 
@@ -251,8 +252,31 @@ void RenderClockWipe(const Frame& f)
     }
 }
 
+void RenderPixelate(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    // Blocks grow from single pixels to a twelfth of the shorter side by half time on the source, and
+    // shrink back on the target; each block takes the colour of its middle pixel.
+    const std::int32_t largest = std::max(2, std::min(f.w, f.h) / 12);
+    const std::int64_t fromMiddle = std::abs(2 * static_cast<std::int64_t>(f.n) - f.d);
+    const auto block = static_cast<std::int32_t>(1 + (largest - 1) * (f.d - fromMiddle) / f.d);
+    const std::uint8_t* picture = 2 * static_cast<std::int64_t>(f.n) <= f.d ? f.source : f.target;
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        const std::int32_t sampleRow = std::min(r / block * block + block / 2, f.h - 1);
+        const auto* from = reinterpret_cast<const std::uint32_t*>(picture + f.RowBytes() * sampleRow);
+        auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
+        for (std::int32_t x = 0; x < f.w; x += block)
+            std::fill_n(out + x, std::min(block, f.w - x), from[std::min(x + block / 2, f.w - 1)]);
+    }
+}
+
 } // namespace
 
+std::int32_t Pixelate(std::uint32_t message, void* params)
+{
+    return Stateless<RenderPixelate>(message, params);
+}
 std::int32_t ClockWipe(std::uint32_t message, void* params)
 {
     return Stateless<RenderClockWipe>(message, params);

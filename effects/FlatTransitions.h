@@ -32,4 +32,7 @@ std::int32_t StretchAcross(std::uint32_t message, void* params);
 /// A hand sweeps clockwise from twelve o'clock about the centre, showing the target behind it.
 std::int32_t ClockWipe(std::uint32_t message, void* params);
 
+/// The source breaks into ever larger blocks by half time, and the target sharpens out of them.
+std::int32_t Pixelate(std::uint32_t message, void* params);
+
 } // namespace lumenar::effects

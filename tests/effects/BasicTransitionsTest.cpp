@@ -240,6 +240,11 @@ TEST(Transitions, PixelsComeFromWhereTheMotionSays)
         {"clock, odd width: the middle column above", ClockWipe, 9, 9, 1, 0, 0, 4, 8, At('T', 4, 8)},
         {"clock, odd width: the middle column below", ClockWipe, 9, 9, 99, 0, 0, 4, 0, At('T', 4, 0)},
         {"clock, odd width: left of the hand at the start", ClockWipe, 9, 9, 1, 0, 0, 3, 8, At('S', 3, 8)},
+        // Pixelate, 48 × 48: blocks of 4 at half time on the source, of 2 at three quarters on the target,
+        // each the colour of its middle pixel.
+        {"pixelate at half time", Pixelate, 48, 48, 50, 0, 0, 5, 6, At('S', 6, 6)},
+        {"pixelate at three quarters", Pixelate, 48, 48, 75, 0, 0, 5, 6, At('T', 5, 7)},
+        {"pixelate, the last block cut short", Pixelate, 47, 47, 50, 0, 0, 46, 46, At('S', 46, 46)},
         {"out: black behind", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 49, 2, "black"},
         {"out: the source moved", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 50, 2, At('S', 0, 2)},
         {"out: its far edge", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 99, 2, At('S', 49, 2)},
