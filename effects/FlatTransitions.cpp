@@ -271,8 +271,62 @@ void RenderPixelate(const Frame& f)
     }
 }
 
+// The first x in [first, end) at which `stillBefore(x)` is false, for a test that is true and then
+// false along the row (end when it never turns).
+template <typename Test>
+std::int32_t FirstAfter(std::int32_t first, std::int32_t end, const Test& stillBefore)
+{
+    while (first < end) {
+        const std::int32_t mid = first + (end - first) / 2;
+        if (stillBefore(mid))
+            first = mid + 1;
+        else
+            end = mid;
+    }
+    return first;
+}
+
+void RenderGradientDissolve(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    // Each pixel's place along the diagonal from the top-left corner, g in 0..1 (in 1/65536), decides
+    // when it turns: it blends from source to target as the progress, stretched so that the soft band
+    // of width kSoft has passed the far corner at the end, moves past it.
+    constexpr std::int64_t kOne = 65536, kSoft = kOne / 10;
+    const std::int64_t front = (kOne + kSoft) * f.n / f.d; // The band's leading edge.
+    // g = (x / w + rowFromTop / h) / 2, stepping by kOne / (2w) per column.
+    const std::int64_t perColumn = kOne / (2 * static_cast<std::int64_t>(f.w));
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        const std::uint8_t* source = f.SourceRow(r);
+        const std::uint8_t* target = f.TargetRow(r);
+        std::uint8_t* out = f.OutputRow(r);
+        const std::int64_t rowStart = kOne * (f.h - 1 - r) / (2 * static_cast<std::int64_t>(f.h));
+        // The target's weight, 256 at the top-left and falling along the row.
+        const auto weight = [&](std::int32_t x) {
+            return static_cast<std::int32_t>(
+                std::clamp<std::int64_t>((front - rowStart - perColumn * x) * 256 / kSoft, 0, 256));
+        };
+        const std::int32_t band = FirstAfter(0, f.w, [&](std::int32_t x) { return weight(x) == 256; });
+        const std::int32_t rest = FirstAfter(band, f.w, [&](std::int32_t x) { return weight(x) > 0; });
+        CopyPixels(out, target, band);
+        for (std::int32_t x = band; x < rest; ++x) {
+            const std::int32_t w = weight(x);
+            for (int byte = x * 4; byte < x * 4 + 4; ++byte)
+                out[byte] =
+                    static_cast<std::uint8_t>(source[byte] + (((target[byte] - source[byte]) * w) >> 8));
+        }
+        CopyPixels(out + static_cast<std::size_t>(rest) * 4, source + static_cast<std::size_t>(rest) * 4,
+                   f.w - rest);
+    }
+}
+
 } // namespace
 
+std::int32_t GradientDissolve(std::uint32_t message, void* params)
+{
+    return Stateless<RenderGradientDissolve>(message, params);
+}
 std::int32_t Pixelate(std::uint32_t message, void* params)
 {
     return Stateless<RenderPixelate>(message, params);

@@ -35,4 +35,7 @@ std::int32_t ClockWipe(std::uint32_t message, void* params);
 /// The source breaks into ever larger blocks by half time, and the target sharpens out of them.
 std::int32_t Pixelate(std::uint32_t message, void* params);
 
+/// The target dissolves in along the diagonal from the top-left corner, through a soft band.
+std::int32_t GradientDissolve(std::uint32_t message, void* params);
+
 } // namespace lumenar::effects
