@@ -109,7 +109,7 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(7, StretchAcross, "PictureEffect87", 0x00, 0, 19, Built::Yes),      // 87
     Row(97, CutAtHalf, "PictureEffect88", 0x00, 0, 19, Built::NotYet),      // 88
     Row(35, CutAtHalf, "PictureEffect89", 0x00, 1, 19, Built::NotYet),      // 89
-    Row(59, CutAtHalf, "PictureEffect90", 0x00, 0, 19, Built::NotYet),      // 90
+    Row(59, Bounce, "PictureEffect90", 0x00, 0, 19, Built::Yes),            // 90
     Row(66, CutAtHalf, "PictureEffect91", 0x01, 1, 19, Built::NotYet),      // 91
     Row(67, CutAtHalf, "PictureEffect91", 0x10, 1, 19, Built::NotYet),      // 92
     Row(68, CutAtHalf, "PictureEffect91", 0x40, 1, 19, Built::NotYet),      // 93

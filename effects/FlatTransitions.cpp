@@ -321,8 +321,61 @@ void RenderGradientDissolve(const Frame& f)
     }
 }
 
+// Routine of the bounce's arcs that end at 16, 64 and 100 %: the source shows under the target.
+void DrawBounceOverSource(const Frame& f, std::int32_t lift)
+{
+    for (std::int32_t r = 0; r < lift; ++r)
+        std::memcpy(f.OutputRow(r), f.SourceRow(r), f.RowBytes());
+}
+
+// Routine of the arcs that end at 48 and 86 %: the target's shadow darkens the source under it.
+void DrawBounceOverShadow(const Frame& f, std::int32_t lift)
+{
+    for (std::int32_t r = 0; r < lift; ++r) {
+        const std::uint8_t* source = f.SourceRow(r);
+        std::uint8_t* out = f.OutputRow(r);
+        for (std::size_t i = 0; i < f.RowBytes(); ++i)
+            out[i] = static_cast<std::uint8_t>(source[i] >> 1);
+    }
+}
+
+void RenderBounce(const Frame& f)
+{
+    const std::int32_t p = f.Percent();
+    if (DrawEnd(f, p))
+        return;
+    // The target falls in lifted by the height (percent of the picture) and bounces on the floor.
+    const std::int32_t lift =
+        std::min(f.h, static_cast<std::int32_t>(static_cast<std::int64_t>(f.h) * BounceHeight(p) / 100));
+    CopyRows(f, lift, f.target, 0, f.h - lift);
+    const bool evenArc = p <= 16 || (p >= 49 && p <= 64) || p >= 87;
+    if (evenArc)
+        DrawBounceOverSource(f, lift);
+    else
+        DrawBounceOverShadow(f, lift);
+}
+
 } // namespace
 
+std::int32_t BounceHeight(std::int32_t p)
+{
+    // Parabolic arcs as the bounce has always had them: the first ends near 19, not 0, and the third
+    // peak (55) stands higher than the second (50).
+    if (p <= 16)
+        return 90 - p * p * 90 / 324;
+    if (p <= 48)
+        return 80 - (p - 32) * (p - 32) * 80 / 256;
+    if (p <= 64)
+        return 50 - (p - 56) * (p - 56) * 50 / 64;
+    if (p <= 86)
+        return 55 - (p - 75) * (p - 75) * 55 / 121;
+    return 20 - (p - 90) * (p - 90) * 20 / 100;
+}
+
+std::int32_t Bounce(std::uint32_t message, void* params)
+{
+    return Stateless<RenderBounce>(message, params);
+}
 std::int32_t GradientDissolve(std::uint32_t message, void* params)
 {
     return Stateless<RenderGradientDissolve>(message, params);

@@ -38,4 +38,10 @@ std::int32_t Pixelate(std::uint32_t message, void* params);
 /// The target dissolves in along the diagonal from the top-left corner, through a soft band.
 std::int32_t GradientDissolve(std::uint32_t message, void* params);
 
+/// The target drops in from above and bounces on the floor; under it the source shows, plain on some
+/// arcs and under the target's shadow on the others.
+std::int32_t Bounce(std::uint32_t message, void* params);
+/// The bounce's height in percent of the picture at progress percent p (0..100).
+std::int32_t BounceHeight(std::int32_t p);
+
 } // namespace lumenar::effects

@@ -16,6 +16,7 @@ namespace lumenar::effects {
 namespace {
 
 using Pictures = testing::TaggedPictures;
+constexpr std::uint8_t kSource = Pictures::kSource;
 constexpr std::uint8_t kTarget = Pictures::kTarget;
 constexpr std::uint8_t kUntouched = Pictures::kUntouched;
 
@@ -57,6 +58,23 @@ TEST(FadeThroughBlack, DarkensToBlackAtHalfTimeAndComesBack)
         for (std::size_t i = 0; i < p.output.size(); ++i)
             ASSERT_EQ(p.output[i], (picture[i] * row.level) >> 8) << "byte " << i;
     }
+}
+
+TEST(Bounce, HeightsAtTheArcsEndsAndPeaks)
+{
+    const std::pair<int, int> heights[] = {{0, 90}, {16, 19}, {17, 10}, {32, 80}, {48, 0}, {56, 50},
+                                           {64, 0}, {75, 55}, {86, 0},  {90, 20}, {100, 0}};
+    for (const auto& [p, height] : heights)
+        EXPECT_EQ(BounceHeight(p), height) << p;
+    // At 32 % (lifted 80 % of 10 rows) the target's bottom row is at row 8, over the source's shadow
+    // (tag 'S' halved); at 56 % (lifted 5 rows) over the plain source.
+    Pictures p(2, 10);
+    p.Run(Bounce, 32, 100);
+    EXPECT_EQ(p.From(0, 8), At('T', 0, 0));
+    EXPECT_EQ(p.output[(7 * 2 + 1) * 4 + 2], kSource >> 1);
+    p.Run(Bounce, 56, 100);
+    EXPECT_EQ(p.From(0, 5), At('T', 0, 0));
+    EXPECT_EQ(p.From(1, 4), At('S', 1, 4));
 }
 
 TEST(TileDissolve, PicksTheLargestTileThatDividesBothSides)
