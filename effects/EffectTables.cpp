@@ -110,10 +110,10 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(97, CutAtHalf, "PictureEffect88", 0x00, 0, 19, Built::NotYet),      // 88
     Row(35, CutAtHalf, "PictureEffect89", 0x00, 1, 19, Built::NotYet),      // 89
     Row(59, Bounce, "PictureEffect90", 0x00, 0, 19, Built::Yes),            // 90
-    Row(66, CutAtHalf, "PictureEffect91", 0x01, 1, 19, Built::NotYet),      // 91
-    Row(67, CutAtHalf, "PictureEffect91", 0x10, 1, 19, Built::NotYet),      // 92
-    Row(68, CutAtHalf, "PictureEffect91", 0x40, 1, 19, Built::NotYet),      // 93
-    Row(69, CutAtHalf, "PictureEffect91", 0x04, 1, 19, Built::NotYet),      // 94
+    Row(66, Wave, "PictureEffect91", 0x01, 1, 19, Built::Yes),              // 91
+    Row(67, Wave, "PictureEffect91", 0x10, 1, 19, Built::Yes),              // 92
+    Row(68, Wave, "PictureEffect91", 0x40, 1, 19, Built::Yes),              // 93
+    Row(69, Wave, "PictureEffect91", 0x04, 1, 19, Built::Yes),              // 94
     Row(74, Pixelate, "PictureEffect95", 0x00, 0, 19, Built::Yes),          // 95
     Row(73, CutAtHalf, "PictureEffect96", 0x00, 0, 19, Built::NotYet),      // 96
     Row(111, CutAtHalf, "PictureEffect97", 0x00, 0, 19, Built::NotYet),     // 97

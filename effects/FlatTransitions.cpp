@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <vector>
 
 namespace lumenar::effects {
 
@@ -355,7 +356,80 @@ void RenderBounce(const Frame& f)
         DrawBounceOverShadow(f, lift);
 }
 
+// The wave's edge positions, one per row (entering from the left or right) or per column (from the
+// bottom or top), made at init so that a frame allocates nothing. A transition's init, frames and
+// release run on one playback thread, and each player has its own: the state is the thread's.
+struct WaveState
+{
+    std::int32_t w = 0;
+    std::int32_t h = 0;
+    std::vector<std::int32_t> edges;
+};
+thread_local WaveState wave;
+
+void RenderWave(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    // Without a matching init there is nowhere to keep the edge: nothing more to draw.
+    if (wave.edges.empty() || wave.w != f.w || wave.h != f.h)
+        return;
+    const bool vertical = f.direction == kDirectionBottom || f.direction == kDirectionTop;
+    const std::int32_t travel = vertical ? f.h : f.w; // How far the edge goes.
+    const std::int32_t length = vertical ? f.w : f.h; // Along the edge.
+    // The edge has travelled t of the way, waving by up to a tenth of it with sin(π t), which is
+    // 0 at both ends, while the wave's phase turns with cos(π t).
+    const double pi = 3.14159265358979323846;
+    const double t = static_cast<double>(f.n) / f.d;
+    const double amplitude = travel / 10.0 * std::sin(pi * t);
+    const double phase = 2 * pi * std::cos(pi * t);
+    const double wavelength = std::max(1, length / 3);
+    for (std::int32_t i = 0; i < length; ++i) {
+        const double edge = t * travel + amplitude * std::sin(2 * pi * i / wavelength + phase);
+        wave.edges[static_cast<std::size_t>(i)] =
+            static_cast<std::int32_t>(std::clamp(std::lround(edge), 0L, static_cast<long>(travel)));
+    }
+    if (!vertical) {
+        const bool fromRight = f.direction == kDirectionRight;
+        for (std::int32_t r = 0; r < f.h; ++r) {
+            const std::int32_t edge = wave.edges[static_cast<std::size_t>(r)];
+            const std::int32_t first = fromRight ? f.w - edge : 0; // The target's columns.
+            std::memcpy(f.OutputRow(r), f.SourceRow(r), f.RowBytes());
+            CopyPixels(f.OutputRow(r) + static_cast<std::size_t>(first) * 4,
+                       f.TargetRow(r) + static_cast<std::size_t>(first) * 4, edge);
+        }
+        return;
+    }
+    const bool fromTop = f.direction == kDirectionTop;
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        const auto* source = reinterpret_cast<const std::uint32_t*>(f.SourceRow(r));
+        const auto* target = reinterpret_cast<const std::uint32_t*>(f.TargetRow(r));
+        auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
+        // Memory row r is r rows above the bottom edge and h − 1 − r below the top edge.
+        const std::int32_t depth = fromTop ? f.h - 1 - r : r;
+        for (std::int32_t x = 0; x < f.w; ++x)
+            out[x] = depth < wave.edges[static_cast<std::size_t>(x)] ? target[x] : source[x];
+    }
+}
+
 } // namespace
+
+std::int32_t Wave(std::uint32_t message, void* params)
+{
+    if (message == EffectInit) {
+        if (const auto frame = ReadFrame(params)) {
+            wave.w = frame->w;
+            wave.h = frame->h;
+            wave.edges.assign(static_cast<std::size_t>(std::max(frame->w, frame->h)), 0);
+        }
+        return 0;
+    }
+    if (message == EffectRelease) {
+        wave = {};
+        return 0;
+    }
+    return Stateless<RenderWave>(message, params);
+}
 
 std::int32_t BounceHeight(std::int32_t p)
 {

@@ -44,4 +44,8 @@ std::int32_t Bounce(std::uint32_t message, void* params);
 /// The bounce's height in percent of the picture at progress percent p (0..100).
 std::int32_t BounceHeight(std::int32_t p);
 
+/// The target comes in from the direction's edge behind a front that waves more and more and then
+/// less again, its phase turning as it goes. Keeps the front's positions from init to release.
+std::int32_t Wave(std::uint32_t message, void* params);
+
 } // namespace lumenar::effects

@@ -77,6 +77,33 @@ TEST(Bounce, HeightsAtTheArcsEndsAndPeaks)
     EXPECT_EQ(p.From(1, 4), At('S', 1, 4));
 }
 
+// At half time the front has travelled half way and its phase cos(π / 2) is 0: with a wavelength of
+// one pixel every sample of the wave is sin(2π i) = 0, so the front is straight at 10 of 20.
+TEST(Wave, TheFrontAtHalfTimeFromEveryEdge)
+{
+    struct Row
+    {
+        std::uint16_t direction;
+        int w, h, x, r;
+        char shown;
+    } rows[] = {
+        {kDirectionLeft, 20, 3, 9, 1, 'T'},   {kDirectionLeft, 20, 3, 10, 1, 'S'},
+        {kDirectionRight, 20, 3, 10, 1, 'T'}, {kDirectionRight, 20, 3, 9, 1, 'S'},
+        {kDirectionBottom, 3, 20, 1, 9, 'T'}, {kDirectionBottom, 3, 20, 1, 10, 'S'},
+        {kDirectionTop, 3, 20, 1, 10, 'T'},   {kDirectionTop, 3, 20, 1, 9, 'S'},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(::testing::Message()
+                     << "direction " << row.direction << " at " << row.x << "," << row.r);
+        Pictures p(row.w, row.h);
+        EffectParams block = p.Block(0, 100, row.direction);
+        Wave(EffectInit, &block);
+        p.Run(Wave, 50, 100, row.direction);
+        EXPECT_EQ(p.From(row.x, row.r), At(row.shown, row.x, row.r));
+        Wave(EffectRelease, nullptr);
+    }
+}
+
 TEST(TileDissolve, PicksTheLargestTileThatDividesBothSides)
 {
     struct Row
