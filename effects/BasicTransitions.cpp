@@ -113,32 +113,15 @@ void RenderBoxWipe(const Frame& f)
 // The family's working state from init to release. A transition's init, frames and release all run on
 // one playback thread, and each player has its own, so the state is the thread's: two players in one
 // process can dissolve at the same time without sharing thresholds.
-struct TileDissolveState
+struct TileDissolveState : TileGrid
 {
-    std::int32_t w = 0;
-    std::int32_t h = 0;
-    std::int32_t s = 1;
-    std::int32_t kc = 0;
-    std::int32_t kr = 0;
-    std::vector<std::int32_t> thresholds;
     std::vector<ColourRun> runs; // One tile row's runs of tiles showing the same picture.
 };
 thread_local TileDissolveState tileDissolve;
 
 void InitTileDissolve(const Frame& f)
 {
-    std::int32_t s = std::max(f.variant, 1);
-    while (f.w % s != 0 || f.h % s != 0)
-        --s;
-    tileDissolve.w = f.w;
-    tileDissolve.h = f.h;
-    tileDissolve.s = s;
-    tileDissolve.kc = f.w / s;
-    tileDissolve.kr = f.h / s;
-    tileDissolve.thresholds.resize(static_cast<std::size_t>(tileDissolve.kc) *
-                                   static_cast<std::size_t>(tileDissolve.kr));
-    for (std::int32_t& threshold : tileDissolve.thresholds)
-        threshold = Rand() % 100;
+    tileDissolve.Make(f);
     tileDissolve.runs.reserve(static_cast<std::size_t>(tileDissolve.kc));
 }
 
@@ -153,7 +136,7 @@ void RenderTileDissolve(const Frame& f)
         return;
     TileDissolveState& st = tileDissolve;
     // Without a matching init there are no thresholds for these pictures: nothing more to draw.
-    if (st.thresholds.empty() || st.w != f.w || st.h != f.h)
+    if (!st.Fits(f))
         return;
     const bool avx2 = BlendAvx2Built() && platform::Simd().avx2;
     const bool sse2 = CrossFadeSse2Built() && platform::Simd().sse2;

@@ -49,9 +49,9 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(55, CutAtHalf, "PictureEffect27", 0x00, 0, 19, Built::NotYet),      // 27
     Row(56, CutAtHalf, "PictureEffect28", 0x00, 0, 19, Built::NotYet),      // 28
     Row(60, Iris, "PictureEffect29", 0x00, 0, 19, Built::Yes),              // 29
-    Row(61, CutAtHalf, "PictureEffect30", 0x00, 4, 19, Built::NotYet),      // 30
-    Row(62, CutAtHalf, "PictureEffect30", 0x00, 8, 19, Built::NotYet),      // 31
-    Row(63, CutAtHalf, "PictureEffect30", 0x00, 20, 19, Built::NotYet),     // 32
+    Row(61, Mosaic, "PictureEffect30", 0x00, 4, 19, Built::Yes),            // 30
+    Row(62, Mosaic, "PictureEffect30", 0x00, 8, 19, Built::Yes),            // 31
+    Row(63, Mosaic, "PictureEffect30", 0x00, 20, 19, Built::Yes),           // 32
     Row(64, ZoomIn, "PictureEffect33", 0x00, 0, 19, Built::Yes),            // 33
     Row(9, ZoomOut, "PictureEffect34", 0x00, 0, 19, Built::Yes),            // 34
     Row(4, Stretch, "PictureEffect35", 0x00, 0, 19, Built::Yes),            // 35

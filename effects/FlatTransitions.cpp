@@ -412,7 +412,61 @@ void RenderWave(const Frame& f)
     }
 }
 
+// The mosaic's tiles from init to release (the thread's, as the wave's edges are).
+thread_local TileGrid mosaic;
+
+void RenderMosaic(const Frame& f)
+{
+    const std::int32_t p = f.Percent();
+    if (DrawEnd(f, p) || !mosaic.Fits(f))
+        return;
+    // Each tile turns at its threshold as in the tile dissolve, but through a flat block: for kWindow
+    // percent before it the source's colour at the tile's middle, for kWindow after it the target's.
+    constexpr std::int32_t kWindow = 10;
+    const std::int32_t s = mosaic.s;
+    for (std::int32_t tileRow = 0; tileRow < mosaic.kr; ++tileRow) {
+        const std::int32_t middleRow = tileRow * s + s / 2;
+        const std::int32_t* thresholds = mosaic.thresholds.data() + static_cast<std::size_t>(tileRow) *
+                                                                        static_cast<std::size_t>(mosaic.kc);
+        for (std::int32_t r = tileRow * s; r < (tileRow + 1) * s; ++r) {
+            auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
+            for (std::int32_t tile = 0; tile < mosaic.kc; ++tile) {
+                const std::int32_t x = tile * s;
+                const std::int32_t since = p - thresholds[tile];
+                const bool target = since >= 0;
+                const std::uint8_t* picture = target ? f.target : f.source;
+                if (since < -kWindow || since >= kWindow) {
+                    CopyPixels(reinterpret_cast<std::uint8_t*>(out + x),
+                               (target ? f.TargetRow(r) : f.SourceRow(r)) + static_cast<std::size_t>(x) * 4,
+                               s);
+                    continue;
+                }
+                std::uint32_t colour;
+                std::memcpy(&colour,
+                            picture + f.RowBytes() * static_cast<std::size_t>(middleRow) +
+                                static_cast<std::size_t>(x + s / 2) * 4,
+                            4);
+                std::fill_n(out + x, s, colour);
+            }
+        }
+    }
+}
+
 } // namespace
+
+std::int32_t Mosaic(std::uint32_t message, void* params)
+{
+    if (message == EffectInit) {
+        if (const auto frame = ReadFrame(params))
+            mosaic.Make(*frame);
+        return 0;
+    }
+    if (message == EffectRelease) {
+        mosaic = {};
+        return 0;
+    }
+    return Stateless<RenderMosaic>(message, params);
+}
 
 std::int32_t Wave(std::uint32_t message, void* params)
 {

@@ -48,4 +48,9 @@ std::int32_t BounceHeight(std::int32_t p);
 /// less again, its phase turning as it goes. Keeps the front's positions from init to release.
 std::int32_t Wave(std::uint32_t message, void* params);
 
+/// Tiles of the variant's size (as the tile dissolve chooses it) turn from source to target at random
+/// times, each passing through a flat block of the source's and then the target's colour. Keeps the
+/// tiles' times from init to release.
+std::int32_t Mosaic(std::uint32_t message, void* params);
+
 } // namespace lumenar::effects

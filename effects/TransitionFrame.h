@@ -3,12 +3,14 @@
 // What the picture transitions share: one render's checked geometry and pictures, and the copies of
 // rows and runs of pixels they are drawn from. Internal to effects/.
 #include "effects/EffectProtocol.h"
+#include "effects/Random.h"
 #include "records/DibImage.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <vector>
 
 namespace lumenar::effects {
 
@@ -97,5 +99,34 @@ inline void CopyRows(const Frame& f, std::int32_t outFirst, const std::uint8_t* 
         std::memcpy(f.OutputRow(outFirst), picture + f.RowBytes() * static_cast<std::size_t>(pictureFirst),
                     f.RowBytes() * static_cast<std::size_t>(count));
 }
+
+// Square tiles of the largest side up to the row's variant that divides both sides of the picture,
+// each with a threshold 0..99 drawn from the effects' generator, one per tile in row order: a tile
+// turns when the progress in percent reaches its threshold.
+struct TileGrid
+{
+    std::int32_t w = 0;
+    std::int32_t h = 0;
+    std::int32_t s = 1;
+    std::int32_t kc = 0; // Tiles across.
+    std::int32_t kr = 0; // Tiles down.
+    std::vector<std::int32_t> thresholds;
+
+    void Make(const Frame& f)
+    {
+        s = std::max(f.variant, 1);
+        while (f.w % s != 0 || f.h % s != 0)
+            --s;
+        w = f.w;
+        h = f.h;
+        kc = f.w / s;
+        kr = f.h / s;
+        thresholds.resize(static_cast<std::size_t>(kc) * static_cast<std::size_t>(kr));
+        for (std::int32_t& threshold : thresholds)
+            threshold = Rand() % 100;
+    }
+    /// Whether the grid was made for these pictures (a render without a matching init draws nothing).
+    bool Fits(const Frame& f) const { return !thresholds.empty() && w == f.w && h == f.h; }
+};
 
 } // namespace lumenar::effects

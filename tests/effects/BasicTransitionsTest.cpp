@@ -104,6 +104,36 @@ TEST(Wave, TheFrontAtHalfTimeFromEveryEdge)
     }
 }
 
+// Every tile of a seeded mosaic, just before and just after its own threshold: a flat block of the
+// source's, then the target's, middle pixel; well after it the target itself.
+TEST(Mosaic, TilesTurnThroughFlatBlocks)
+{
+    Pictures p(8, 8);
+    SeedRandom(7);
+    int thresholds[4];
+    for (int& threshold : thresholds)
+        threshold = Rand() % 100;
+    SeedRandom(7);
+    EffectParams block = p.Block(0, 100, 0, 4);
+    Mosaic(EffectInit, &block);
+    for (int tile = 0; tile < 4; ++tile) {
+        const int x = tile % 2 * 4, r = tile / 2 * 4;
+        SCOPED_TRACE(::testing::Message() << "tile " << tile << " turning at " << thresholds[tile]);
+        const std::pair<int, std::string> moments[] = {
+            {thresholds[tile] - 5, At('S', x + 2, r + 2)},
+            {thresholds[tile] + 5, At('T', x + 2, r + 2)},
+            {thresholds[tile] + 15, At('T', x + 1, r + 3)},
+        };
+        for (const auto& [percent, expected] : moments) {
+            if (percent < 1 || percent > 99)
+                continue;
+            p.Run(Mosaic, percent, 100);
+            EXPECT_EQ(p.From(x + 1, r + 3), expected) << percent;
+        }
+    }
+    Mosaic(EffectRelease, nullptr);
+}
+
 TEST(TileDissolve, PicksTheLargestTileThatDividesBothSides)
 {
     struct Row
