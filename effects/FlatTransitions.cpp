@@ -412,8 +412,25 @@ void RenderWave(const Frame& f)
     }
 }
 
-// The mosaic's tiles from init to release (the thread's, as the wave's edges are).
-thread_local TileGrid mosaic;
+// The mosaic's tiles from init to release (the thread's, as the wave's edges are), and one tile row's
+// runs: neighbouring tiles copied from the same picture make one run, a flat tile a run of its own.
+struct MosaicRun
+{
+    enum class Kind : std::uint8_t
+    {
+        Source,
+        Target,
+        Flat
+    } kind;
+    std::int32_t first;
+    std::int32_t count;
+    std::uint32_t colour;
+};
+struct MosaicState : TileGrid
+{
+    std::vector<MosaicRun> runs;
+};
+thread_local MosaicState mosaic;
 
 void RenderMosaic(const Frame& f)
 {
@@ -425,28 +442,37 @@ void RenderMosaic(const Frame& f)
     constexpr std::int32_t kWindow = 10;
     const std::int32_t s = mosaic.s;
     for (std::int32_t tileRow = 0; tileRow < mosaic.kr; ++tileRow) {
-        const std::int32_t middleRow = tileRow * s + s / 2;
+        const std::size_t middle = f.RowBytes() * static_cast<std::size_t>(tileRow * s + s / 2);
         const std::int32_t* thresholds = mosaic.thresholds.data() + static_cast<std::size_t>(tileRow) *
                                                                         static_cast<std::size_t>(mosaic.kc);
+        mosaic.runs.clear();
+        for (std::int32_t tile = 0; tile < mosaic.kc; ++tile) {
+            const std::int32_t since = p - thresholds[tile];
+            const std::int32_t x = tile * s;
+            if (since >= -kWindow && since < kWindow) {
+                MosaicRun run{MosaicRun::Kind::Flat, x, s, 0};
+                std::memcpy(
+                    &run.colour,
+                    (since >= 0 ? f.target : f.source) + middle + static_cast<std::size_t>(x + s / 2) * 4, 4);
+                mosaic.runs.push_back(run);
+                continue;
+            }
+            const auto kind = since >= 0 ? MosaicRun::Kind::Target : MosaicRun::Kind::Source;
+            if (!mosaic.runs.empty() && mosaic.runs.back().kind == kind)
+                mosaic.runs.back().count += s;
+            else
+                mosaic.runs.push_back({kind, x, s, 0});
+        }
         for (std::int32_t r = tileRow * s; r < (tileRow + 1) * s; ++r) {
-            auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
-            for (std::int32_t tile = 0; tile < mosaic.kc; ++tile) {
-                const std::int32_t x = tile * s;
-                const std::int32_t since = p - thresholds[tile];
-                const bool target = since >= 0;
-                const std::uint8_t* picture = target ? f.target : f.source;
-                if (since < -kWindow || since >= kWindow) {
-                    CopyPixels(reinterpret_cast<std::uint8_t*>(out + x),
-                               (target ? f.TargetRow(r) : f.SourceRow(r)) + static_cast<std::size_t>(x) * 4,
-                               s);
-                    continue;
-                }
-                std::uint32_t colour;
-                std::memcpy(&colour,
-                            picture + f.RowBytes() * static_cast<std::size_t>(middleRow) +
-                                static_cast<std::size_t>(x + s / 2) * 4,
-                            4);
-                std::fill_n(out + x, s, colour);
+            std::uint8_t* out = f.OutputRow(r);
+            for (const MosaicRun& run : mosaic.runs) {
+                const std::size_t at = static_cast<std::size_t>(run.first) * 4;
+                if (run.kind == MosaicRun::Kind::Flat)
+                    std::fill_n(reinterpret_cast<std::uint32_t*>(out + at), run.count, run.colour);
+                else
+                    std::memcpy(out + at,
+                                (run.kind == MosaicRun::Kind::Target ? f.TargetRow(r) : f.SourceRow(r)) + at,
+                                static_cast<std::size_t>(run.count) * 4);
             }
         }
     }
@@ -457,8 +483,10 @@ void RenderMosaic(const Frame& f)
 std::int32_t Mosaic(std::uint32_t message, void* params)
 {
     if (message == EffectInit) {
-        if (const auto frame = ReadFrame(params))
+        if (const auto frame = ReadFrame(params)) {
             mosaic.Make(*frame);
+            mosaic.runs.reserve(static_cast<std::size_t>(mosaic.kc));
+        }
         return 0;
     }
     if (message == EffectRelease) {
