@@ -62,9 +62,9 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(65, FadeThroughBlack, "PictureEffect40", 0x00, 0, 19, Built::Yes),  // 40
     Row(38, CrossFade, "CrossFade", 0x00, 1, 19, Built::Yes),               // 41
     Row(115, GradientDissolve, "PictureEffect42", 0x00, 0, 19, Built::Yes), // 42
-    Row(26, CutAtHalf, "PictureEffect43", 0x00, 8, 19, Built::NotYet),      // 43
-    Row(18, CutAtHalf, "PictureEffect43", 0x00, 264, 19, Built::NotYet),    // 44
-    Row(36, CutAtHalf, "PictureEffect43", 0x00, 780, 19, Built::NotYet),    // 45
+    Row(26, PatternWipe, "PictureEffect43", 0x00, 8, 19, Built::Yes),       // 43
+    Row(18, PatternWipe, "PictureEffect43", 0x00, 264, 19, Built::Yes),     // 44
+    Row(36, PatternWipe, "PictureEffect43", 0x00, 780, 19, Built::Yes),     // 45
     Row(76, CutAtHalf, "PictureEffect46", 0x04, 0, 19, Built::NotYet),      // 46
     Row(77, CutAtHalf, "PictureEffect46", 0x40, 0, 19, Built::NotYet),      // 47
     Row(88, ClockWipe, "PictureEffect48", 0x00, 0, 19, Built::Yes),         // 48
@@ -86,10 +86,10 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(128, OutAndBack, "OutAndBack", 0x10, 0, 18, Built::Yes),            // 64
     Row(116, BoxWipe, "BoxWipe", 0x40, 0, 14, Built::Yes),                  // 65
     Row(117, BoxWipe, "BoxWipe", 0x40, 1, 13, Built::Yes),                  // 66
-    Row(106, CutAtHalf, "PictureEffect43", 0x10, 512, 19, Built::NotYet),   // 67
-    Row(99, CutAtHalf, "PictureEffect43", 0x01, 512, 19, Built::NotYet),    // 68
-    Row(108, CutAtHalf, "PictureEffect43", 0x40, 512, 19, Built::NotYet),   // 69
-    Row(107, CutAtHalf, "PictureEffect43", 0x04, 512, 19, Built::NotYet),   // 70
+    Row(106, PatternWipe, "PictureEffect43", 0x10, 512, 19, Built::Yes),    // 67
+    Row(99, PatternWipe, "PictureEffect43", 0x01, 512, 19, Built::Yes),     // 68
+    Row(108, PatternWipe, "PictureEffect43", 0x40, 512, 19, Built::Yes),    // 69
+    Row(107, PatternWipe, "PictureEffect43", 0x04, 512, 19, Built::Yes),    // 70
     Row(16, Push, "Push", 0x01, 50, 19, Built::Yes),                        // 71
     Row(17, Push, "Push", 0x40, 50, 19, Built::Yes),                        // 72
     Row(23, SlideIn, "SlideIn", 0x01, 50, 19, Built::Yes),                  // 73
@@ -108,7 +108,7 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(58, CutAtHalf, "PictureEffect86", 0x00, 0, 19, Built::NotYet),      // 86
     Row(7, StretchAcross, "PictureEffect87", 0x00, 0, 19, Built::Yes),      // 87
     Row(97, CutAtHalf, "PictureEffect88", 0x00, 0, 19, Built::NotYet),      // 88
-    Row(35, CutAtHalf, "PictureEffect89", 0x00, 1, 19, Built::NotYet),      // 89
+    Row(35, Burst, "PictureEffect89", 0x00, 1, 19, Built::Yes),             // 89
     Row(59, Bounce, "PictureEffect90", 0x00, 0, 19, Built::Yes),            // 90
     Row(66, Wave, "PictureEffect91", 0x01, 1, 19, Built::Yes),              // 91
     Row(67, Wave, "PictureEffect91", 0x10, 1, 19, Built::Yes),              // 92

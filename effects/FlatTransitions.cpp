@@ -2,8 +2,10 @@
 
 #include "effects/TransitionFrame.h"
 
+#include <array>
 #include <cmath>
 #include <cstdlib>
+#include <numbers>
 #include <vector>
 
 namespace lumenar::effects {
@@ -322,6 +324,183 @@ void RenderGradientDissolve(const Frame& f)
     }
 }
 
+// The pattern wipe's variant is a bit field. The low four bits choose the cells' size, (bits + 4) / 128
+// of the picture's longer side; kSoftEdges blends each diamond's rim over a quarter of a cell instead of
+// cutting it; kTravelFromEdge sends the wave of cells in from the row's edge (out from the centre when
+// the row names none) instead of along the diagonal from the top-left corner.
+constexpr std::int32_t kCellSizeBits = 0x00F;
+constexpr std::int32_t kSoftEdges = 0x100;
+constexpr std::int32_t kTravelFromEdge = 0x200;
+
+struct PatternCells
+{
+    std::int64_t cell;  // Cell side in pixels.
+    std::int64_t band;  // Soft rim in doubled pixels (0 for hard edges).
+    std::int64_t reach; // A diamond's half-diagonal in doubled pixels when its cell has turned.
+    std::int64_t progress;
+    std::int32_t w, h, variant;
+    std::uint16_t direction;
+
+    explicit PatternCells(const Frame& f)
+        : cell(std::max<std::int64_t>(1, std::int64_t{std::max(f.w, f.h)} *
+                                             ((f.variant & kCellSizeBits) + 4) / 128)),
+          band((f.variant & kSoftEdges) != 0 ? std::max<std::int64_t>(2, cell / 2) : 0),
+          reach(2 * cell + 2 + band), progress(kOne * f.n / f.d), w(f.w), h(f.h), variant(f.variant),
+          direction(f.direction)
+    {
+    }
+
+    static constexpr std::int64_t kOne = 65536;
+
+    // When a cell starts to turn, 0..1 in 1/65536, from its centre (cx, cy) in doubled pixels, cy from
+    // the bottom row up.
+    std::int64_t Order(std::int64_t cx, std::int64_t cy) const
+    {
+        const std::int64_t w2 = 2 * std::int64_t{w}, h2 = 2 * std::int64_t{h};
+        std::int64_t order;
+        if ((variant & kTravelFromEdge) == 0)
+            order = (cx + h2 - cy) * kOne / (w2 + h2);
+        else if (direction == kDirectionLeft)
+            order = cx * kOne / w2;
+        else if (direction == kDirectionRight)
+            order = (w2 - cx) * kOne / w2;
+        else if (direction == kDirectionTop)
+            order = (h2 - cy) * kOne / h2;
+        else if (direction == kDirectionBottom)
+            order = cy * kOne / h2;
+        else
+            order = std::max(std::abs(cx - w) * kOne / w, std::abs(cy - h) * kOne / h);
+        return std::clamp<std::int64_t>(order, 0, kOne);
+    }
+
+    // The diamond's half-diagonal now, in doubled pixels: each cell turns over the last quarter of the
+    // time that follows its start, so the first cell begins at once and the last ends at full progress.
+    std::int64_t Radius(std::int64_t cx, std::int64_t cy) const
+    {
+        const std::int64_t start = Order(cx, cy) * 3 / 4;
+        const std::int64_t turned = std::clamp<std::int64_t>((progress - start) * 4, 0, kOne);
+        return turned * reach / kOne;
+    }
+};
+
+// Floor of a / 2 for any sign.
+std::int64_t HalfDown(std::int64_t a)
+{
+    return a >= 0 ? a / 2 : -((1 - a) / 2);
+}
+
+void RenderPatternWipe(const Frame& f)
+{
+    if (DrawEnd(f, f.Percent()))
+        return;
+    const PatternCells pattern(f);
+    const std::int64_t cell = pattern.cell;
+    const std::int64_t soft = std::max<std::int64_t>(pattern.band, 1);
+    // Cell by cell, so that each cell's diamond is worked out once.
+    for (std::int64_t bottom = 0; bottom < f.h; bottom += cell) {
+        const auto top = static_cast<std::int32_t>(std::min<std::int64_t>(bottom + cell, f.h));
+        const std::int64_t cy = 2 * bottom + cell;
+        for (std::int64_t left = 0; left < f.w; left += cell) {
+            const auto l = static_cast<std::int32_t>(left);
+            const auto right = static_cast<std::int32_t>(std::min<std::int64_t>(left + cell, f.w));
+            const std::int64_t cx = 2 * left + cell;
+            const std::int64_t radius = pattern.Radius(cx, cy);
+            // Pixels x with |2x + 1 − cx| below m lie inside the row's slice of the diamond; both the
+            // slice and its solid core (m less the rim) are cut to the cell.
+            const auto span = [&](std::int64_t m, std::int32_t& from, std::int32_t& to) {
+                from = static_cast<std::int32_t>(
+                    std::clamp<std::int64_t>(HalfDown(cx - m - 1) + 1, left, right));
+                to = static_cast<std::int32_t>(
+                    std::clamp<std::int64_t>(-HalfDown(-(cx + m - 1)), from, right));
+            };
+            for (auto r = static_cast<std::int32_t>(bottom); r < top; ++r) {
+                const std::uint8_t* source = f.SourceRow(r);
+                const std::uint8_t* target = f.TargetRow(r);
+                std::uint8_t* out = f.OutputRow(r);
+                const std::int64_t dy = std::abs(2 * std::int64_t{r} + 1 - cy);
+                std::int32_t outerFrom, outerTo, coreFrom, coreTo;
+                span(radius - dy, outerFrom, outerTo);
+                span(radius - pattern.band - dy, coreFrom, coreTo);
+                if (coreFrom >= coreTo)
+                    coreFrom = coreTo = outerFrom + (outerTo - outerFrom) / 2;
+                CopyPixels(out + std::size_t(l) * 4, source + std::size_t(l) * 4, outerFrom - l);
+                CopyPixels(out + std::size_t(coreFrom) * 4, target + std::size_t(coreFrom) * 4,
+                           coreTo - coreFrom);
+                CopyPixels(out + std::size_t(outerTo) * 4, source + std::size_t(outerTo) * 4,
+                           right - outerTo);
+                const auto blend = [&](std::int32_t from, std::int32_t to) {
+                    for (std::int32_t x = from; x < to; ++x) {
+                        const std::int64_t inside = radius - dy - std::abs(2 * std::int64_t{x} + 1 - cx);
+                        const auto weight =
+                            static_cast<std::int32_t>(std::clamp<std::int64_t>(inside * 256 / soft, 0, 256));
+                        for (int byte = x * 4; byte < x * 4 + 4; ++byte)
+                            out[byte] = static_cast<std::uint8_t>(
+                                source[byte] + (((target[byte] - source[byte]) * weight) >> 8));
+                    }
+                };
+                blend(outerFrom, coreFrom);
+                blend(coreTo, outerTo);
+            }
+        }
+    }
+}
+
+// The burst's rays: wedges of equal angle about the centre, the first starting along the positive x
+// axis and counting anticlockwise, each reaching out at its own speed, drawn at init.
+constexpr int kRays = 24;
+
+struct BurstState
+{
+    bool ready = false;
+    std::array<std::int32_t, kRays>
+        speed{}; // 100..199: the ray reaches the corners by 100 / speed of the time.
+    std::array<double, kRays> cotangent{}; // Of each wedge's first edge (0 where that edge is horizontal).
+};
+thread_local BurstState burst;
+
+void RenderBurst(const Frame& f)
+{
+    if (!burst.ready || DrawEnd(f, f.Percent()))
+        return;
+    // Doubled pixel-centre coordinates about the centre, y up (memory row 0 is the bottom row). A ray
+    // of length L covers the pixels of its wedge with X² + Y² < L²; each wedge meets a row in one run
+    // (the rows above the centre meet the upper wedges from left to right in falling order, the rows
+    // below meet the lower ones in rising order), and the circle cuts that run once more.
+    const double reach = std::sqrt(double(f.w) * f.w + double(f.h) * f.h) + 2;
+    std::array<double, kRays> length{};
+    for (int k = 0; k < kRays; ++k)
+        length[k] = reach * std::min<std::int64_t>(f.d, std::int64_t{f.n} * burst.speed[k] / 100) / f.d;
+    const auto firstAtOrRightOf = [&](double bigX) {
+        return static_cast<std::int32_t>(std::clamp(std::ceil((bigX + f.w - 1) / 2), 0.0, double(f.w)));
+    };
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        const double y = 2.0 * r + 1 - f.h;
+        const std::uint8_t* source = f.SourceRow(r);
+        const std::uint8_t* target = f.TargetRow(r);
+        std::uint8_t* out = f.OutputRow(r);
+        const bool upper = y >= 0;
+        std::int32_t from = 0;
+        for (int step = 0; step < kRays / 2; ++step) {
+            const int k = upper ? kRays / 2 - 1 - step : kRays / 2 + step;
+            // The wedge ends where the row meets the edge it shares with the next one met.
+            const int edge = upper ? k : k + 1;
+            const std::int32_t to =
+                step + 1 == kRays / 2 ? f.w : std::max(from, firstAtOrRightOf(y * burst.cotangent[edge]));
+            const double m = length[k] * length[k] - y * y;
+            std::int32_t in = to, inEnd = to;
+            if (m > 0) {
+                const double half = std::sqrt(m);
+                in = std::clamp(static_cast<std::int32_t>(std::floor((f.w - 1 - half) / 2)) + 1, from, to);
+                inEnd = std::clamp(static_cast<std::int32_t>(std::ceil((f.w - 1 + half) / 2)), in, to);
+            }
+            CopyPixels(out + std::size_t(from) * 4, source + std::size_t(from) * 4, in - from);
+            CopyPixels(out + std::size_t(in) * 4, target + std::size_t(in) * 4, inEnd - in);
+            CopyPixels(out + std::size_t(inEnd) * 4, source + std::size_t(inEnd) * 4, to - inEnd);
+            from = to;
+        }
+    }
+}
+
 // Routine of the bounce's arcs that end at 16, 64 and 100 %: the source shows under the target.
 void DrawBounceOverSource(const Frame& f, std::int32_t lift)
 {
@@ -536,6 +715,29 @@ std::int32_t GradientDissolve(std::uint32_t message, void* params)
 {
     return Stateless<RenderGradientDissolve>(message, params);
 }
+std::int32_t Burst(std::uint32_t message, void* params)
+{
+    if (message == EffectInit) {
+        burst.ready = true;
+        for (int k = 0; k < kRays; ++k) {
+            burst.speed[k] = 100 + Rand() % 100;
+            const double angle = 2 * std::numbers::pi * k / kRays;
+            burst.cotangent[k] = k % (kRays / 2) == 0 ? 0 : std::cos(angle) / std::sin(angle);
+        }
+        return 0;
+    }
+    if (message == EffectRelease) {
+        burst = {};
+        return 0;
+    }
+    return Stateless<RenderBurst>(message, params);
+}
+
+std::int32_t PatternWipe(std::uint32_t message, void* params)
+{
+    return Stateless<RenderPatternWipe>(message, params);
+}
+
 std::int32_t Pixelate(std::uint32_t message, void* params)
 {
     return Stateless<RenderPixelate>(message, params);

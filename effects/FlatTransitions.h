@@ -53,4 +53,12 @@ std::int32_t Wave(std::uint32_t message, void* params);
 /// tiles' times from init to release.
 std::int32_t Mosaic(std::uint32_t message, void* params);
 
+/// Diamonds open in a grid of cells, in a wave along the diagonal, from an edge or from the centre; the
+/// variant's bits choose the cells' size, soft rims and the wave's way of travel.
+std::int32_t PatternWipe(std::uint32_t message, void* params);
+
+/// The target bursts out of the centre in rays of uneven speed (drawn from the effects' generator at
+/// init and kept to release) until it covers the picture.
+std::int32_t Burst(std::uint32_t message, void* params);
+
 } // namespace lumenar::effects

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <numbers>
 #include <random>
 #include <vector>
 
@@ -132,6 +134,47 @@ TEST(Mosaic, TilesTurnThroughFlatBlocks)
         }
     }
     Mosaic(EffectRelease, nullptr);
+}
+
+// Every ray of the burst is a sector of a disc about the centre: within one wedge no pixel shows the
+// target farther out than one that shows the source. Catches wedges met in the wrong order along a row.
+TEST(Burst, EachWedgeIsASectorOfADisc)
+{
+    EffectRegistry::FixSeed(5);
+    for (const auto& [w, h] : {std::pair{64, 48}, std::pair{33, 57}}) {
+        Pictures p(w, h);
+        EffectParams block = p.Block(0, 100);
+        Burst(EffectInit, &block);
+        for (int n : {10, 35, 60}) {
+            SCOPED_TRACE(::testing::Message() << w << "x" << h << " at " << n << " %");
+            p.Run(Burst, n, 100);
+            constexpr int kWedges = 24;
+            std::vector<double> farthestIn(kWedges, -1), nearestOut(kWedges, 1e9);
+            for (int r = 0; r < h; ++r) {
+                for (int x = 0; x < w; ++x) {
+                    const double dx = 2.0 * x + 1 - w, dy = 2.0 * r + 1 - h;
+                    double turns = std::atan2(dy, dx) / (2 * std::numbers::pi);
+                    turns = (turns < 0 ? turns + 1 : turns) * kWedges;
+                    if (std::abs(turns - std::round(turns)) < 1e-9)
+                        continue; // On an edge between two wedges.
+                    const int wedge = static_cast<int>(turns) % kWedges;
+                    const double radius = std::hypot(dx, dy);
+                    const char picture = p.From(x, r)[0];
+                    ASSERT_TRUE(picture == 'S' || picture == 'T') << x << " " << r;
+                    auto& bound = picture == 'T' ? farthestIn[wedge] : nearestOut[wedge];
+                    bound = picture == 'T' ? std::max(bound, radius) : std::min(bound, radius);
+                }
+            }
+            for (int k = 0; k < kWedges; ++k)
+                EXPECT_LT(farthestIn[k], nearestOut[k]) << "wedge " << k;
+            EXPECT_EQ(p.From(w / 2, h / 2)[0], 'T');
+            if (n == 10) {
+                EXPECT_EQ(p.From(0, 0)[0], 'S');
+            }
+        }
+        Burst(EffectRelease, nullptr);
+    }
+    EffectRegistry::FixSeed(std::nullopt);
 }
 
 TEST(TileDissolve, PicksTheLargestTileThatDividesBothSides)
@@ -324,6 +367,21 @@ TEST(Transitions, PixelsComeFromWhereTheMotionSays)
          At('T', 0, 15)},
         {"gradient at half time: the bottom-right corner", GradientDissolve, 16, 16, 50, 0, 0, 15, 0,
          At('S', 15, 0)},
+        // Pattern wipe, 64 × 64 with cells of 6 at 20 %: the wave's first cells have turned, its last not.
+        {"pattern along the diagonal: top left", PatternWipe, 64, 64, 20, 0, 8, 0, 63, At('T', 0, 63)},
+        {"pattern along the diagonal: bottom right", PatternWipe, 64, 64, 20, 0, 8, 63, 0, At('S', 63, 0)},
+        {"pattern, soft: a turned cell's core", PatternWipe, 64, 64, 20, 0, 0x108, 2, 62, At('T', 2, 62)},
+        {"pattern from the left", PatternWipe, 64, 64, 20, kDirectionLeft, 0x208, 0, 32, At('T', 0, 32)},
+        {"pattern from the left: far side", PatternWipe, 64, 64, 20, kDirectionLeft, 0x208, 63, 32,
+         At('S', 63, 32)},
+        {"pattern from the right", PatternWipe, 64, 64, 20, kDirectionRight, 0x208, 63, 32, At('T', 63, 32)},
+        {"pattern from the top", PatternWipe, 64, 64, 20, kDirectionTop, 0x208, 32, 63, At('T', 32, 63)},
+        {"pattern from the top: bottom", PatternWipe, 64, 64, 20, kDirectionTop, 0x208, 32, 0,
+         At('S', 32, 0)},
+        {"pattern from the bottom", PatternWipe, 64, 64, 20, kDirectionBottom, 0x208, 32, 0, At('T', 32, 0)},
+        {"pattern from the centre", PatternWipe, 64, 64, 20, 0, 0x208, 32, 32, At('T', 32, 32)},
+        {"pattern from the centre: a corner", PatternWipe, 64, 64, 20, 0, 0x208, 0, 0, At('S', 0, 0)},
+        {"pattern at the start", PatternWipe, 9, 7, 0, 0, 0x30c, kWhole, 0, "S"},
         {"out: black behind", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 49, 2, "black"},
         {"out: the source moved", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 50, 2, At('S', 0, 2)},
         {"out: its far edge", OutAndBack, 100, 4, 25, kDirectionLeft, 0, 99, 2, At('S', 49, 2)},
