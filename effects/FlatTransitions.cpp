@@ -395,7 +395,8 @@ void RenderPatternWipe(const Frame& f)
         return;
     const PatternCells pattern(f);
     const std::int64_t cell = pattern.cell;
-    const std::int64_t soft = std::max<std::int64_t>(pattern.band, 1);
+    // A rim pixel's weight is 256 × its depth inside the diamond / the rim's width, in 16.16.
+    const std::int64_t perRim = (std::int64_t{256} << 16) / std::max<std::int64_t>(pattern.band, 1);
     // Cell by cell, so that each cell's diamond is worked out once.
     for (std::int64_t bottom = 0; bottom < f.h; bottom += cell) {
         const auto top = static_cast<std::int32_t>(std::min<std::int64_t>(bottom + cell, f.h));
@@ -431,8 +432,8 @@ void RenderPatternWipe(const Frame& f)
                 const auto blend = [&](std::int32_t from, std::int32_t to) {
                     for (std::int32_t x = from; x < to; ++x) {
                         const std::int64_t inside = radius - dy - std::abs(2 * std::int64_t{x} + 1 - cx);
-                        const auto weight =
-                            static_cast<std::int32_t>(std::clamp<std::int64_t>(inside * 256 / soft, 0, 256));
+                        const auto weight = static_cast<std::int32_t>(
+                            std::clamp<std::int64_t>((inside * perRim) >> 16, 0, 256));
                         for (int byte = x * 4; byte < x * 4 + 4; ++byte)
                             out[byte] = static_cast<std::uint8_t>(
                                 source[byte] + (((target[byte] - source[byte]) * weight) >> 8));
