@@ -493,6 +493,55 @@ TEST(BuiltRows, EndOnTheTargetAndRepeatExactly)
     EffectRegistry::FixSeed(std::nullopt);
 }
 
+// Frames of one row of every built family at 30 % and 70 %, hashed: a change to any of them shows here
+// first. When a change is meant, the failure prints the new hashes for this table.
+TEST(BuiltRows, GoldenFrames)
+{
+    struct Golden
+    {
+        int row;
+        std::uint64_t at30, at70;
+    } goldens[] = {
+        {23, 0xb30d3a7141269f48, 0xf5b2c4e990e65550}, {25, 0x7b3447121d723eab, 0x638c8268d3aa999f},
+        {29, 0x90a01d98e2f08ddb, 0x9a66f6015e1d67c3}, {30, 0x820d0f97b1685547, 0x2ed312509cebeb1b},
+        {33, 0x5bcec0ea21d12dd9, 0x2a3eb86944feeade}, {34, 0xb59ea5022303e212, 0xfeeadd75238fe631},
+        {35, 0xa76feafa14eb67a8, 0xb5fa5f31f572437},  {36, 0xb04879e96bbcedce, 0xf16d11eb9028b689},
+        {39, 0x8f0977eb3b2002ab, 0xd41ae8add1b05137}, {40, 0x8ea4a61e4fd1c77e, 0x8ea4a61e4fd1c77e},
+        {41, 0x8f0977eb3b2002ab, 0x8f0977eb3b2002ab}, {42, 0xcda5411797858d23, 0x1d9f883b402b8113},
+        {43, 0x26d086ef6e6f1603, 0xbd430be1e310cba7}, {44, 0x26d086ef6e6f1603, 0xe44d158b9054fcaf},
+        {45, 0x9e495e2e98f1f80f, 0xdefa2e6dbd15da4b}, {48, 0x9cf0dbcaa657683f, 0xc245f9298b819ab},
+        {49, 0xc294b17550b583b7, 0x3121120606f7e64b}, {53, 0x8f0977eb3b2002ab, 0x477312895846e507},
+        {57, 0x8f0977eb3b2002ab, 0xd4d64e175a5d0d37}, {61, 0x19d5e7d149f68456, 0x2728f81da3ea20ae},
+        {65, 0x49c5cd59d469fb43, 0x628b4611664864bb}, {77, 0x8f0977eb3b2002ab, 0xe9e371acc885effb},
+        {81, 0xecb7d2efb8782277, 0xbc1e444b9e24bd80}, {85, 0x3dab83e9550dc2bb, 0x4ab1a3279e50fc8f},
+        {87, 0xe27946b1cb923c0f, 0xc81e0ea23ad7eb0a}, {89, 0x976b743b7d4f96f, 0x33a6ac13abb91d93},
+        {90, 0xb9e8a4c97eb7b6b2, 0x5e1be828454120e2}, {91, 0xfda6f9d1cb40b85b, 0xc279e6098e76566f},
+        {95, 0x8f0977eb3b2002ab, 0xd41ae8add1b05137},
+    };
+    const auto hash = [](const std::vector<std::uint8_t>& bytes) {
+        std::uint64_t h = 0xcbf29ce484222325ull; // FNV-1a
+        for (std::uint8_t b : bytes)
+            h = (h ^ b) * 0x100000001b3ull;
+        return h;
+    };
+    EffectRegistry registry;
+    for (const Golden& g : goldens) {
+        SeedRandom(11);
+        Pictures p(37, 23);
+        EffectParams block = p.Block(0, 100);
+        registry.RunPicture(g.row, EffectInit, &block);
+        std::uint64_t got[2];
+        for (int i : {0, 1}) {
+            block = p.Block(i == 0 ? 30 : 70, 100);
+            registry.RunPicture(g.row, EffectRender, &block);
+            got[i] = hash(p.output);
+        }
+        registry.RunPicture(g.row, EffectRelease, nullptr);
+        EXPECT_TRUE(got[0] == g.at30 && got[1] == g.at70) << std::hex << "{" << std::dec << g.row << ", 0x"
+                                                          << std::hex << got[0] << ", 0x" << got[1] << "},";
+    }
+}
+
 // The wide forms of the tile dissolve's row copy (runs of every length, so every tail, from both
 // pictures, into outputs whose fourth bytes must survive) and of the cross-fade, against the portable
 // ones. The AVX2 forms run where the processor has it.
