@@ -1,4 +1,5 @@
-// Time of one render of every built picture row at 800 × 600, next to a plain copy of one frame.
+// Time of one render of every built picture row at 800 × 600 and 1920 × 1080, next to a plain copy of one
+// frame of the same size.
 #include "effects/EffectRegistry.h"
 
 #include <benchmark/benchmark.h>
@@ -11,55 +12,58 @@ namespace {
 
 using namespace lumenar::effects;
 
-constexpr int kWidth = 800;
-constexpr int kHeight = 600;
-constexpr std::size_t kBytes = static_cast<std::size_t>(kWidth) * kHeight * 4;
-
 struct Frames
 {
+    int width, height;
     std::vector<std::uint8_t> source, target, output;
-    Frames() : source(kBytes), target(kBytes), output(kBytes)
+    Frames(int w, int h) : width(w), height(h), source(Bytes()), target(Bytes()), output(Bytes())
     {
         std::mt19937 random(1);
-        for (std::size_t i = 0; i < kBytes; ++i) {
+        for (std::size_t i = 0; i < Bytes(); ++i) {
             source[i] = static_cast<std::uint8_t>(random());
             target[i] = static_cast<std::uint8_t>(random());
         }
     }
+    std::size_t Bytes() const
+    {
+        return static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
+    }
 };
 
-Frames& SharedFrames()
+// Argument 0 is 800 × 600, 1 is 1920 × 1080.
+Frames& SharedFrames(std::int64_t size)
 {
-    static Frames frames;
-    return frames;
+    static Frames small(800, 600), large(1920, 1080);
+    return size == 0 ? small : large;
 }
 
+// Argument: the size.
 void FrameCopy(benchmark::State& state)
 {
-    Frames& f = SharedFrames();
+    Frames& f = SharedFrames(state.range(0));
     for (auto _ : state) {
-        std::memcpy(f.output.data(), f.source.data(), kBytes);
+        std::memcpy(f.output.data(), f.source.data(), f.Bytes());
         benchmark::DoNotOptimize(f.output.data());
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
-                            static_cast<std::int64_t>(kBytes));
+                            static_cast<std::int64_t>(f.Bytes()));
 }
-BENCHMARK(FrameCopy);
+BENCHMARK(FrameCopy)->Arg(0)->Arg(1);
 
-// Arguments: picture row, progress in percent.
+// Arguments: picture row, progress in percent, size.
 void Render(benchmark::State& state)
 {
     EffectRegistry::FixSeed(1);
     EffectRegistry registry;
-    Frames& f = SharedFrames();
+    Frames& f = SharedFrames(state.range(2));
     const int row = static_cast<int>(state.range(0));
     EffectParams block{};
     block.source = f.source.data();
     block.target = f.target.data();
     block.output = f.output.data();
-    block.width = kWidth;
-    block.height = kHeight;
+    block.width = f.width;
+    block.height = f.height;
     block.progressNum = 0;
     block.progressDen = 100;
     registry.RunPicture(row, EffectInit, &block);
@@ -80,7 +84,8 @@ void BuiltRows(benchmark::internal::Benchmark* bench)
         if (registry.Describe(kPictureTable, row).built != Built::Yes)
             continue;
         for (int percent : {25, 50, 75})
-            bench->Args({row, percent});
+            bench->Args({row, percent, 0});
+        bench->Args({row, 50, 1});
     }
 }
 BENCHMARK(Render)->Apply(BuiltRows);
