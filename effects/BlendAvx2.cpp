@@ -35,6 +35,20 @@ void CrossFadeBytesAvx2(const std::uint8_t* source, const std::uint8_t* target, 
     CrossFadeBytesPortable(source + i, target + i, output + i, count - i, a);
 }
 
+void ScaleBytesAvx2(const std::uint8_t* input, std::uint8_t* output, std::size_t count, std::uint32_t level)
+{
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i factor = _mm256_set1_epi16(static_cast<short>(level));
+    std::size_t i = 0;
+    for (; i + 32 <= count; i += 32) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(input + i));
+        const __m256i low = _mm256_srli_epi16(_mm256_mullo_epi16(_mm256_unpacklo_epi8(v, zero), factor), 8);
+        const __m256i high = _mm256_srli_epi16(_mm256_mullo_epi16(_mm256_unpackhi_epi8(v, zero), factor), 8);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(output + i), _mm256_packus_epi16(low, high));
+    }
+    ScaleBytesPortable(input + i, output + i, count - i, level);
+}
+
 void CopyColourRunsAvx2(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,
                         std::span<const ColourRun> runs)
 {
@@ -79,6 +93,11 @@ void CrossFadeBytesAvx2(const std::uint8_t* source, const std::uint8_t* target, 
                         std::size_t count, int a)
 {
     CrossFadeBytesPortable(source, target, output, count, a);
+}
+
+void ScaleBytesAvx2(const std::uint8_t* input, std::uint8_t* output, std::size_t count, std::uint32_t level)
+{
+    ScaleBytesPortable(input, output, count, level);
 }
 
 void CopyColourRunsAvx2(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,

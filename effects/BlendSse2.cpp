@@ -36,6 +36,21 @@ void CrossFadeBytesSse2(const std::uint8_t* source, const std::uint8_t* target, 
     CrossFadeBytesPortable(source + i, target + i, output + i, count - i, a);
 }
 
+void ScaleBytesSse2(const std::uint8_t* input, std::uint8_t* output, std::size_t count, std::uint32_t level)
+{
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i factor = _mm_set1_epi16(static_cast<short>(level));
+    std::size_t i = 0;
+    // 255 × 256 still fits an unsigned 16-bit lane, so the low products are exact.
+    for (; i + 16 <= count; i += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(input + i));
+        const __m128i low = _mm_srli_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(v, zero), factor), 8);
+        const __m128i high = _mm_srli_epi16(_mm_mullo_epi16(_mm_unpackhi_epi8(v, zero), factor), 8);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(output + i), _mm_packus_epi16(low, high));
+    }
+    ScaleBytesPortable(input + i, output + i, count - i, level);
+}
+
 void CopyColourRunsSse2(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,
                         std::span<const ColourRun> runs)
 {
@@ -74,6 +89,11 @@ void CopyColourRunsSse2(const std::uint32_t* source, const std::uint32_t* target
                         std::span<const ColourRun> runs)
 {
     CopyColourRunsPortable(source, target, output, runs);
+}
+
+void ScaleBytesSse2(const std::uint8_t* input, std::uint8_t* output, std::size_t count, std::uint32_t level)
+{
+    ScaleBytesPortable(input, output, count, level);
 }
 
 #endif

@@ -1,6 +1,8 @@
 #include "effects/FlatTransitions.h"
 
+#include "effects/BasicTransitions.h"
 #include "effects/TransitionFrame.h"
+#include "platform/Cpu.h"
 
 #include <array>
 #include <cmath>
@@ -21,20 +23,12 @@ void RenderFadeThroughBlack(const Frame& f)
     const bool second = twice > f.d;
     const auto level = static_cast<std::uint32_t>((second ? twice - f.d : f.d - twice) * 256 / f.d);
     const std::uint8_t* picture = second ? f.target : f.source;
-    const std::size_t bytes = f.Bytes();
-    // Eight bytes at a time, every other byte in a 16-bit lane: 255 × 256 still fits a lane.
-    constexpr std::uint64_t kLanes = 0x00FF00FF00FF00FFull;
-    std::size_t i = 0;
-    for (; i + 8 <= bytes; i += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, picture + i, 8);
-        const std::uint64_t even = ((word & kLanes) * level >> 8) & kLanes;
-        const std::uint64_t odd = ((word >> 8) & kLanes) * level & ~kLanes;
-        word = even | odd;
-        std::memcpy(f.output + i, &word, 8);
-    }
-    for (; i < bytes; ++i)
-        f.output[i] = static_cast<std::uint8_t>((picture[i] * level) >> 8);
+    if (BlendAvx2Built() && platform::Simd().avx2)
+        ScaleBytesAvx2(picture, f.output, f.Bytes(), level);
+    else if (CrossFadeSse2Built() && platform::Simd().sse2)
+        ScaleBytesSse2(picture, f.output, f.Bytes(), level);
+    else
+        ScaleBytesPortable(picture, f.output, f.Bytes(), level);
 }
 
 // The largest s >= 0 with s * s <= v (0 for negative v).

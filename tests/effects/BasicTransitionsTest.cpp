@@ -571,6 +571,23 @@ TEST(Blends, WideFormsMatchThePortableFormsBitForBit)
             ASSERT_EQ(wide, slow) << "round " << round;
         }
     }
+    // The fade's scaling: every level, on bytes that include 255, against the plain formula.
+    std::vector<std::uint8_t> bytes(1027), scaled(1027), scaledSse2(1027), scaledWide(1027);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<std::uint8_t>(i % 3 == 0 ? 255 : random());
+    for (std::uint32_t level = 0; level <= 256; ++level) {
+        ScaleBytesPortable(bytes.data(), scaled.data(), bytes.size(), level);
+        ScaleBytesSse2(bytes.data(), scaledSse2.data(), bytes.size(), level);
+        if (avx2)
+            ScaleBytesAvx2(bytes.data(), scaledWide.data(), bytes.size(), level);
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            ASSERT_EQ(scaled[i], (bytes[i] * level) >> 8) << "level " << level << " byte " << i;
+            ASSERT_EQ(scaledSse2[i], scaled[i]) << "level " << level << " byte " << i;
+            if (avx2) {
+                ASSERT_EQ(scaledWide[i], scaled[i]) << "level " << level << " byte " << i;
+            }
+        }
+    }
     if (!avx2)
         return;
     std::vector<std::uint8_t> from(4099), to(4099), fast(4099), portable(4099);
