@@ -445,6 +445,22 @@ void ScaleBytesPortable(const std::uint8_t* input, std::uint8_t* output, std::si
         output[i] = static_cast<std::uint8_t>((input[i] * level) >> 8);
 }
 
+void BlendRampPortable(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
+                       std::int32_t count, std::int64_t start, std::int64_t step)
+{
+    for (std::int32_t i = 0; i < count; ++i) {
+        const auto w = static_cast<std::int32_t>(std::clamp<std::int64_t>((start + i * step) >> 16, 0, 256));
+        for (int byte = i * 4; byte < i * 4 + 4; ++byte)
+            output[byte] =
+                static_cast<std::uint8_t>(source[byte] + (((target[byte] - source[byte]) * w) >> 8));
+    }
+}
+
+BlendRampForm BlendRamp()
+{
+    return CrossFadeSse2Built() && platform::Simd().sse2 ? &BlendRampSse2 : &BlendRampPortable;
+}
+
 void CopyColourRunsPortable(const std::uint32_t* source, const std::uint32_t* target, std::uint32_t* output,
                             std::span<const ColourRun> runs)
 {

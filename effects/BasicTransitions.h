@@ -48,6 +48,19 @@ void ScaleBytesPortable(const std::uint8_t* input, std::uint8_t* output, std::si
 /// The same with SSE2, bit for bit, under the same conditions as CrossFadeBytesSse2.
 void ScaleBytesSse2(const std::uint8_t* input, std::uint8_t* output, std::size_t count, std::uint32_t level);
 
+/// A run of `count` pixels blended from source to target by a weight that moves along it: pixel i takes
+/// w = clamp((start + i × step) >> 16, 0, 256) of the target, out = s + (((t − s) × w) >> 8) per byte.
+/// Portable form.
+void BlendRampPortable(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
+                       std::int32_t count, std::int64_t start, std::int64_t step);
+/// The same with SSE2, bit for bit, under the same conditions as CrossFadeBytesSse2.
+void BlendRampSse2(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
+                   std::int32_t count, std::int64_t start, std::int64_t step);
+/// The fastest of the two forms this processor runs, chosen once per frame: runs are short and many.
+using BlendRampForm = void (*)(const std::uint8_t* source, const std::uint8_t* target, std::uint8_t* output,
+                               std::int32_t count, std::int64_t start, std::int64_t step);
+BlendRampForm BlendRamp();
+
 /// A run of pixels of one row that shows one picture.
 struct ColourRun
 {

@@ -294,25 +294,23 @@ void RenderGradientDissolve(const Frame& f)
     const std::int64_t front = (kOne + kSoft) * f.n / f.d; // The band's leading edge.
     // g = (x / w + rowFromTop / h) / 2, stepping by kOne / (2w) per column.
     const std::int64_t perColumn = kOne / (2 * static_cast<std::int64_t>(f.w));
+    const BlendRampForm blendRamp = BlendRamp();
     for (std::int32_t r = 0; r < f.h; ++r) {
         const std::uint8_t* source = f.SourceRow(r);
         const std::uint8_t* target = f.TargetRow(r);
         std::uint8_t* out = f.OutputRow(r);
         const std::int64_t rowStart = kOne * (f.h - 1 - r) / (2 * static_cast<std::int64_t>(f.h));
-        // The target's weight, 256 at the top-left and falling along the row.
+        // The target's weight in 16.16, 256 at the top-left and falling along the row.
+        const std::int64_t start = ((front - rowStart) << 16) * 256 / kSoft;
+        const std::int64_t step = -(perColumn << 16) * 256 / kSoft;
         const auto weight = [&](std::int32_t x) {
-            return static_cast<std::int32_t>(
-                std::clamp<std::int64_t>((front - rowStart - perColumn * x) * 256 / kSoft, 0, 256));
+            return std::clamp<std::int64_t>((start + x * step) >> 16, 0, 256);
         };
         const std::int32_t band = FirstAfter(0, f.w, [&](std::int32_t x) { return weight(x) == 256; });
         const std::int32_t rest = FirstAfter(band, f.w, [&](std::int32_t x) { return weight(x) > 0; });
         CopyPixels(out, target, band);
-        for (std::int32_t x = band; x < rest; ++x) {
-            const std::int32_t w = weight(x);
-            for (int byte = x * 4; byte < x * 4 + 4; ++byte)
-                out[byte] =
-                    static_cast<std::uint8_t>(source[byte] + (((target[byte] - source[byte]) * w) >> 8));
-        }
+        const auto at = static_cast<std::size_t>(band) * 4;
+        blendRamp(source + at, target + at, out + at, rest - band, start + band * step, step);
         CopyPixels(out + static_cast<std::size_t>(rest) * 4, source + static_cast<std::size_t>(rest) * 4,
                    f.w - rest);
     }
@@ -391,6 +389,7 @@ void RenderPatternWipe(const Frame& f)
     const std::int64_t cell = pattern.cell;
     // A rim pixel's weight is 256 × its depth inside the diamond / the rim's width, in 16.16.
     const std::int64_t perRim = (std::int64_t{256} << 16) / std::max<std::int64_t>(pattern.band, 1);
+    const BlendRampForm blendRamp = BlendRamp();
     // Cell by cell, so that each cell's diamond is worked out once.
     for (std::int64_t bottom = 0; bottom < f.h; bottom += cell) {
         const auto top = static_cast<std::int32_t>(std::min<std::int64_t>(bottom + cell, f.h));
@@ -423,18 +422,25 @@ void RenderPatternWipe(const Frame& f)
                            coreTo - coreFrom);
                 CopyPixels(out + std::size_t(outerTo) * 4, source + std::size_t(outerTo) * 4,
                            right - outerTo);
-                const auto blend = [&](std::int32_t from, std::int32_t to) {
-                    for (std::int32_t x = from; x < to; ++x) {
-                        const std::int64_t inside = radius - dy - std::abs(2 * std::int64_t{x} + 1 - cx);
-                        const auto weight = static_cast<std::int32_t>(
-                            std::clamp<std::int64_t>((inside * perRim) >> 16, 0, 256));
-                        for (int byte = x * 4; byte < x * 4 + 4; ++byte)
-                            out[byte] = static_cast<std::uint8_t>(
-                                source[byte] + (((target[byte] - source[byte]) * weight) >> 8));
-                    }
+                // A rim pixel's weight is its depth inside the diamond times perRim: it climbs by two
+                // depths a column up to the centre column and falls by two after it.
+                const std::int64_t centre = HalfDown(cx - 1);
+                const auto rim = [&](std::int32_t from, std::int32_t to) {
+                    if (from >= to)
+                        return;
+                    const auto split =
+                        static_cast<std::int32_t>(std::clamp<std::int64_t>(centre + 1, from, to));
+                    const auto at = [&](std::int32_t x) { return std::size_t(x) * 4; };
+                    const auto depth = [&](std::int32_t x) {
+                        return radius - dy - std::abs(2 * std::int64_t{x} + 1 - cx);
+                    };
+                    blendRamp(source + at(from), target + at(from), out + at(from), split - from,
+                              depth(from) * perRim, 2 * perRim);
+                    blendRamp(source + at(split), target + at(split), out + at(split), to - split,
+                              depth(split) * perRim, -2 * perRim);
                 };
-                blend(outerFrom, coreFrom);
-                blend(coreTo, outerTo);
+                rim(outerFrom, coreFrom);
+                rim(coreTo, outerTo);
             }
         }
     }

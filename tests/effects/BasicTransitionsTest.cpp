@@ -588,6 +588,20 @@ TEST(Blends, WideFormsMatchThePortableFormsBitForBit)
             }
         }
     }
+    // The soft edges' ramps: rising, falling and clamped at both ends, over runs with every tail.
+    std::vector<std::uint8_t> rampSource(4 * 67), rampTarget(4 * 67), ramp(4 * 67), rampSse2(4 * 67);
+    for (int round = 0; round < 100; ++round) {
+        for (std::size_t i = 0; i < rampSource.size(); ++i) {
+            rampSource[i] = static_cast<std::uint8_t>(round == 0 ? 0 : random());
+            rampTarget[i] = static_cast<std::uint8_t>(round == 0 ? 255 : random());
+        }
+        const std::int64_t start = static_cast<std::int64_t>(random() % 40000000) - 10000000;
+        const std::int64_t step = static_cast<std::int64_t>(random() % 2000000) - 1000000;
+        const auto count = static_cast<std::int32_t>(random() % 68);
+        BlendRampPortable(rampSource.data(), rampTarget.data(), ramp.data(), count, start, step);
+        BlendRampSse2(rampSource.data(), rampTarget.data(), rampSse2.data(), count, start, step);
+        ASSERT_EQ(rampSse2, ramp) << "round " << round;
+    }
     if (!avx2)
         return;
     std::vector<std::uint8_t> from(4099), to(4099), fast(4099), portable(4099);
