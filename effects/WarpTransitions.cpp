@@ -202,11 +202,115 @@ constexpr Triple kSwirlPresets[kSwirlPresetCount] = {
 };
 constexpr Triple kSwirlQuarters[4] = {{-4, -3, 100}, {-4, 3, 100}, {4, -3, 100}, {4, 3, 100}};
 
-struct SwirlStep
+// A warp that moves smoothly over the picture is worked out only at the nodes of a grid of kCell-pixel
+// cells and followed linearly between them, so a pixel costs two additions and a load. The nodes'
+// sample positions are held inside the region, so every position between them is too.
+struct Mesh
 {
-    Turn source;
-    Turn target;
+    static constexpr std::int32_t kCell = 8;
+    std::int32_t across = 0;        // Nodes per row.
+    std::int32_t down = 0;          // Rows of nodes.
+    std::vector<std::int32_t> x, y; // Per node: where it samples, 16.16 with the half pixel added.
+
+    // The node positions of a side of `length` pixels from `first`: every kCell-th and the last.
+    static std::int32_t Nodes(std::int32_t length)
+    {
+        return std::max(2, (length - 1 + kCell - 1) / kCell + 1);
+    }
+    static std::int32_t At(std::int32_t first, std::int32_t length, std::int32_t node)
+    {
+        return first + std::min(node * kCell, std::max(0, length - 1));
+    }
+    void Make(const Region& g)
+    {
+        across = Nodes(g.w);
+        down = Nodes(g.h);
+        x.assign(static_cast<std::size_t>(across) * static_cast<std::size_t>(down), 0);
+        y.assign(x.size(), 0);
+    }
+    // Sets a node from a position in pixels, held inside the region.
+    void Set(const Region& g, std::size_t node, double px, double pr)
+    {
+        x[node] = static_cast<std::int32_t>(
+            std::clamp(std::floor((px + 0.5) * 65536), g.x0 * 65536.0, (g.x0 + g.w) * 65536.0 - 1));
+        y[node] = static_cast<std::int32_t>(
+            std::clamp(std::floor((pr + 0.5) * 65536), g.r0 * 65536.0, (g.r0 + g.h) * 65536.0 - 1));
+    }
 };
+
+// One mesh's positions down the left edges of a row of cells: where each node column stands on the
+// current pixel row, and how far it moves per row. Sized at init.
+struct MeshColumns
+{
+    std::vector<std::int32_t> x, y, stepX, stepY;
+    std::size_t count = 0; // The node columns of the mesh being walked.
+    void Make(std::int32_t across)
+    {
+        for (auto* v : {&x, &y, &stepX, &stepY})
+            v->assign(static_cast<std::size_t>(across), 0);
+    }
+    // Starts the cell row between node rows j and j + 1, `tall` pixel rows apart.
+    void Start(const Mesh& m, std::int32_t j, std::int32_t tall)
+    {
+        const std::size_t top = static_cast<std::size_t>(j) * static_cast<std::size_t>(m.across);
+        count = std::min(x.size(), static_cast<std::size_t>(m.across));
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t below = top + i, above = below + static_cast<std::size_t>(m.across);
+            x[i] = m.x[below];
+            y[i] = m.y[below];
+            // Truncated steps keep every row's position between the two nodes'.
+            stepX[i] = (m.x[above] - m.x[below]) / tall;
+            stepY[i] = (m.y[above] - m.y[below]) / tall;
+        }
+    }
+    void NextRow()
+    {
+        for (std::size_t i = 0; i < count; ++i) {
+            x[i] += stepX[i];
+            y[i] += stepY[i];
+        }
+    }
+};
+
+// Walks the region's pixels through two meshes (or one mesh twice): `draw(out, index0, index1)` gets
+// each pixel's output and its sample indices in the pictures.
+template <typename Draw>
+void WalkMeshes(const Frame& f, const Region& g, const Mesh& m0, const Mesh& m1, MeshColumns& c0,
+                MeshColumns& c1, Draw draw)
+{
+    const auto width = static_cast<std::size_t>(f.w);
+    for (std::int32_t j = 0; j + 1 < m0.down; ++j) {
+        const std::int32_t top = Mesh::At(g.r0, g.h, j), bottom = Mesh::At(g.r0, g.h, j + 1);
+        const std::int32_t lastRow = j + 2 == m0.down ? bottom : bottom - 1;
+        c0.Start(m0, j, std::max(1, bottom - top));
+        c1.Start(m1, j, std::max(1, bottom - top));
+        for (std::int32_t r = top; r <= lastRow; ++r, c0.NextRow(), c1.NextRow()) {
+            std::uint32_t* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
+            for (std::int32_t i = 0; i + 1 < m0.across; ++i) {
+                const auto left = static_cast<std::size_t>(i), right = left + 1;
+                const std::int32_t first = Mesh::At(g.x0, g.w, i), next = Mesh::At(g.x0, g.w, i + 1);
+                const std::int32_t last = i + 2 == m0.across ? next : next - 1;
+                // Truncated steps again; whole cells divide by a constant.
+                const std::int32_t wide = next - first;
+                const auto step = [&](std::int32_t from, std::int32_t to) {
+                    return wide == Mesh::kCell ? (to - from) / Mesh::kCell : (to - from) / std::max(1, wide);
+                };
+                std::int32_t x0 = c0.x[left], y0 = c0.y[left], x1 = c1.x[left], y1 = c1.y[left];
+                const std::int32_t dx0 = step(x0, c0.x[right]), dy0 = step(y0, c0.y[right]);
+                const std::int32_t dx1 = step(x1, c1.x[right]), dy1 = step(y1, c1.y[right]);
+                for (std::int32_t px = first; px <= last; ++px) {
+                    draw(out + px,
+                         static_cast<std::size_t>(y0 >> 16) * width + static_cast<std::size_t>(x0 >> 16),
+                         static_cast<std::size_t>(y1 >> 16) * width + static_cast<std::size_t>(x1 >> 16));
+                    x0 += dx0;
+                    y0 += dy0;
+                    x1 += dx1;
+                    y1 += dy1;
+                }
+            }
+        }
+    }
+}
 
 // From init to release (the playback thread's, as every transition's state is).
 struct SwirlState
@@ -216,12 +320,14 @@ struct SwirlState
     int regionCount = 0;
     Region regions[4];
     Triple triples[4] = {};
-    RadiusMap radius;
-    std::vector<SwirlStep> table; // One frame's turns per distance step, refilled for each region.
+    Mesh source[4]; // One frame's sample positions per region.
+    Mesh target[4];
+    MeshColumns sourceColumns; // Scratch for the walk, sized for the widest region.
+    MeshColumns targetColumns;
 };
 thread_local SwirlState swirl;
 
-void DrawSwirl(const Frame& f, const Region& g, const Triple& triple, std::int32_t limit)
+void DrawSwirl(const Frame& f, const Region& g, const Triple& triple, Mesh& sourceMesh, Mesh& targetMesh)
 {
     if (g.Empty())
         return;
@@ -229,33 +335,40 @@ void DrawSwirl(const Frame& f, const Region& g, const Triple& triple, std::int32
     const double sourceWound = Smooth(t / 0.6);
     const double targetWound = 1 - Smooth((t - 0.4) / 0.6);
     const auto weight = static_cast<std::uint32_t>(std::lround(256 * Smooth((t - 0.35) / 0.3)));
-    // Samples are turned back by the angle the picture shows turned by.
-    for (std::int32_t i = 0; i <= limit; ++i) {
-        const double near = 1 - static_cast<double>(i) / limit;
-        const double falloff = near * near / 2; // Half turns to turns.
-        swirl.table[static_cast<std::size_t>(i)] = {TurnBy(-triple.a * falloff * sourceWound),
-                                                    TurnBy(triple.b * falloff * targetWound)};
+    const double radius = std::max(1.0, g.HalfDiagonal() * triple.c / 100);
+    const double cx = (static_cast<double>(g.CentreX2()) - 1) / 2,
+                 cr = (static_cast<double>(g.CentreR2()) - 1) / 2;
+    for (std::int32_t j = 0; j < sourceMesh.down; ++j) {
+        const double dr = Mesh::At(g.r0, g.h, j) - cr;
+        for (std::int32_t i = 0; i < sourceMesh.across; ++i) {
+            const double dx = Mesh::At(g.x0, g.w, i) - cx;
+            const double near = std::max(0.0, 1 - std::sqrt(dx * dx + dr * dr) / radius);
+            const double falloff = near * near / 2; // Half turns to turns.
+            // Samples are turned back by the angle the picture shows turned by.
+            const Turn back = TurnBy(-triple.a * falloff * sourceWound);
+            const Turn on = TurnBy(triple.b * falloff * targetWound);
+            const std::size_t node =
+                static_cast<std::size_t>(j) * static_cast<std::size_t>(sourceMesh.across) +
+                static_cast<std::size_t>(i);
+            sourceMesh.Set(g, node, cx + (dx * back.cos - dr * back.sin) / 65536,
+                           cr + (dx * back.sin + dr * back.cos) / 65536);
+            targetMesh.Set(g, node, cx + (dx * on.cos - dr * on.sin) / 65536,
+                           cr + (dx * on.sin + dr * on.cos) / 65536);
+        }
     }
     const std::uint32_t* source = Pixels(f.source);
     const std::uint32_t* target = Pixels(f.target);
-    for (std::int32_t r = g.r0; r < g.r0 + g.h; ++r) {
-        const std::int64_t dr2 = 2 * static_cast<std::int64_t>(r) + 1 - g.CentreR2();
-        const std::size_t rowStart = static_cast<std::size_t>(r) * static_cast<std::size_t>(f.w);
-        const std::uint16_t* steps = swirl.radius.steps.data() + rowStart;
-        const std::uint32_t* sourceRow = source + rowStart;
-        const std::uint32_t* targetRow = target + rowStart;
-        auto* out = reinterpret_cast<std::uint32_t*>(f.output) + rowStart;
-        std::int64_t dx2 = 1 - static_cast<std::int64_t>(g.w);
-        for (std::int32_t x = g.x0; x < g.x0 + g.w; ++x, dx2 += 2) {
-            const SwirlStep& step = swirl.table[steps[x]];
-            std::uint32_t from = 0, to = 0;
-            if (weight < 256)
-                from = step.source.Still() ? sourceRow[x] : SampleTurned(f, source, g, dx2, dr2, step.source);
-            if (weight > 0)
-                to = step.target.Still() ? targetRow[x] : SampleTurned(f, target, g, dx2, dr2, step.target);
-            out[x] = weight == 0 ? from : weight == 256 ? to : Blend(from, to, weight);
-        }
-    }
+    if (weight == 0)
+        WalkMeshes(f, g, sourceMesh, sourceMesh, swirl.sourceColumns, swirl.targetColumns,
+                   [&](std::uint32_t* out, std::size_t from, std::size_t) { *out = source[from]; });
+    else if (weight == 256)
+        WalkMeshes(f, g, targetMesh, targetMesh, swirl.sourceColumns, swirl.targetColumns,
+                   [&](std::uint32_t* out, std::size_t to, std::size_t) { *out = target[to]; });
+    else
+        WalkMeshes(f, g, sourceMesh, targetMesh, swirl.sourceColumns, swirl.targetColumns,
+                   [&](std::uint32_t* out, std::size_t from, std::size_t to) {
+                       *out = Blend(source[from], target[to], weight);
+                   });
 }
 
 void RenderSwirl(const Frame& f)
@@ -263,24 +376,24 @@ void RenderSwirl(const Frame& f)
     if (DrawEnd(f, f.Percent()) || swirl.w != f.w || swirl.h != f.h || swirl.regionCount == 0)
         return;
     for (int i = 0; i < swirl.regionCount; ++i)
-        DrawSwirl(f, swirl.regions[i], swirl.triples[i], swirl.radius.limits[i]);
+        DrawSwirl(f, swirl.regions[i], swirl.triples[i], swirl.source[i], swirl.target[i]);
 }
 
-// Makes the swirl's tables for the whole picture (one triple) or its quarters (four).
+// Makes the swirl's meshes for the whole picture (one triple) or its quarters (four).
 void MakeSwirl(const Frame& f, std::span<const Triple> triples)
 {
     swirl = {};
     swirl.w = f.w;
     swirl.h = f.h;
     swirl.regionCount = Regions(f.w, f.h, triples.size() == 4, swirl.regions);
-    double limits[4] = {};
     for (int i = 0; i < swirl.regionCount; ++i) {
         swirl.triples[i] = triples[static_cast<std::size_t>(i)];
-        limits[i] = std::max(1.0, swirl.regions[i].HalfDiagonal() * swirl.triples[i].c / 100);
+        swirl.source[i].Make(swirl.regions[i]);
+        swirl.target[i].Make(swirl.regions[i]);
     }
-    const auto count = static_cast<std::size_t>(swirl.regionCount);
-    swirl.radius.Make(f.w, f.h, std::span(swirl.regions, count), std::span(limits, count));
-    swirl.table.resize(static_cast<std::size_t>(swirl.radius.LargestLimit()) + 1);
+    const std::int32_t widest = std::max(swirl.source[0].across, swirl.source[swirl.regionCount - 1].across);
+    swirl.sourceColumns.Make(widest);
+    swirl.targetColumns.Make(widest);
 }
 
 // The spiral. For a triple (a, b, c):
