@@ -3,6 +3,7 @@
 #include "effects/BasicTransitions.h"
 #include "effects/FlatTransitions.h"
 #include "effects/TextEffects.h"
+#include "effects/WarpTransitions.h"
 
 namespace lumenar::effects {
 
@@ -41,13 +42,13 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(118, CutAtHalf, "PictureEffect18", 0x10, 0, 19, Built::NotYet),     // 19
     Row(119, CutAtHalf, "PictureEffect18", 0x40, 0, 19, Built::NotYet),     // 20
     Row(120, CutAtHalf, "PictureEffect18", 0x04, 0, 19, Built::NotYet),     // 21
-    Row(57, CutAtHalf, "PictureEffect22", 0x00, 0, 19, Built::NotYet),      // 22
+    Row(57, Ripple, "PictureEffect22", 0x00, 0, 19, Built::Yes),            // 22
     Row(5, Split, "PictureEffect23", 0x00, 0, 19, Built::Yes),              // 23
-    Row(52, CutAtHalf, "PictureEffect24", 0x00, 1, 19, Built::NotYet),      // 24
+    Row(52, Swirl, "PictureEffect24", 0x00, 1, 19, Built::Yes),             // 24
     Row(54, Checkerboard, "PictureEffect25", 0x00, 0, 19, Built::Yes),      // 25
-    Row(53, CutAtHalf, "PictureEffect26", 0x00, 1, 19, Built::NotYet),      // 26
-    Row(55, CutAtHalf, "PictureEffect27", 0x00, 0, 19, Built::NotYet),      // 27
-    Row(56, CutAtHalf, "PictureEffect28", 0x00, 0, 19, Built::NotYet),      // 28
+    Row(53, Spiral, "PictureEffect26", 0x00, 1, 19, Built::Yes),            // 26
+    Row(55, SwirlQuarters, "PictureEffect27", 0x00, 0, 19, Built::Yes),     // 27
+    Row(56, SpiralQuarters, "PictureEffect28", 0x00, 0, 19, Built::Yes),    // 28
     Row(60, Iris, "PictureEffect29", 0x00, 0, 19, Built::Yes),              // 29
     Row(61, Mosaic, "PictureEffect30", 0x00, 4, 19, Built::Yes),            // 30
     Row(62, Mosaic, "PictureEffect30", 0x00, 8, 19, Built::Yes),            // 31
@@ -107,7 +108,7 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(6, Squeeze, "PictureEffect85", 0x00, 0, 19, Built::Yes),            // 85
     Row(58, CutAtHalf, "PictureEffect86", 0x00, 0, 19, Built::NotYet),      // 86
     Row(7, StretchAcross, "PictureEffect87", 0x00, 0, 19, Built::Yes),      // 87
-    Row(97, CutAtHalf, "PictureEffect88", 0x00, 0, 19, Built::NotYet),      // 88
+    Row(97, Melt, "PictureEffect88", 0x00, 0, 19, Built::Yes),              // 88
     Row(35, Burst, "PictureEffect89", 0x00, 1, 19, Built::Yes),             // 89
     Row(59, Bounce, "PictureEffect90", 0x00, 0, 19, Built::Yes),            // 90
     Row(66, Wave, "PictureEffect91", 0x01, 1, 19, Built::Yes),              // 91

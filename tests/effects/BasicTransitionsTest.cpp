@@ -4,6 +4,7 @@
 #include "effects/EffectRegistry.h"
 #include "effects/FlatTransitions.h"
 #include "effects/Random.h"
+#include "effects/WarpTransitions.h"
 #include "platform/Cpu.h"
 #include "tests/support/TaggedPictures.h"
 
@@ -451,6 +452,146 @@ TEST(CrossFade, Sse2MatchesThePortableFormBitForBit)
             CrossFadeBytesPortable(source.data(), target.data(), slow.data(), source.size(), a);
             ASSERT_EQ(fast, slow) << "round " << round << " a " << a;
         }
+    }
+}
+
+// One use of a warp: init, a render at `n` percent, release.
+std::vector<std::uint8_t> UseOnce(Pictures& p, EffectProc proc, int n)
+{
+    EffectParams block = p.Block(0, 100);
+    proc(EffectInit, &block);
+    p.Run(proc, n, 100);
+    proc(EffectRelease, nullptr);
+    return p.output;
+}
+
+// The swirl and the spiral take the next preset at every release and come back to the first after a
+// whole list (the index is the process's, so the test starts wherever it stands); the quarters keep
+// theirs.
+TEST(Warps, PresetsAdvanceAtEveryReleaseAndWrap)
+{
+    struct Row
+    {
+        const char* name;
+        EffectProc proc;
+        int presets;
+    } rows[] = {{"swirl", Swirl, kSwirlPresetCount},
+                {"spiral", Spiral, kSpiralPresetCount},
+                {"swirl quarters", SwirlQuarters, 1},
+                {"spiral quarters", SpiralQuarters, 1}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Pictures p(40, 30);
+        const auto first = UseOnce(p, row.proc, 50);
+        auto previous = first;
+        for (int use = 1; use <= row.presets; ++use) {
+            const auto frame = UseOnce(p, row.proc, 50);
+            if (use == row.presets)
+                EXPECT_EQ(frame, first) << "after " << use << " releases";
+            else
+                EXPECT_NE(frame, previous) << "use " << use;
+            previous = frame;
+        }
+    }
+}
+
+// A quarter draws from itself alone: changing the source in one quarter changes the output there and
+// nowhere else. Odd sizes put the split at half the size rounded down.
+TEST(Warps, QuartersDrawEachQuarterOnItsOwn)
+{
+    struct Quarter
+    {
+        const char* name;
+        bool right, above;
+    } quarters[] = {
+        {"origin", false, false}, {"above", false, true}, {"right", true, false}, {"opposite", true, true}};
+    for (EffectProc proc : {SwirlQuarters, SpiralQuarters}) {
+        for (const Quarter& quarter : quarters) {
+            SCOPED_TRACE(::testing::Message()
+                         << (proc == SwirlQuarters ? "swirl " : "spiral ") << quarter.name);
+            Pictures p(21, 17);
+            const auto plain = UseOnce(p, proc, 40);
+            const auto inside = [&](int x, int r) {
+                return (x >= 10) == quarter.right && (r >= 8) == quarter.above;
+            };
+            for (int r = 0; r < p.h; ++r)
+                for (int x = 0; x < p.w; ++x)
+                    if (inside(x, r))
+                        p.source[(static_cast<std::size_t>(r) * p.w + x) * 4 + 2] = 'X';
+            const auto changed = UseOnce(p, proc, 40);
+            int differing = 0;
+            for (int r = 0; r < p.h; ++r) {
+                for (int x = 0; x < p.w; ++x) {
+                    const std::size_t at = (static_cast<std::size_t>(r) * p.w + x) * 4 + 2;
+                    if (inside(x, r))
+                        differing += changed[at] != plain[at];
+                    else
+                        ASSERT_EQ(changed[at], plain[at]) << "outside the quarter at " << x << "," << r;
+                }
+            }
+            EXPECT_GT(differing, 0);
+        }
+    }
+}
+
+// The melt: each column has dropped as one piece, the source moved down by the column's fall and the
+// target above it; the falls come from the seeded generator, so a seed repeats them exactly.
+TEST(Warps, MeltDropsWholeColumnsAndRepeatsWithASeed)
+{
+    for (int percent : {30, 60, 90}) {
+        SCOPED_TRACE(percent);
+        Pictures p(50, 40);
+        SeedRandom(11);
+        const auto frame = UseOnce(p, Melt, percent);
+        SeedRandom(11);
+        EXPECT_EQ(UseOnce(p, Melt, percent), frame);
+        SeedRandom(12);
+        EXPECT_NE(UseOnce(p, Melt, percent), frame);
+        SeedRandom(11);
+        UseOnce(p, Melt, percent);
+        int fallen = 0;
+        for (int x = 0; x < p.w; ++x) {
+            // Memory row 0 is the bottom: the source's row `drop` has fallen to it.
+            const std::uint8_t* bottom = &p.output[static_cast<std::size_t>(x) * 4];
+            const int drop = bottom[2] == kSource ? bottom[1] : p.h;
+            fallen += drop > 0;
+            for (int r = 0; r < p.h; ++r)
+                ASSERT_EQ(p.From(x, r), r + drop < p.h ? At('S', x, r + drop) : At('T', x, r))
+                    << x << "," << r;
+        }
+        EXPECT_GT(fallen, 0);
+    }
+}
+
+// Which picture shows where, for the warps that move pixels too far to name the sample exactly.
+TEST(Warps, ThePictureEachPartShows)
+{
+    struct Row
+    {
+        const char* name;
+        EffectProc proc;
+        int n, x, r;
+        std::uint8_t tag;
+    } rows[] = {
+        {"ripple starts at the centre", Ripple, 20, 30, 20, kTarget},
+        {"ripple has not reached the corner", Ripple, 20, 0, 0, kSource},
+        {"ripple has passed the corner", Ripple, 85, 59, 39, kTarget},
+        {"swirl still winds the source", Swirl, 20, 5, 5, kSource},
+        {"swirl unwinds the target", Swirl, 80, 55, 35, kTarget},
+        {"swirl quarters, early", SwirlQuarters, 20, 45, 10, kSource},
+        {"swirl quarters, late", SwirlQuarters, 80, 15, 30, kTarget},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        // Red 0 in the source and 255 in the target: the ripple's light moves it by less than half.
+        Pictures p(60, 40);
+        for (std::size_t i = 2; i < p.source.size(); i += 4) {
+            p.source[i] = 0;
+            p.target[i] = 255;
+        }
+        UseOnce(p, row.proc, row.n);
+        EXPECT_EQ(p.output[(static_cast<std::size_t>(row.r) * p.w + row.x) * 4 + 2] >= 128,
+                  row.tag == kTarget);
     }
 }
 
