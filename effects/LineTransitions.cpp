@@ -1,0 +1,208 @@
+#include "effects/LineTransitions.h"
+
+#include "effects/TransitionFrame.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
+namespace lumenar::effects {
+
+namespace {
+
+constexpr std::uint32_t kFourthByte = 0xFF000000u;
+constexpr std::uint32_t kColourBytes = 0x00FFFFFFu;
+
+// One output row squeezed by `inset` pixels from each side: the whole picture row is sampled into the
+// columns between, and the sides turn black. Only the colour bytes are written.
+void SqueezeRow(const std::uint32_t* from, std::uint32_t* out, std::int32_t w, std::int32_t inset)
+{
+    const std::int32_t width = w - 2 * inset;
+    for (std::int32_t x = 0; x < inset; ++x) {
+        out[x] &= kFourthByte;
+        out[w - 1 - x] &= kFourthByte;
+    }
+    if (inset == 0) {
+        for (std::int32_t x = 0; x < w; ++x)
+            out[x] = (out[x] & kFourthByte) | (from[x] & kColourBytes);
+        return;
+    }
+    if (width <= 0)
+        return;
+    // Each output pixel takes the picture pixel under its centre: 16.16 steps of w / width from half a
+    // step in, so both edges of the row are sampled alike and the last sample stays below w.
+    const std::int64_t step = (static_cast<std::int64_t>(w) << 16) / width;
+    std::int64_t at = step / 2;
+    std::uint32_t* squeezed = out + inset;
+    for (std::int32_t x = 0; x < width; ++x, at += step)
+        squeezed[x] = (squeezed[x] & kFourthByte) | (from[at >> 16] & kColourBytes);
+}
+
+void RenderSqueezeThrough(const Frame& f)
+{
+    // The picture is pulled through a pinch, the way sand runs through the waist of an hourglass: the
+    // pinch's row runs from h rows above the top edge to h rows below the bottom one, and a row d rows
+    // short of h away from it is squeezed by d² × (w / 2) / h² on each side, down to nothing at the pinch.
+    // So the three spans of h positions are the pinch coming in (the source's top rows narrow into it),
+    // crossing (the source below it, the target above), and going out (the target's bottom rows widen
+    // back). A squeezed row keeps the whole picture row, compressed, as squeezing something does; beside
+    // it is black, the room the pinch has taken. Rows far from the pinch are copied unchanged, so 0 %
+    // shows the source and 100 % the target.
+    const std::int64_t h = f.h;
+    const std::int64_t position = static_cast<std::int64_t>(f.Percent()) * 3 * h / 100;
+    const std::int64_t pinch = position - h; // Screen row counted from the top.
+    const std::int64_t halfWidth = f.w / 2;
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        const std::int64_t y = h - 1 - r; // Memory rows are stored bottom row first.
+        const std::int64_t d = std::max<std::int64_t>(0, h - std::abs(y - pinch));
+        // d² × (w / 2) <= h × (w × h) / 2 stays far inside 64 bits for every picture size we accept.
+        const auto inset = static_cast<std::int32_t>(d * d * halfWidth / (h * h));
+        const std::uint8_t* from = y < pinch ? f.TargetRow(r) : f.SourceRow(r);
+        SqueezeRow(reinterpret_cast<const std::uint32_t*>(from),
+                   reinterpret_cast<std::uint32_t*>(f.OutputRow(r)), f.w, inset);
+    }
+}
+
+// One diagonal line of the flip wave as one frame draws it: where it starts, how long it is, which
+// picture it shows and which of its pixels that picture fills.
+struct FlipLine
+{
+    std::size_t
+        origin; // Index of its first pixel (in the bottom row or at the left edge, or right when mirrored).
+    std::int32_t r0;     // Row of its first pixel.
+    std::int32_t length; // Pixels.
+    std::int32_t first;  // Position of the first drawn pixel; the ones before it are black.
+    std::int32_t drawn;  // Drawn pixels; the ones after them are black.
+    std::int64_t step;   // 16.16 step through the whole line per drawn pixel.
+    bool fromTarget;
+};
+
+// The flip wave from init to release: the pictures' size it was made for, the wave's length n, its
+// profile, the mirror bit, and room for one frame's lines so that a frame allocates nothing. A
+// transition's init, frames and release run on one playback thread, and each player has its own: the
+// state is the thread's.
+struct FlipWaveState
+{
+    std::int32_t w = 0;
+    std::int32_t h = 0;
+    std::int32_t n = 0;
+    bool mirrored = false;
+    std::vector<std::int32_t> profile;
+    std::vector<FlipLine> lines;
+
+    bool Fits(const Frame& f) const { return !profile.empty() && w == f.w && h == f.h; }
+};
+thread_local FlipWaveState flipWave;
+
+void PlaceFlipLines(const Frame& f, FlipWaveState& wave)
+{
+    const std::int64_t w = f.w, h = f.h;
+    const std::int64_t position = (wave.n + w + h) * f.n / f.d;
+    // Line j holds the pixels with x − r = w − 1 − j (x counted from the right when mirrored): line 0 is
+    // the bottom corner, and the wave reaches line j j positions after line 0.
+    for (std::int64_t j = 0; j < w + h - 1; ++j) {
+        const std::int64_t c = w - 1 - j;
+        const std::int64_t x0 = std::max<std::int64_t>(c, 0), r0 = std::max<std::int64_t>(-c, 0);
+        const std::int64_t length = std::min(w - x0, h - r0);
+        const auto index = static_cast<std::int32_t>(std::clamp<std::int64_t>(position - j, 0, wave.n));
+        const std::int64_t scale = wave.profile[static_cast<std::size_t>(index)];
+        // The pixel whose centre is nearest, along the line, to the picture's other diagonal (from the
+        // top-left corner to the bottom-right one, h x + w r = w h): it stays put while the line shrinks.
+        const std::int64_t cross = std::clamp<std::int64_t>(h * (w - c) / (w + h) - r0, 0, length - 1);
+        const std::int64_t drawn = length * scale >> 16;
+        FlipLine& line = wave.lines[static_cast<std::size_t>(j)];
+        line.origin = static_cast<std::size_t>(r0 * w + (wave.mirrored ? w - 1 - x0 : x0));
+        line.r0 = static_cast<std::int32_t>(r0);
+        line.length = static_cast<std::int32_t>(length);
+        line.first = static_cast<std::int32_t>(cross - (cross * scale >> 16));
+        line.drawn = static_cast<std::int32_t>(drawn);
+        line.step = drawn > 0 ? (length << 16) / drawn : 0;
+        line.fromTarget = index >= wave.n / 2;
+    }
+}
+
+void RenderDiagonalFlipWave(const Frame& f)
+{
+    FlipWaveState& wave = flipWave;
+    if (!wave.Fits(f)) {
+        // No profile for these pictures: only the ends can be drawn.
+        if (f.n == f.d)
+            f.CopyTarget();
+        else if (f.n == 0)
+            f.CopySource();
+        return;
+    }
+    PlaceFlipLines(f, wave);
+    // Neighbouring pixels of a line are one row up and one column right (left when mirrored).
+    const auto along = static_cast<std::size_t>(wave.mirrored ? f.w - 1 : f.w + 1);
+    const auto* source = reinterpret_cast<const std::uint32_t*>(f.source);
+    const auto* target = reinterpret_cast<const std::uint32_t*>(f.target);
+    auto* output = reinterpret_cast<std::uint32_t*>(f.output);
+    // Walking each line from end to end touches a new row at every pixel; walking the lines' pieces in
+    // bands of rows keeps the rows of one band in the cache while all lines pass through it.
+    constexpr std::int32_t kBand = 16;
+    for (std::int32_t bandFirst = 0; bandFirst < f.h; bandFirst += kBand) {
+        const std::int32_t bandEnd = std::min(f.h, bandFirst + kBand);
+        for (const FlipLine& line : wave.lines) {
+            std::int32_t t = std::max(0, bandFirst - line.r0);
+            const std::int32_t end = std::min(line.length, bandEnd - line.r0);
+            if (t >= end)
+                continue;
+            std::uint32_t* out = output + line.origin;
+            const std::uint32_t* in = (line.fromTarget ? target : source) + line.origin;
+            std::size_t at = static_cast<std::size_t>(t) * along;
+            for (const std::int32_t black = std::min(line.first, end); t < black; ++t, at += along)
+                out[at] = 0;
+            const std::int32_t drawnEnd = std::min(line.first + line.drawn, end);
+            for (std::int64_t sample = (t - line.first) * line.step; t < drawnEnd;
+                 ++t, at += along, sample += line.step)
+                out[at] = in[static_cast<std::size_t>(sample >> 16) * along];
+            for (; t < end; ++t, at += along)
+                out[at] = 0;
+        }
+    }
+}
+
+} // namespace
+
+std::vector<std::int32_t> FlipWaveProfile(std::int32_t n)
+{
+    if (n <= 0)
+        return {65536};
+    std::vector<std::int32_t> profile(static_cast<std::size_t>(n) + 1);
+    const std::int64_t reciprocal = (std::int64_t{1} << 32) / n;
+    for (std::int64_t i = 0; i <= n; ++i) {
+        // k runs from 0 at the ends to (about) 65536 in the middle; the scale is 1 − k² in 16.16.
+        const std::int64_t k = ((n - std::abs(2 * i - n)) * reciprocal) >> 16;
+        profile[static_cast<std::size_t>(i)] = static_cast<std::int32_t>(65536 - (k * k >> 16));
+    }
+    return profile;
+}
+
+std::int32_t DiagonalFlipWave(std::uint32_t message, void* params)
+{
+    if (message == EffectInit) {
+        if (const auto frame = ReadFrame(params)) {
+            flipWave.w = frame->w;
+            flipWave.h = frame->h;
+            flipWave.n = static_cast<std::int32_t>(0.7 * (static_cast<double>(frame->w) + frame->h));
+            flipWave.profile = FlipWaveProfile(flipWave.n);
+            flipWave.lines.resize(static_cast<std::size_t>(frame->w) + static_cast<std::size_t>(frame->h) -
+                                  1);
+            flipWave.mirrored = (Rand() & 1) != 0;
+        }
+        return 0;
+    }
+    if (message == EffectRelease) {
+        flipWave = {};
+        return 0;
+    }
+    return Stateless<RenderDiagonalFlipWave>(message, params);
+}
+
+std::int32_t SqueezeThrough(std::uint32_t message, void* params)
+{
+    return Stateless<RenderSqueezeThrough>(message, params);
+}
+
+} // namespace lumenar::effects
