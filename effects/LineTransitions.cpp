@@ -1,6 +1,7 @@
 #include "effects/LineTransitions.h"
 
 #include "effects/TransitionFrame.h"
+#include "platform/Cpu.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -12,31 +13,6 @@ namespace {
 
 constexpr std::uint32_t kFourthByte = 0xFF000000u;
 constexpr std::uint32_t kColourBytes = 0x00FFFFFFu;
-
-// One output row squeezed by `inset` pixels from each side: the whole picture row is sampled into the
-// columns between, and the sides turn black. Only the colour bytes are written.
-void SqueezeRow(const std::uint32_t* from, std::uint32_t* out, std::int32_t w, std::int32_t inset)
-{
-    const std::int32_t width = w - 2 * inset;
-    for (std::int32_t x = 0; x < inset; ++x) {
-        out[x] &= kFourthByte;
-        out[w - 1 - x] &= kFourthByte;
-    }
-    if (inset == 0) {
-        for (std::int32_t x = 0; x < w; ++x)
-            out[x] = (out[x] & kFourthByte) | (from[x] & kColourBytes);
-        return;
-    }
-    if (width <= 0)
-        return;
-    // Each output pixel takes the picture pixel under its centre: 16.16 steps of w / width from half a
-    // step in, so both edges of the row are sampled alike and the last sample stays below w.
-    const std::int64_t step = (static_cast<std::int64_t>(w) << 16) / width;
-    std::int64_t at = step / 2;
-    std::uint32_t* squeezed = out + inset;
-    for (std::int32_t x = 0; x < width; ++x, at += step)
-        squeezed[x] = (squeezed[x] & kFourthByte) | (from[at >> 16] & kColourBytes);
-}
 
 void RenderSqueezeThrough(const Frame& f)
 {
@@ -52,14 +28,19 @@ void RenderSqueezeThrough(const Frame& f)
     const std::int64_t position = static_cast<std::int64_t>(f.Percent()) * 3 * h / 100;
     const std::int64_t pinch = position - h; // Screen row counted from the top.
     const std::int64_t halfWidth = f.w / 2;
+    const bool sse2 = SqueezeRowSse2Built() && platform::Simd().sse2;
     for (std::int32_t r = 0; r < f.h; ++r) {
         const std::int64_t y = h - 1 - r; // Memory rows are stored bottom row first.
         const std::int64_t d = std::max<std::int64_t>(0, h - std::abs(y - pinch));
         // d² × (w / 2) <= h × (w × h) / 2 stays far inside 64 bits for every picture size we accept.
         const auto inset = static_cast<std::int32_t>(d * d * halfWidth / (h * h));
         const std::uint8_t* from = y < pinch ? f.TargetRow(r) : f.SourceRow(r);
-        SqueezeRow(reinterpret_cast<const std::uint32_t*>(from),
-                   reinterpret_cast<std::uint32_t*>(f.OutputRow(r)), f.w, inset);
+        const auto* in = reinterpret_cast<const std::uint32_t*>(from);
+        auto* out = reinterpret_cast<std::uint32_t*>(f.OutputRow(r));
+        if (sse2)
+            SqueezeRowSse2(in, out, f.w, inset);
+        else
+            SqueezeRowPortable(in, out, f.w, inset);
     }
 }
 
@@ -67,8 +48,7 @@ void RenderSqueezeThrough(const Frame& f)
 // picture it shows and which of its pixels that picture fills.
 struct FlipLine
 {
-    std::size_t
-        origin; // Index of its first pixel (in the bottom row or at the left edge, or right when mirrored).
+    std::size_t origin;  // Index of its first pixel, in the bottom row or at the line's starting edge.
     std::int32_t r0;     // Row of its first pixel.
     std::int32_t length; // Pixels.
     std::int32_t first;  // Position of the first drawn pixel; the ones before it are black.
@@ -164,6 +144,25 @@ void RenderDiagonalFlipWave(const Frame& f)
 }
 
 } // namespace
+
+void SqueezeRowPortable(const std::uint32_t* from, std::uint32_t* out, std::int32_t w, std::int32_t inset)
+{
+    const std::int32_t width = w - 2 * inset;
+    for (std::int32_t x = 0; x < inset; ++x) {
+        out[x] &= kFourthByte;
+        out[inset + width + x] &= kFourthByte;
+    }
+    if (width <= 0)
+        return;
+    // Each output pixel takes the picture pixel under its centre: 16.16 steps of w / width from half a
+    // step in, so both edges of the row are sampled alike and the last sample stays below w. Unsqueezed,
+    // that is the row itself.
+    const std::int64_t step = (static_cast<std::int64_t>(w) << 16) / width;
+    std::int64_t at = step / 2;
+    std::uint32_t* squeezed = out + inset;
+    for (std::int32_t x = 0; x < width; ++x, at += step)
+        squeezed[x] = (squeezed[x] & kFourthByte) | (from[at >> 16] & kColourBytes);
+}
 
 std::vector<std::int32_t> FlipWaveProfile(std::int32_t n)
 {

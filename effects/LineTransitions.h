@@ -22,6 +22,15 @@ std::int32_t SqueezeThrough(std::uint32_t message, void* params);
 /// ends (progress 0 or full) and leaves the output alone otherwise.
 std::int32_t DiagonalFlipWave(std::uint32_t message, void* params);
 
+/// One row of the squeeze: the whole of `from` (w pixels) sampled at the centres of the w − 2 × inset
+/// pixels between the insets of `out`, and the `inset` pixels on each side turned black. Only the colour
+/// bytes are written; `inset` is at most w / 2. Portable form.
+void SqueezeRowPortable(const std::uint32_t* from, std::uint32_t* out, std::int32_t w, std::int32_t inset);
+/// The same with SSE2, bit for bit. Only worth calling when SqueezeRowSse2Built() and
+/// platform::Simd().sse2; a build without SSE2 makes it the portable form.
+bool SqueezeRowSse2Built();
+void SqueezeRowSse2(const std::uint32_t* from, std::uint32_t* out, std::int32_t w, std::int32_t inset);
+
 /// The flip wave's profile for a wave of `n` lines: n + 1 scales in 16.16 (65536 is the line's whole
 /// length), 65536 at both ends falling to (about) 0 in the middle. A non-positive `n` gives the one
 /// entry 65536.

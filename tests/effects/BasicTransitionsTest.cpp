@@ -587,8 +587,8 @@ TEST(BuiltRows, EndOnTheTargetAndRepeatExactly)
 }
 
 // The wide forms of the tile dissolve's row copy (runs of every length, so every tail, from both
-// pictures, into outputs whose fourth bytes must survive) and of the cross-fade, against the portable
-// ones. The AVX2 forms run where the processor has it.
+// pictures, into outputs whose fourth bytes must survive), of the squeeze's row and of the cross-fade,
+// against the portable ones. The AVX2 forms run where the processor has it.
 TEST(Blends, WideFormsMatchThePortableFormsBitForBit)
 {
     const bool avx2 = BlendAvx2Built() && platform::Simd().avx2;
@@ -613,6 +613,15 @@ TEST(Blends, WideFormsMatchThePortableFormsBitForBit)
         if (avx2) {
             CopyColourRunsAvx2(source.data(), target.data(), wide.data(), runs);
             ASSERT_EQ(wide, slow) << "round " << round;
+        }
+        // The squeeze's row at every inset of a width, odd widths keeping a middle column.
+        const auto w = static_cast<std::int32_t>(1 + round % 67);
+        for (std::int32_t inset = 0; inset <= w / 2; ++inset) {
+            std::copy(target.begin(), target.end(), slow.begin());
+            std::copy(target.begin(), target.end(), sse2.begin());
+            SqueezeRowPortable(source.data(), slow.data(), w, inset);
+            SqueezeRowSse2(source.data(), sse2.data(), w, inset);
+            ASSERT_EQ(sse2, slow) << "width " << w << " inset " << inset;
         }
     }
     if (!avx2)
