@@ -123,7 +123,11 @@ void RenderDiagonalFlipWave(const Frame& f)
     constexpr std::int32_t kBand = 16;
     for (std::int32_t bandFirst = 0; bandFirst < f.h; bandFirst += kBand) {
         const std::int32_t bandEnd = std::min(f.h, bandFirst + kBand);
-        for (const FlipLine& line : wave.lines) {
+        // Line j starts in row max(0, j − (w − 1)) and is at most j + 1 long: the lines from bandFirst
+        // up to w − 1 + bandEnd cross the band.
+        const std::size_t lineEnd = std::min(wave.lines.size(), static_cast<std::size_t>(f.w - 1 + bandEnd));
+        for (std::size_t j = static_cast<std::size_t>(bandFirst); j < lineEnd; ++j) {
+            const FlipLine& line = wave.lines[j];
             std::int32_t t = std::max(0, bandFirst - line.r0);
             const std::int32_t end = std::min(line.length, bandEnd - line.r0);
             if (t >= end)
