@@ -74,6 +74,11 @@ struct FlipWaveState
 };
 thread_local FlipWaveState flipWave;
 
+// The state grows with the number of lines, w + h − 1. Two sides of the largest frame we expect make
+// 32767; a picture far past that (a strip of a million pixels by a few) gets no state, rather than
+// gigabytes of it, and shows only the ends.
+constexpr std::int64_t kMaxFlipLines = 65536;
+
 void PlaceFlipLines(const Frame& f, FlipWaveState& wave)
 {
     const std::int64_t w = f.w, h = f.h;
@@ -101,6 +106,27 @@ void PlaceFlipLines(const Frame& f, FlipWaveState& wave)
     }
 }
 
+// Draws the part of a line that lies in the rows from bandFirst to bandEnd.
+void DrawFlipPiece(const FlipLine& line, const std::uint32_t* const pictures[2], std::uint32_t* output,
+                   std::size_t along, std::int32_t bandFirst, std::int32_t bandEnd)
+{
+    std::int32_t t = std::max(0, bandFirst - line.r0);
+    const std::int32_t end = std::min(line.length, bandEnd - line.r0);
+    if (t >= end)
+        return;
+    std::uint32_t* out = output + line.origin;
+    const std::uint32_t* in = pictures[line.fromTarget ? 1 : 0] + line.origin;
+    std::size_t at = static_cast<std::size_t>(t) * along;
+    for (const std::int32_t black = std::min(line.first, end); t < black; ++t, at += along)
+        out[at] = 0;
+    const std::int32_t drawnEnd = std::min(line.first + line.drawn, end);
+    for (std::int64_t sample = (t - line.first) * line.step; t < drawnEnd;
+         ++t, at += along, sample += line.step)
+        out[at] = in[static_cast<std::size_t>(sample >> 16) * along];
+    for (; t < end; ++t, at += along)
+        out[at] = 0;
+}
+
 void RenderDiagonalFlipWave(const Frame& f)
 {
     FlipWaveState& wave = flipWave;
@@ -115,34 +141,25 @@ void RenderDiagonalFlipWave(const Frame& f)
     PlaceFlipLines(f, wave);
     // Neighbouring pixels of a line are one row up and one column right (left when mirrored).
     const auto along = static_cast<std::size_t>(wave.mirrored ? f.w - 1 : f.w + 1);
-    const auto* source = reinterpret_cast<const std::uint32_t*>(f.source);
-    const auto* target = reinterpret_cast<const std::uint32_t*>(f.target);
+    const std::uint32_t* pictures[2] = {reinterpret_cast<const std::uint32_t*>(f.source),
+                                        reinterpret_cast<const std::uint32_t*>(f.target)};
     auto* output = reinterpret_cast<std::uint32_t*>(f.output);
     // Walking each line from end to end touches a new row at every pixel; walking the lines' pieces in
-    // bands of rows keeps the rows of one band in the cache while all lines pass through it.
+    // bands of rows keeps the rows of one band in the cache while all lines pass through it. The lines
+    // are taken from left to right, in the order of memory.
     constexpr std::int32_t kBand = 16;
     for (std::int32_t bandFirst = 0; bandFirst < f.h; bandFirst += kBand) {
         const std::int32_t bandEnd = std::min(f.h, bandFirst + kBand);
         // Line j starts in row max(0, j − (w − 1)) and is at most j + 1 long: the lines from bandFirst
         // up to w − 1 + bandEnd cross the band.
+        const auto lineFirst = static_cast<std::size_t>(bandFirst);
         const std::size_t lineEnd = std::min(wave.lines.size(), static_cast<std::size_t>(f.w - 1 + bandEnd));
-        for (std::size_t j = static_cast<std::size_t>(bandFirst); j < lineEnd; ++j) {
-            const FlipLine& line = wave.lines[j];
-            std::int32_t t = std::max(0, bandFirst - line.r0);
-            const std::int32_t end = std::min(line.length, bandEnd - line.r0);
-            if (t >= end)
-                continue;
-            std::uint32_t* out = output + line.origin;
-            const std::uint32_t* in = (line.fromTarget ? target : source) + line.origin;
-            std::size_t at = static_cast<std::size_t>(t) * along;
-            for (const std::int32_t black = std::min(line.first, end); t < black; ++t, at += along)
-                out[at] = 0;
-            const std::int32_t drawnEnd = std::min(line.first + line.drawn, end);
-            for (std::int64_t sample = (t - line.first) * line.step; t < drawnEnd;
-                 ++t, at += along, sample += line.step)
-                out[at] = in[static_cast<std::size_t>(sample >> 16) * along];
-            for (; t < end; ++t, at += along)
-                out[at] = 0;
+        if (wave.mirrored) {
+            for (std::size_t j = lineFirst; j < lineEnd; ++j)
+                DrawFlipPiece(wave.lines[j], pictures, output, along, bandFirst, bandEnd);
+        } else {
+            for (std::size_t j = lineEnd; j-- > lineFirst;)
+                DrawFlipPiece(wave.lines[j], pictures, output, along, bandFirst, bandEnd);
         }
     }
 }
@@ -185,7 +202,8 @@ std::vector<std::int32_t> FlipWaveProfile(std::int32_t n)
 std::int32_t DiagonalFlipWave(std::uint32_t message, void* params)
 {
     if (message == EffectInit) {
-        if (const auto frame = ReadFrame(params)) {
+        const auto frame = ReadFrame(params);
+        if (frame && static_cast<std::int64_t>(frame->w) + frame->h - 1 <= kMaxFlipLines) {
             flipWave.w = frame->w;
             flipWave.h = frame->h;
             flipWave.n = static_cast<std::int32_t>(0.7 * (static_cast<double>(frame->w) + frame->h));

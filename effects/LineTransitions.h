@@ -19,7 +19,9 @@ std::int32_t SqueezeThrough(std::uint32_t message, void* params);
 /// diagonal, switch from the source to the target and grow back, one after the other as a wave passes.
 /// Init makes the wave's profile and draws one bit from the effects' generator that mirrors the whole
 /// effect left to right; both are kept until release. A render without a matching init draws only the
-/// ends (progress 0 or full) and leaves the output alone otherwise.
+/// ends (progress 0 or full) and leaves the output alone otherwise; so does every render of pictures
+/// whose width and height add up to more than 65537 (far beyond any screen), for which init keeps
+/// nothing.
 std::int32_t DiagonalFlipWave(std::uint32_t message, void* params);
 
 /// One row of the squeeze: the whole of `from` (w pixels) sampled at the centres of the w − 2 × inset

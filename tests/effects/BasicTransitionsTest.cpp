@@ -258,12 +258,19 @@ TEST(DiagonalFlipWave, LinesShrinkSwitchAndGrowInTurnFromTheBottomCorner)
         else
             EXPECT_EQ(p.From(row.x, row.r), row.expected);
     }
-    // Without a matching init only the ends are drawn.
-    Pictures p(4, 3);
-    p.Run(DiagonalFlipWave, 4, 11);
-    EXPECT_EQ(p.output, p.Make(kUntouched));
-    p.Run(DiagonalFlipWave, 11, 11);
-    EXPECT_EQ(p.output, p.target);
+    // Without a matching init, or for a strip too long to keep lines for, only the ends are drawn.
+    for (const auto& [w, init] : {std::pair{4, false}, std::pair{65537, true}}) {
+        SCOPED_TRACE(w);
+        Pictures p(w, 1);
+        EffectParams block = p.Block(0, 100);
+        if (init)
+            DiagonalFlipWave(EffectInit, &block);
+        p.Run(DiagonalFlipWave, 4, 11);
+        EXPECT_EQ(p.output, p.Make(kUntouched));
+        p.Run(DiagonalFlipWave, 11, 11);
+        EXPECT_EQ(p.output, p.target);
+        DiagonalFlipWave(EffectRelease, nullptr);
+    }
 }
 
 // The registry draws its two random rows first; the wave's mirror bit is the third draw's low bit.
