@@ -79,10 +79,16 @@ thread_local FlipWaveState flipWave;
 // gigabytes of it, and shows only the ends.
 constexpr std::int64_t kMaxFlipLines = 65536;
 
+// The wave's position for this frame.
+std::int64_t FlipWavePosition(const Frame& f, const FlipWaveState& wave)
+{
+    return (wave.n + static_cast<std::int64_t>(f.w) + f.h) * f.n / f.d;
+}
+
 void PlaceFlipLines(const Frame& f, FlipWaveState& wave)
 {
     const std::int64_t w = f.w, h = f.h;
-    const std::int64_t position = (wave.n + w + h) * f.n / f.d;
+    const std::int64_t position = FlipWavePosition(f, wave);
     // Line j holds the pixels with x − r = w − 1 − j (x counted from the right when mirrored): line 0 is
     // the bottom corner, and the wave reaches line j j positions after line 0.
     for (std::int64_t j = 0; j < w + h - 1; ++j) {
@@ -144,6 +150,24 @@ void RenderDiagonalFlipWave(const Frame& f)
     const std::uint32_t* pictures[2] = {reinterpret_cast<const std::uint32_t*>(f.source),
                                         reinterpret_cast<const std::uint32_t*>(f.target)};
     auto* output = reinterpret_cast<std::uint32_t*>(f.output);
+    // Lines the wave has not reached (from the position on, profile entry 0) and lines it has passed (up
+    // to position − n, entry n) are whole, unscaled: in each row they are two runs of columns, copied as
+    // such. Only the lines between are walked.
+    const std::int64_t position = FlipWavePosition(f, wave);
+    const std::int64_t waveFirst = std::max<std::int64_t>(0, position - wave.n + 1);
+    const auto waveEnd = static_cast<std::size_t>(std::min<std::int64_t>(position, f.w + f.h - 1));
+    const std::uint32_t* notReached = pictures[wave.n / 2 > 0 ? 0 : 1];
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        // Pixel x of row r is on line w − 1 − x + r.
+        const auto before = static_cast<std::int32_t>(std::clamp<std::int64_t>(f.w + r - position, 0, f.w));
+        const auto after = static_cast<std::int32_t>(
+            std::clamp<std::int64_t>(position - wave.n - r + 1, 0, f.w)); // Columns from w − after on.
+        const std::size_t row = static_cast<std::size_t>(r) * static_cast<std::size_t>(f.w);
+        const std::size_t beforeAt = wave.mirrored ? row + static_cast<std::size_t>(f.w - before) : row;
+        const std::size_t afterAt = wave.mirrored ? row : row + static_cast<std::size_t>(f.w - after);
+        std::copy_n(notReached + beforeAt, before, output + beforeAt);
+        std::copy_n(pictures[1] + afterAt, after, output + afterAt);
+    }
     // Walking each line from end to end touches a new row at every pixel; walking the lines' pieces in
     // bands of rows keeps the rows of one band in the cache while all lines pass through it. The lines
     // are taken from left to right, in the order of memory.
@@ -152,8 +176,8 @@ void RenderDiagonalFlipWave(const Frame& f)
         const std::int32_t bandEnd = std::min(f.h, bandFirst + kBand);
         // Line j starts in row max(0, j − (w − 1)) and is at most j + 1 long: the lines from bandFirst
         // up to w − 1 + bandEnd cross the band.
-        const auto lineFirst = static_cast<std::size_t>(bandFirst);
-        const std::size_t lineEnd = std::min(wave.lines.size(), static_cast<std::size_t>(f.w - 1 + bandEnd));
+        const auto lineFirst = static_cast<std::size_t>(std::max<std::int64_t>(bandFirst, waveFirst));
+        const std::size_t lineEnd = std::min(waveEnd, static_cast<std::size_t>(f.w - 1 + bandEnd));
         if (wave.mirrored) {
             for (std::size_t j = lineFirst; j < lineEnd; ++j)
                 DrawFlipPiece(wave.lines[j], pictures, output, along, bandFirst, bandEnd);

@@ -241,6 +241,7 @@ TEST(DiagonalFlipWave, LinesShrinkSwitchAndGrowInTurnFromTheBottomCorner)
         {"mirrored: line 1 cut off", 1, 4, 0, 1, "black"},
         {"mirrored: line 3 squeezed", 1, 4, 2, 1, At('S', 3, 0)},
         {"mirrored: line 3 cut off", 1, 4, 3, 0, "black"},
+        {"mirrored: line 5 whole", 1, 4, 3, 2, At('S', 3, 2)},
         {"start", 3, 0, kWhole, 0, "S"},
         {"end", 3, 11, kWhole, 0, "T"},
         {"mirrored end", 1, 11, kWhole, 0, "T"},
@@ -257,6 +258,27 @@ TEST(DiagonalFlipWave, LinesShrinkSwitchAndGrowInTurnFromTheBottomCorner)
             EXPECT_EQ(p.output, row.expected == "S" ? p.source : p.target);
         else
             EXPECT_EQ(p.From(row.x, row.r), row.expected);
+    }
+    // Mirrored, every frame is the unmirrored one seen in a mirror, samples and all.
+    for (const int n : {5, 30, 50, 61, 95}) {
+        SCOPED_TRACE(n);
+        std::vector<std::string> frames[2];
+        for (const std::uint32_t seed : {3u, 1u}) {
+            Pictures p(37, 23);
+            SeedRandom(seed);
+            EffectParams block = p.Block(0, 100);
+            DiagonalFlipWave(EffectInit, &block);
+            p.Run(DiagonalFlipWave, n, 100);
+            DiagonalFlipWave(EffectRelease, nullptr);
+            for (int r = 0; r < 23; ++r)
+                for (int x = 0; x < 37; ++x)
+                    frames[seed == 1].push_back(p.From(seed == 1 ? 36 - x : x, r));
+        }
+        for (std::string& pixel : frames[0])
+            if (pixel != "black")
+                pixel = pixel.substr(0, 2) + std::to_string(36 - std::stoi(pixel.substr(2))) +
+                        pixel.substr(pixel.find(' ', 2));
+        EXPECT_EQ(frames[0], frames[1]);
     }
     // Without a matching init, or for a strip too long to keep lines for, only the ends are drawn.
     for (const auto& [w, init] : {std::pair{4, false}, std::pair{65537, true}}) {
