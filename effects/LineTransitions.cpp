@@ -17,8 +17,8 @@ constexpr std::uint32_t kColourBytes = 0x00FFFFFFu;
 void RenderSqueezeThrough(const Frame& f)
 {
     // The picture is pulled through a pinch, the way sand runs through the waist of an hourglass: the
-    // pinch's row runs from h rows above the top edge to h rows below the bottom one, and a row d rows
-    // short of h away from it is squeezed by d² × (w / 2) / h² on each side, down to nothing at the pinch.
+    // pinch's row runs from h rows above the top edge to h rows below the bottom one, and a row h − d rows
+    // from it is squeezed by d² × (w / 2) / h² on each side, down to nothing at the pinch (d = h).
     // So the three spans of h positions are the pinch coming in (the source's top rows narrow into it),
     // crossing (the source below it, the target above), and going out (the target's bottom rows widen
     // back). A squeezed row keeps the whole picture row, compressed, as squeezing something does; beside
@@ -108,6 +108,7 @@ void PlaceFlipLines(const Frame& f, FlipWaveState& wave)
         line.first = static_cast<std::int32_t>(cross - (cross * scale >> 16));
         line.drawn = static_cast<std::int32_t>(drawn);
         line.step = drawn > 0 ? (length << 16) / drawn : 0;
+        // The switch is at n / 2 rounded down: a 1 × 1 picture (n = 1) shows the target from the start.
         line.fromTarget = index >= wave.n / 2;
     }
 }
@@ -227,15 +228,20 @@ std::int32_t DiagonalFlipWave(std::uint32_t message, void* params)
 {
     if (message == EffectInit) {
         const auto frame = ReadFrame(params);
-        if (frame && static_cast<std::int64_t>(frame->w) + frame->h - 1 <= kMaxFlipLines) {
-            flipWave.w = frame->w;
-            flipWave.h = frame->h;
-            flipWave.n = static_cast<std::int32_t>(0.7 * (static_cast<double>(frame->w) + frame->h));
-            flipWave.profile = FlipWaveProfile(flipWave.n);
-            flipWave.lines.resize(static_cast<std::size_t>(frame->w) + static_cast<std::size_t>(frame->h) -
-                                  1);
-            flipWave.mirrored = (Rand() & 1) != 0;
+        if (!frame)
+            return 0;
+        // Drawn for every transition, so that the generator's sequence does not depend on the size.
+        const bool mirrored = (Rand() & 1) != 0;
+        if (static_cast<std::int64_t>(frame->w) + frame->h - 1 > kMaxFlipLines) {
+            flipWave = {};
+            return 0;
         }
+        flipWave.w = frame->w;
+        flipWave.h = frame->h;
+        flipWave.n = static_cast<std::int32_t>(0.7 * (static_cast<double>(frame->w) + frame->h));
+        flipWave.mirrored = mirrored;
+        flipWave.profile = FlipWaveProfile(flipWave.n);
+        flipWave.lines.resize(static_cast<std::size_t>(frame->w) + static_cast<std::size_t>(frame->h) - 1);
         return 0;
     }
     if (message == EffectRelease) {
