@@ -2,6 +2,7 @@
 
 #include "effects/BasicTransitions.h"
 #include "effects/FlatTransitions.h"
+#include "effects/LineTransitions.h"
 #include "effects/TextEffects.h"
 #include "effects/WarpTransitions.h"
 
@@ -116,8 +117,8 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(68, Wave, "PictureEffect91", 0x40, 1, 19, Built::Yes),              // 93
     Row(69, Wave, "PictureEffect91", 0x04, 1, 19, Built::Yes),              // 94
     Row(74, Pixelate, "PictureEffect95", 0x00, 0, 19, Built::Yes),          // 95
-    Row(73, CutAtHalf, "PictureEffect96", 0x00, 0, 19, Built::NotYet),      // 96
-    Row(111, CutAtHalf, "PictureEffect97", 0x00, 0, 19, Built::NotYet),     // 97
+    Row(73, SqueezeThrough, "PictureEffect96", 0x00, 0, 19, Built::Yes),    // 96
+    Row(111, DiagonalFlipWave, "PictureEffect97", 0x00, 0, 19, Built::Yes), // 97
     Row(3, nullptr, "-", 0x00, 0, 19, Built::Random),                       // 98
     // Text table.
     Row(27, TextFadeSweep, "TextFadeSweep", 0x10, 0, 5, Built::Yes),         // 0

@@ -3,6 +3,7 @@
 #include "effects/EffectProtocol.h"
 #include "effects/EffectRegistry.h"
 #include "effects/FlatTransitions.h"
+#include "effects/LineTransitions.h"
 #include "effects/Random.h"
 #include "effects/WarpTransitions.h"
 #include "platform/Cpu.h"
@@ -22,6 +23,9 @@ using Pictures = testing::TaggedPictures;
 constexpr std::uint8_t kSource = Pictures::kSource;
 constexpr std::uint8_t kTarget = Pictures::kTarget;
 constexpr std::uint8_t kUntouched = Pictures::kUntouched;
+
+// A table row at x = kWhole compares the whole output with the source ("S") or the target ("T").
+constexpr int kWhole = -1;
 
 std::string At(char picture, int x, int r)
 {
@@ -178,6 +182,152 @@ TEST(Burst, EachWedgeIsASectorOfADisc)
     EffectRegistry::FixSeed(std::nullopt);
 }
 
+// A 20 × 10 squeeze at 50 % has its pinch on screen row 5 from the top (memory row 4): a row d rows
+// short of 10 away from it is squeezed by d² × 10 / 100 on each side, the target above the pinch and the
+// source below. Squeezed rows hold the whole picture row sampled at the centres of their pixels.
+TEST(SqueezeThrough, RowsNarrowTowardsThePinchAndKeepTheFourthByte)
+{
+    struct Row
+    {
+        const char* name;
+        int w, h, percent, x, r;
+        std::string expected; // "black": colour bytes 0.
+    } rows[] = {
+        {"top row: inset 2", 20, 10, 50, 1, 9, "black"},
+        {"top row: first sample", 20, 10, 50, 2, 9, At('T', 0, 9)},
+        {"top row: last sample", 20, 10, 50, 17, 9, At('T', 19, 9)},
+        {"just above the pinch: inset 8", 20, 10, 50, 8, 5, At('T', 2, 5)},
+        {"the pinch itself", 20, 10, 50, 10, 4, "black"},
+        {"bottom row: inset 3", 20, 10, 50, 3, 0, At('S', 0, 0)},
+        // At 25 % the pinch is 3 rows above the top: the top row is squeezed by 4, and from the sixth
+        // row down the source is whole.
+        {"coming in: top row", 20, 10, 25, 3, 9, "black"},
+        {"coming in: top row's first sample", 20, 10, 25, 4, 9, At('S', 0, 9)},
+        {"coming in: sixth row whole", 20, 10, 25, 0, 4, At('S', 0, 4)},
+        {"odd width: one column left at the pinch", 7, 10, 50, 3, 4, At('S', 3, 4)},
+        {"odd width: beside it", 7, 10, 50, 2, 4, "black"},
+        {"start", 20, 10, 0, kWhole, 0, "S"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Pictures p(row.w, row.h);
+        p.Run(SqueezeThrough, row.percent, 100);
+        for (std::size_t i = 0; i < p.output.size(); ++i) {
+            if (i % 4 == 3) {
+                ASSERT_EQ(p.output[i], kUntouched + 1) << "pixel " << i / 4;
+            } else if (row.x == kWhole) {
+                ASSERT_EQ(p.output[i], p.source[i]) << "byte " << i;
+            }
+        }
+        if (row.x == kWhole)
+            continue;
+        const std::uint8_t* px = &p.output[(static_cast<std::size_t>(row.r) * row.w + row.x) * 4];
+        EXPECT_EQ(px[0] == 0 && px[1] == 0 && px[2] == 0 ? "black" : p.From(row.x, row.r), row.expected);
+    }
+}
+
+TEST(DiagonalFlipWave, ProfileFallsFromWholeToNothingAndBack)
+{
+    // n = 4: k = 0, 32768, 65536, 32768, 0. n = 1 (a 1 × 1 picture) takes the whole 2³² as reciprocal.
+    EXPECT_EQ(FlipWaveProfile(4), (std::vector<std::int32_t>{65536, 49152, 0, 49152, 65536}));
+    EXPECT_EQ(FlipWaveProfile(1), (std::vector<std::int32_t>{65536, 65536}));
+    // Up to a 1920 × 1080 picture's wave: symmetric, never rising towards the middle, and all but empty
+    // there (an odd wave's middle line is one short of the whole: about 2 / n is left).
+    for (const std::int32_t n : {3, 7, 100, 2100}) {
+        SCOPED_TRACE(n);
+        const auto profile = FlipWaveProfile(n);
+        ASSERT_EQ(profile.size(), static_cast<std::size_t>(n) + 1);
+        EXPECT_EQ(profile.front(), 65536);
+        for (std::size_t i = 1; i <= static_cast<std::size_t>(n); ++i) {
+            EXPECT_EQ(profile[i], profile[static_cast<std::size_t>(n) - i]);
+            if (2 * i <= static_cast<std::size_t>(n)) {
+                EXPECT_LE(profile[i], profile[i - 1]);
+            }
+        }
+        EXPECT_LT(profile[static_cast<std::size_t>(n / 2)], n % 2 == 0 ? 8 : 65536 * 2 / n + 8);
+    }
+}
+
+// One flip-wave frame through the registry. Its seed draws the two random rows and then the mirror bit,
+// the third draw's low bit: 0 for seed 3, 1 for seed 4.
+Pictures FlipWaveFrame(std::uint32_t seed, int w, int h, int n, int d)
+{
+    EffectRegistry::FixSeed(seed);
+    EffectRegistry registry;
+    Pictures p(w, h);
+    EffectParams block = p.Block(0, 100);
+    registry.RunPicture(97, EffectInit, &block);
+    block = p.Block(n, d);
+    registry.RunPicture(97, EffectRender, &block);
+    registry.RunPicture(97, EffectRelease, nullptr);
+    EffectRegistry::FixSeed(std::nullopt);
+    return p;
+}
+
+// A 4 × 3 wave has n = trunc(0.7 × 7) = 4 and 4 + 7 positions. At 4 of 11 the lines from the bottom
+// corner have reached profile entries 4, 3, 2, 1, 0, 0: line 0 (the corner) is the whole target, line 1
+// the target at ¾ length, line 2 at the switch has shrunk to nothing, line 3 is the source at ¾, and the
+// last two are the whole source. A line keeps its pixel nearest the other diagonal where it was.
+TEST(DiagonalFlipWave, LinesShrinkSwitchAndGrowInTurnFromTheBottomCorner)
+{
+    struct Row
+    {
+        const char* name;
+        std::uint32_t seed;
+        int n, x, r;
+        std::string expected;
+    } rows[] = {
+        {"line 0 whole", 3, 4, 3, 0, At('T', 3, 0)},
+        {"line 1: its first pixel", 3, 4, 2, 0, At('T', 2, 0)},
+        {"line 1: the quarter cut off", 3, 4, 3, 1, "black"},
+        {"line 2 shrunk to nothing", 3, 4, 2, 1, "black"},
+        {"line 3: cut off before the diagonal", 3, 4, 0, 0, "black"},
+        {"line 3: its whole content squeezed in", 3, 4, 1, 1, At('S', 0, 0)},
+        {"line 3: the last sample", 3, 4, 2, 2, At('S', 1, 1)},
+        {"line 5 whole", 3, 4, 0, 2, At('S', 0, 2)},
+        {"mirrored: line 0", 4, 4, 0, 0, At('T', 0, 0)},
+        {"mirrored: line 3 squeezed", 4, 4, 2, 1, At('S', 3, 0)},
+        {"mirrored: line 5 whole", 4, 4, 3, 2, At('S', 3, 2)},
+        {"start", 3, 0, kWhole, 0, "S"},
+        {"mirrored end", 4, 11, kWhole, 0, "T"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Pictures p = FlipWaveFrame(row.seed, 4, 3, row.n, 11);
+        if (row.x == kWhole)
+            EXPECT_EQ(p.output, row.expected == "S" ? p.source : p.target);
+        else
+            EXPECT_EQ(p.From(row.x, row.r), row.expected);
+    }
+    // Mirrored, every frame is the unmirrored one seen in a mirror, the samples' columns too.
+    for (const int n : {5, 30, 50, 61, 95}) {
+        SCOPED_TRACE(n);
+        const Pictures plain = FlipWaveFrame(3, 37, 23, n, 100), mirrored = FlipWaveFrame(4, 37, 23, n, 100);
+        for (std::size_t r = 0; r < 23; ++r) {
+            for (std::size_t x = 0; x < 37; ++x) {
+                const std::uint8_t* a = &plain.output[(r * 37 + 36 - x) * 4];
+                const std::uint8_t* b = &mirrored.output[(r * 37 + x) * 4];
+                const std::uint8_t column = a[2] == 0 ? 0 : static_cast<std::uint8_t>(36 - a[0]);
+                ASSERT_EQ(std::vector(b, b + 4), (std::vector<std::uint8_t>{column, a[1], a[2], a[3]}))
+                    << x << " " << r;
+            }
+        }
+    }
+    // Without a matching init, or for a strip too long to keep lines for, only the ends are drawn.
+    for (const auto& [w, init] : {std::pair{4, false}, std::pair{65537, true}}) {
+        SCOPED_TRACE(w);
+        Pictures p(w, 1);
+        EffectParams block = p.Block(0, 100);
+        if (init)
+            DiagonalFlipWave(EffectInit, &block);
+        p.Run(DiagonalFlipWave, 4, 11);
+        EXPECT_EQ(p.output, p.Make(kUntouched));
+        p.Run(DiagonalFlipWave, 11, 11);
+        EXPECT_EQ(p.output, p.target);
+        DiagonalFlipWave(EffectRelease, nullptr);
+    }
+}
+
 TEST(TileDissolve, PicksTheLargestTileThatDividesBothSides)
 {
     struct Row
@@ -233,8 +383,6 @@ TEST(TileDissolve, SwitchesTilesAndKeepsTheFourthByte)
 
 // Where single output pixels come from, per transition, size, progress, direction and variant. A row
 // at x = kWhole compares the whole output with the source ("S") or the target ("T").
-constexpr int kWhole = -1;
-
 TEST(Transitions, PixelsComeFromWhereTheMotionSays)
 {
     struct Row
@@ -684,8 +832,8 @@ TEST(BuiltRows, GoldenFrames)
 }
 
 // The wide forms of the tile dissolve's row copy (runs of every length, so every tail, from both
-// pictures, into outputs whose fourth bytes must survive) and of the cross-fade, against the portable
-// ones. The AVX2 forms run where the processor has it.
+// pictures, into outputs whose fourth bytes must survive), of the squeeze's row and of the cross-fade,
+// against the portable ones. The AVX2 forms run where the processor has it.
 TEST(Blends, WideFormsMatchThePortableFormsBitForBit)
 {
     const bool avx2 = BlendAvx2Built() && platform::Simd().avx2;
@@ -710,6 +858,15 @@ TEST(Blends, WideFormsMatchThePortableFormsBitForBit)
         if (avx2) {
             CopyColourRunsAvx2(source.data(), target.data(), wide.data(), runs);
             ASSERT_EQ(wide, slow) << "round " << round;
+        }
+        // The squeeze's row at every inset of a width, odd widths keeping a middle column.
+        const auto w = static_cast<std::int32_t>(1 + round % 67);
+        for (std::int32_t inset = 0; inset <= w / 2; ++inset) {
+            std::copy(target.begin(), target.end(), slow.begin());
+            std::copy(target.begin(), target.end(), sse2.begin());
+            SqueezeRowPortable(source.data(), slow.data(), w, inset);
+            SqueezeRowSse2(source.data(), sse2.data(), w, inset);
+            ASSERT_EQ(sse2, slow) << "width " << w << " inset " << inset;
         }
     }
     // The fade's scaling: every level, on bytes that include 255, against the plain formula.
