@@ -805,7 +805,8 @@ TEST(BuiltRows, GoldenFrames)
         {81, 0xecb7d2efb8782277, 0xbc1e444b9e24bd80}, {85, 0x3dab83e9550dc2bb, 0x4ab1a3279e50fc8f},
         {87, 0xe27946b1cb923c0f, 0xc81e0ea23ad7eb0a}, {89, 0x976b743b7d4f96f, 0x33a6ac13abb91d93},
         {90, 0xb9e8a4c97eb7b6b2, 0x5e1be828454120e2}, {91, 0xfda6f9d1cb40b85b, 0xc279e6098e76566f},
-        {95, 0x8f0977eb3b2002ab, 0xd41ae8add1b05137},
+        {95, 0x8f0977eb3b2002ab, 0xd41ae8add1b05137}, {96, 0x5547e367e70a0803, 0x276c3663c66bd224},
+        {97, 0xab14002167920563, 0xe67121a90efc2d06},
     };
     const auto hash = [](const std::vector<std::uint8_t>& bytes) {
         std::uint64_t h = 0xcbf29ce484222325ull; // FNV-1a
