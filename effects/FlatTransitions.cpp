@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <numbers>
+#include <span>
 #include <vector>
 
 namespace lumenar::effects {
@@ -594,6 +595,21 @@ void RenderWave(const Frame& f)
 
 // The mosaic's tiles from init to release (the thread's, as the wave's edges are), and one tile row's
 // runs: neighbouring tiles copied from the same picture make one run, a flat tile a run of its own.
+// Copies `count` pixels. Runs of small tiles are a few pixels long, where the call to memcpy costs more
+// than the copy: those go sixteen bytes at a time inline.
+void CopyShortRun(std::uint8_t* out, const std::uint8_t* in, std::int32_t count)
+{
+    if (count > 32) {
+        std::memcpy(out, in, static_cast<std::size_t>(count) * 4);
+        return;
+    }
+    std::int32_t i = 0;
+    for (; i + 4 <= count; i += 4)
+        std::memcpy(out + i * 4, in + i * 4, 16);
+    for (; i < count; ++i)
+        std::memcpy(out + i * 4, in + i * 4, 4);
+}
+
 struct MosaicRun
 {
     enum class Kind : std::uint8_t
@@ -606,11 +622,52 @@ struct MosaicRun
     std::int32_t count;
     std::uint32_t colour;
 };
+// Where one tile row of small tiles reads from: each tile's first pixel in its picture, or in a block of its
+// flat colour, and the step to the next pixel row (0 for a flat block).
+struct MosaicTile
+{
+    const std::uint8_t* from;
+    std::size_t step;
+};
 struct MosaicState : TileGrid
 {
     std::vector<MosaicRun> runs;
+    std::vector<MosaicTile> tiles;
+    std::vector<std::uint32_t> flats; // One tile row of flat colours.
 };
 thread_local MosaicState mosaic;
+
+template <std::int32_t S> void DrawSmallTiles(const Frame& f, std::int32_t p, std::int32_t window)
+{
+    const std::int32_t kc = mosaic.kc;
+    MosaicTile* const tiles = mosaic.tiles.data();
+    std::uint32_t* const flats = mosaic.flats.data();
+    for (std::int32_t tileRow = 0; tileRow < mosaic.kr; ++tileRow) {
+        const std::size_t bottom = f.RowBytes() * static_cast<std::size_t>(tileRow * S);
+        const std::size_t middle = f.RowBytes() * static_cast<std::size_t>(tileRow * S + S / 2);
+        const std::int32_t* thresholds =
+            mosaic.thresholds.data() + static_cast<std::size_t>(tileRow) * static_cast<std::size_t>(kc);
+        for (std::int32_t tile = 0; tile < kc; ++tile) {
+            const std::int32_t since = p - thresholds[tile];
+            const std::size_t x = static_cast<std::size_t>(tile) * S * 4;
+            const std::uint8_t* picture = since >= 0 ? f.target : f.source;
+            if (since >= -window && since < window) {
+                std::uint32_t colour;
+                std::memcpy(&colour, picture + middle + x + S / 2 * 4, 4);
+                std::fill_n(flats + static_cast<std::size_t>(tile) * S, S, colour);
+                tiles[tile] = {reinterpret_cast<const std::uint8_t*>(flats) + x, 0};
+            } else {
+                tiles[tile] = {picture + bottom + x, f.RowBytes()};
+            }
+        }
+        for (std::int32_t i = 0; i < S; ++i) {
+            std::uint8_t* out = f.OutputRow(tileRow * S + i);
+            for (std::int32_t tile = 0; tile < kc; ++tile)
+                std::memcpy(out + static_cast<std::size_t>(tile) * S * 4,
+                            tiles[tile].from + tiles[tile].step * i, S * 4);
+        }
+    }
+}
 
 void RenderMosaic(const Frame& f)
 {
@@ -621,12 +678,22 @@ void RenderMosaic(const Frame& f)
     // percent before it the source's colour at the tile's middle, for kWindow after it the target's.
     constexpr std::int32_t kWindow = 10;
     const std::int32_t s = mosaic.s;
+    const std::int32_t kc = mosaic.kc;
+    if (s == 4 || s == 8) {
+        // Tiles this small turn in runs of a tile or two; a fixed-size copy per tile, wherever it reads
+        // from, beats following runs with a branch each.
+        (s == 4 ? DrawSmallTiles<4> : DrawSmallTiles<8>)(f, p, kWindow);
+        return;
+    }
     for (std::int32_t tileRow = 0; tileRow < mosaic.kr; ++tileRow) {
         const std::size_t middle = f.RowBytes() * static_cast<std::size_t>(tileRow * s + s / 2);
         const std::int32_t* thresholds = mosaic.thresholds.data() + static_cast<std::size_t>(tileRow) *
                                                                         static_cast<std::size_t>(mosaic.kc);
-        mosaic.runs.clear();
-        for (std::int32_t tile = 0; tile < mosaic.kc; ++tile) {
+        // The runs live in the thread-local state, sized at init; local pointers keep the loops from
+        // reloading them from it after every store.
+        MosaicRun* const runs = mosaic.runs.data();
+        std::size_t count = 0;
+        for (std::int32_t tile = 0; tile < kc; ++tile) {
             const std::int32_t since = p - thresholds[tile];
             const std::int32_t x = tile * s;
             if (since >= -kWindow && since < kWindow) {
@@ -634,25 +701,25 @@ void RenderMosaic(const Frame& f)
                 std::memcpy(
                     &run.colour,
                     (since >= 0 ? f.target : f.source) + middle + static_cast<std::size_t>(x + s / 2) * 4, 4);
-                mosaic.runs.push_back(run);
+                runs[count++] = run;
                 continue;
             }
             const auto kind = since >= 0 ? MosaicRun::Kind::Target : MosaicRun::Kind::Source;
-            if (!mosaic.runs.empty() && mosaic.runs.back().kind == kind)
-                mosaic.runs.back().count += s;
+            if (count > 0 && runs[count - 1].kind == kind)
+                runs[count - 1].count += s;
             else
-                mosaic.runs.push_back({kind, x, s, 0});
+                runs[count++] = {kind, x, s, 0};
         }
         for (std::int32_t r = tileRow * s; r < (tileRow + 1) * s; ++r) {
             std::uint8_t* out = f.OutputRow(r);
-            for (const MosaicRun& run : mosaic.runs) {
+            for (const MosaicRun& run : std::span<const MosaicRun>(runs, count)) {
                 const std::size_t at = static_cast<std::size_t>(run.first) * 4;
                 if (run.kind == MosaicRun::Kind::Flat)
                     std::fill_n(reinterpret_cast<std::uint32_t*>(out + at), run.count, run.colour);
                 else
-                    std::memcpy(out + at,
-                                (run.kind == MosaicRun::Kind::Target ? f.TargetRow(r) : f.SourceRow(r)) + at,
-                                static_cast<std::size_t>(run.count) * 4);
+                    CopyShortRun(out + at,
+                                 (run.kind == MosaicRun::Kind::Target ? f.TargetRow(r) : f.SourceRow(r)) + at,
+                                 run.count);
             }
         }
     }
@@ -665,7 +732,9 @@ std::int32_t Mosaic(std::uint32_t message, void* params)
     if (message == EffectInit) {
         if (const auto frame = ReadFrame(params)) {
             mosaic.Make(*frame);
-            mosaic.runs.reserve(static_cast<std::size_t>(mosaic.kc));
+            mosaic.runs.resize(static_cast<std::size_t>(mosaic.kc));
+            mosaic.tiles.resize(static_cast<std::size_t>(mosaic.kc));
+            mosaic.flats.resize(static_cast<std::size_t>(mosaic.kc) * static_cast<std::size_t>(mosaic.s));
         }
         return 0;
     }
