@@ -845,6 +845,17 @@ void MakeMelt(const Frame& f)
     }
 }
 
+// Copies `count` pixels two at a time: a column is a few pixels wide, and a call to memcpy per column
+// and row would cost more than the copy.
+void CopyFew(std::uint8_t* out, const std::uint8_t* in, std::int32_t count)
+{
+    std::int32_t i = 0;
+    for (; i + 2 <= count; i += 2)
+        std::memcpy(out + static_cast<std::size_t>(i) * 4, in + static_cast<std::size_t>(i) * 4, 8);
+    if (i < count)
+        std::memcpy(out + static_cast<std::size_t>(i) * 4, in + static_cast<std::size_t>(i) * 4, 4);
+}
+
 void RenderMelt(const Frame& f)
 {
     if (DrawEnd(f, f.Percent()) || melt.w != f.w || melt.h != f.h || melt.drops.empty())
@@ -859,17 +870,17 @@ void RenderMelt(const Frame& f)
         melt.drops[c] = static_cast<std::int32_t>(s * s * f.h / 1000000);
     }
     // Memory rows count up from the bottom: a column dropped by `drop` rows shows at row r the source's
-    // row r + drop, and the target where that is past the top.
-    for (std::int32_t r = 0; r < f.h; ++r) {
-        std::uint8_t* out = f.OutputRow(r);
-        for (std::size_t c = 0; c < melt.drops.size(); ++c) {
-            const std::int32_t x = static_cast<std::int32_t>(c) * melt.columnWidth;
-            const std::int32_t count = std::min(melt.columnWidth, f.w - x);
-            const std::int32_t from = r + melt.drops[c];
-            const std::uint8_t* in = from < f.h ? f.SourceRow(from) : f.TargetRow(r);
-            std::memcpy(out + static_cast<std::size_t>(x) * 4, in + static_cast<std::size_t>(x) * 4,
-                        static_cast<std::size_t>(count) * 4);
-        }
+    // row r + drop, and the target where that is past the top. Drawn a column at a time, so that the
+    // reads go down the pictures at an even stride the processor can fetch ahead of.
+    for (std::size_t c = 0; c < melt.drops.size(); ++c) {
+        const std::int32_t x = static_cast<std::int32_t>(c) * melt.columnWidth;
+        const std::int32_t count = std::min(melt.columnWidth, f.w - x);
+        const std::int32_t kept = std::max(0, f.h - melt.drops[c]); // Rows still showing the source.
+        const auto offset = static_cast<std::size_t>(x) * 4;
+        for (std::int32_t r = 0; r < kept; ++r)
+            CopyFew(f.OutputRow(r) + offset, f.SourceRow(r + melt.drops[c]) + offset, count);
+        for (std::int32_t r = kept; r < f.h; ++r)
+            CopyFew(f.OutputRow(r) + offset, f.TargetRow(r) + offset, count);
     }
 }
 
