@@ -693,6 +693,9 @@ void RenderSpiral(const Frame& f)
                 }
             }
         }
+        // Turns closer than this (16.16) are followed linearly: a pixel or so at the corners of a
+        // 1080-line picture.
+        constexpr std::int32_t kTurnSteady = 65536 / 512;
         constexpr std::size_t kChange =
             std::size_t{65536} >> kTwistShift; // The first twist showing the target.
         const CellSampler sampler = ChooseCellSampler();
@@ -713,9 +716,12 @@ void RenderSpiral(const Frame& f)
                 }
                 continue;
             }
-            // Moments close together on one side of the frame's: the twist changes smoothly over the cell.
+            // Moments close together on one side of the frame's, whose turns hardly differ: followed
+            // linearly, the cell is drawn as it would be pixel by pixel, give or take a pixel.
             const bool oneWay = first >= kChange || last < kChange;
-            if (oneWay && spiral.latest[i][k] - spiral.earliest[i][k] < 65536 / 8) {
+            const Turn early = twists[first].turn, late = twists[last].turn;
+            if (oneWay && spiral.latest[i][k] - spiral.earliest[i][k] < 65536 / 8 &&
+                std::abs(early.cos - late.cos) + std::abs(early.sin - late.sin) < kTurnSteady) {
                 const bool toTarget = first >= kChange;
                 sampler.sample(PathOf(toTarget ? targetWay : sourceWay, c), toTarget ? target : source, width,
                                reinterpret_cast<std::uint32_t*>(f.OutputRow(c.top)) + c.first, width,
