@@ -248,14 +248,7 @@ struct Mesh
     {
         return static_cast<std::size_t>(j) * static_cast<std::size_t>(across) + static_cast<std::size_t>(i);
     }
-    // Rings suit warps that turn about the centre; rows, those that keep their samples near their pixels,
-    // where the processor fetches the pictures ahead of the rows.
-    enum class Order
-    {
-        Rings,
-        Rows
-    };
-    void Make(const Region& g, Order order = Order::Rings)
+    void Make(const Region& g)
     {
         across = Nodes(g.w);
         down = Nodes(g.h);
@@ -283,8 +276,6 @@ struct Mesh
                 distance.push_back(dx * dx + dr * dr);
             }
         }
-        if (order == Order::Rows)
-            return;
         std::vector<std::uint32_t> rank(cells.size());
         for (std::size_t k = 0; k < rank.size(); ++k)
             rank[k] = static_cast<std::uint32_t>(k);
@@ -772,11 +763,6 @@ struct RippleState
     Region region;
     RadiusMap radius;
     std::vector<RippleStep> table; // One frame's samples per distance step.
-    // One frame's count of the steps below each that move or light their pixel, so that a cell whose
-    // steps are all plain is copied instead of worked out pixel by pixel.
-    std::vector<std::int32_t> moving;
-    Mesh grid;                                    // Its cells.
-    std::vector<std::uint16_t> nearest, farthest; // Per cell, in steps.
 };
 thread_local RippleState ripple;
 
@@ -807,46 +793,25 @@ void RenderRipple(const Frame& f)
         ripple.table[static_cast<std::size_t>(i)] = {static_cast<std::int32_t>(std::lround(scale * 65536)),
                                                      static_cast<std::int32_t>(std::lround(light)), target};
     }
-    ripple.moving[0] = 0;
-    for (std::size_t i = 0; i < ripple.table.size(); ++i) {
-        const RippleStep& step = ripple.table[i];
-        ripple.moving[i + 1] = ripple.moving[i] + (step.scale != 65536 || step.light != 0 ? 1 : 0);
-    }
     const std::uint32_t* source = Pixels(f.source);
     const std::uint32_t* target = Pixels(f.target);
-    const auto width = static_cast<std::size_t>(f.w);
-    for (std::size_t k = 0; k < ripple.grid.cells.size(); ++k) {
-        const Cell& c = ripple.grid.cells[k];
-        const RippleStep &near = ripple.table[ripple.nearest[k]], &far = ripple.table[ripple.farthest[k]];
-        if (near.target == far.target &&
-            ripple.moving[ripple.farthest[k] + 1u] == ripple.moving[ripple.nearest[k]]) {
-            const std::uint32_t* picture = near.target ? target : source;
-            for (std::int32_t r = c.top; r <= c.lastRow; ++r) {
-                const std::size_t at =
-                    static_cast<std::size_t>(r) * width + static_cast<std::size_t>(c.first);
-                std::memcpy(reinterpret_cast<std::uint32_t*>(f.output) + at, picture + at,
-                            static_cast<std::size_t>(c.Pixels()) * 4);
-            }
-            continue;
-        }
-        for (std::int32_t r = c.top; r <= c.lastRow; ++r) {
-            const std::int64_t dr2 = 2 * static_cast<std::int64_t>(r) + 1 - g.CentreR2();
-            const std::size_t rowStart = static_cast<std::size_t>(r) * width;
-            const std::uint16_t* steps = ripple.radius.steps.data() + rowStart;
-            auto* out = reinterpret_cast<std::uint32_t*>(f.output) + rowStart;
-            std::int64_t dx2 = 2 * static_cast<std::int64_t>(c.first) + 1 - static_cast<std::int64_t>(f.w);
-            for (std::int32_t x = c.first; x <= c.last; ++x, dx2 += 2) {
-                const RippleStep& step = ripple.table[steps[x]];
-                const std::uint32_t* picture = step.target ? target : source;
-                std::uint32_t pixel = step.scale == 65536
-                                          ? picture[rowStart + static_cast<std::size_t>(x)]
-                                          : SampleAt(f, picture, g, dx2 * step.scale, dr2 * step.scale);
-                if (step.light > 0)
-                    pixel = Blend(pixel, 0xFFFFFFFFu, static_cast<std::uint32_t>(step.light));
-                else if (step.light < 0)
-                    pixel = Blend(pixel, 0, static_cast<std::uint32_t>(-step.light));
-                out[x] = pixel;
-            }
+    for (std::int32_t r = 0; r < f.h; ++r) {
+        const std::int64_t dr2 = 2 * static_cast<std::int64_t>(r) + 1 - g.CentreR2();
+        const std::size_t rowStart = static_cast<std::size_t>(r) * static_cast<std::size_t>(f.w);
+        const std::uint16_t* steps = ripple.radius.steps.data() + rowStart;
+        auto* out = reinterpret_cast<std::uint32_t*>(f.output) + rowStart;
+        std::int64_t dx2 = 1 - static_cast<std::int64_t>(f.w);
+        for (std::int32_t x = 0; x < f.w; ++x, dx2 += 2) {
+            const RippleStep& step = ripple.table[steps[x]];
+            const std::uint32_t* picture = step.target ? target : source;
+            std::uint32_t pixel = step.scale == 65536
+                                      ? picture[rowStart + static_cast<std::size_t>(x)]
+                                      : SampleAt(f, picture, g, dx2 * step.scale, dr2 * step.scale);
+            if (step.light > 0)
+                pixel = Blend(pixel, 0xFFFFFFFFu, static_cast<std::uint32_t>(step.light));
+            else if (step.light < 0)
+                pixel = Blend(pixel, 0, static_cast<std::uint32_t>(-step.light));
+            out[x] = pixel;
         }
     }
 }
@@ -986,21 +951,6 @@ void MakeRipple(const Frame& f)
     const double reach = std::max(1.0, ripple.region.HalfDiagonal());
     ripple.radius.Make(f.w, f.h, std::span(&ripple.region, 1), std::span(&reach, 1));
     ripple.table.resize(static_cast<std::size_t>(ripple.radius.limits[0]) + 1);
-    ripple.moving.resize(ripple.table.size() + 1);
-    ripple.grid.Make(ripple.region, Mesh::Order::Rows);
-    for (const Cell& c : ripple.grid.cells) {
-        std::uint16_t lo = 65535, hi = 0;
-        for (std::int32_t r = c.top; r <= c.lastRow; ++r) {
-            const std::uint16_t* row =
-                ripple.radius.steps.data() + static_cast<std::size_t>(r) * static_cast<std::size_t>(f.w);
-            for (std::int32_t x = c.first; x <= c.last; ++x) {
-                lo = std::min(lo, row[x]);
-                hi = std::max(hi, row[x]);
-            }
-        }
-        ripple.nearest.push_back(lo);
-        ripple.farthest.push_back(hi);
-    }
 }
 void DropRipple()
 {
