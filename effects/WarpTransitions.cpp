@@ -562,17 +562,6 @@ struct SpiralState
     Region regions[4];
     std::vector<std::uint16_t> moments; // Per pixel, memory order: when it changes, of 65536.
     std::vector<SpiralTwist> twists;    // kTwistSteps per region.
-    // Per region: the twists below `sourceStill` show the source unmoved, those from `targetStill` on
-    // the target unmoved.
-    std::size_t sourceStill[4] = {};
-    std::size_t targetStill[4] = {};
-    // Per region: its cells, and the earliest and latest moment in each, so that a frame copies the
-    // cells that do not move instead of working them out pixel by pixel.
-    Mesh grid[4];
-    std::vector<std::uint16_t> earliest[4], latest[4];
-    // One frame's sample positions per region at the nodes, as each would be if it showed the source
-    // or the target: cells whose moments lie close together on one side of the frame's follow these.
-    Mesh sourceWay[4], targetWay[4];
 };
 thread_local SpiralState spiral;
 
@@ -617,35 +606,6 @@ void MakeSpiral(const Frame& f, std::span<const Triple> triples)
             const double shown = target ? -most * closeness : most * closeness;
             twists[k] = {TurnBy(-shown), target};
         }
-        std::size_t& sourceStill = spiral.sourceStill[i];
-        while (sourceStill < kTwistSteps && !twists[sourceStill].target && twists[sourceStill].turn.Still())
-            ++sourceStill;
-        std::size_t& targetStill = spiral.targetStill[i];
-        targetStill = kTwistSteps;
-        while (targetStill > 0 && twists[targetStill - 1].target && twists[targetStill - 1].turn.Still())
-            --targetStill;
-        Mesh& grid = spiral.grid[i];
-        if (g.Empty())
-            continue;
-        grid.Make(g);
-        spiral.sourceWay[i] = grid;
-        spiral.targetWay[i] = grid;
-        spiral.earliest[i].assign(grid.cells.size(), 0);
-        spiral.latest[i].assign(grid.cells.size(), 0);
-        for (std::size_t k = 0; k < grid.cells.size(); ++k) {
-            const Cell& c = grid.cells[k];
-            std::uint16_t lo = 65535, hi = 0;
-            for (std::int32_t r = c.top; r <= c.lastRow; ++r) {
-                const std::uint16_t* row =
-                    spiral.moments.data() + static_cast<std::size_t>(r) * static_cast<std::size_t>(f.w);
-                for (std::int32_t x = c.first; x <= c.last; ++x) {
-                    lo = std::min(lo, row[x]);
-                    hi = std::max(hi, row[x]);
-                }
-            }
-            spiral.earliest[i][k] = lo;
-            spiral.latest[i][k] = hi;
-        }
     }
 }
 
@@ -656,90 +616,20 @@ void RenderSpiral(const Frame& f)
     const auto now = static_cast<std::int64_t>((static_cast<std::int64_t>(f.n) << 16) / f.d);
     const std::uint32_t* source = Pixels(f.source);
     const std::uint32_t* target = Pixels(f.target);
-    const auto width = static_cast<std::size_t>(f.w);
     for (int i = 0; i < spiral.regionCount; ++i) {
         const Region& g = spiral.regions[i];
-        if (g.Empty())
-            continue;
         const SpiralTwist* twists = spiral.twists.data() + kTwistSteps * static_cast<std::size_t>(i);
-        const Mesh& grid = spiral.grid[i];
-        // The nodes turned as their own moments say, each way; the twist of the other picture is
-        // the same turn the other way round.
-        Mesh& sourceWay = spiral.sourceWay[i];
-        Mesh& targetWay = spiral.targetWay[i];
-        for (std::int32_t j = 0; j < grid.down; ++j) {
-            const std::int32_t r = Mesh::At(g.r0, g.h, j);
+        for (std::int32_t r = g.r0; r < g.r0 + g.h; ++r) {
             const std::int64_t dr2 = 2 * static_cast<std::int64_t>(r) + 1 - g.CentreR2();
-            for (std::int32_t n = 0; n < grid.across; ++n) {
-                const std::int32_t x = Mesh::At(g.x0, g.w, n);
-                const std::int64_t dx2 = 2 * static_cast<std::int64_t>(x) + 1 - g.CentreX2();
-                const std::size_t node = grid.Node(n, j);
-                const SpiralTwist& twist =
-                    twists[(now -
-                            spiral
-                                .moments[static_cast<std::size_t>(r) * width + static_cast<std::size_t>(x)] +
-                            65536) >>
-                           kTwistShift];
-                for (const bool toTarget : {false, true}) {
-                    Mesh& way = toTarget ? targetWay : sourceWay;
-                    const Turn t =
-                        twist.target == toTarget ? twist.turn : Turn{twist.turn.cos, -twist.turn.sin};
-                    const std::int64_t px = (dx2 * t.cos - dr2 * t.sin + (g.CentreX2() << 16)) >> 1;
-                    const std::int64_t pr = (dx2 * t.sin + dr2 * t.cos + (g.CentreR2() << 16)) >> 1;
-                    way.x[node] = static_cast<std::int32_t>(std::clamp<std::int64_t>(
-                        px, std::int64_t{g.x0} << 16, (std::int64_t{g.x0 + g.w} << 16) - 1));
-                    way.y[node] = static_cast<std::int32_t>(std::clamp<std::int64_t>(
-                        pr, std::int64_t{g.r0} << 16, (std::int64_t{g.r0 + g.h} << 16) - 1));
-                }
-            }
-        }
-        // Turns closer than this (16.16) are followed linearly: a pixel or so at the corners of a
-        // 1080-line picture.
-        constexpr std::int32_t kTurnSteady = 65536 / 512;
-        constexpr std::size_t kChange =
-            std::size_t{65536} >> kTwistShift; // The first twist showing the target.
-        const CellSampler sampler = ChooseCellSampler();
-        for (std::size_t k = 0; k < grid.cells.size(); ++k) {
-            const Cell& c = grid.cells[k];
-            // The twists of the cell's pixels lie between those of its latest and earliest moments.
-            const auto first = static_cast<std::size_t>((now - spiral.latest[i][k] + 65536) >> kTwistShift);
-            const auto last = static_cast<std::size_t>((now - spiral.earliest[i][k] + 65536) >> kTwistShift);
-            const std::uint32_t* still = first >= spiral.targetStill[i] ? target
-                                         : last < spiral.sourceStill[i] ? source
-                                                                        : nullptr;
-            if (still != nullptr) {
-                for (std::int32_t r = c.top; r <= c.lastRow; ++r) {
-                    const std::size_t at =
-                        static_cast<std::size_t>(r) * width + static_cast<std::size_t>(c.first);
-                    std::memcpy(reinterpret_cast<std::uint32_t*>(f.output) + at, still + at,
-                                static_cast<std::size_t>(c.Pixels()) * 4);
-                }
-                continue;
-            }
-            // Moments close together on one side of the frame's, whose turns hardly differ: followed
-            // linearly, the cell is drawn as it would be pixel by pixel, give or take a pixel.
-            const bool oneWay = first >= kChange || last < kChange;
-            const Turn early = twists[first].turn, late = twists[last].turn;
-            if (oneWay && spiral.latest[i][k] - spiral.earliest[i][k] < 65536 / 8 &&
-                std::abs(early.cos - late.cos) + std::abs(early.sin - late.sin) < kTurnSteady) {
-                const bool toTarget = first >= kChange;
-                sampler.sample(PathOf(toTarget ? targetWay : sourceWay, c), toTarget ? target : source, width,
-                               reinterpret_cast<std::uint32_t*>(f.OutputRow(c.top)) + c.first, width,
-                               c.Pixels(), c.Rows());
-                continue;
-            }
-            for (std::int32_t r = c.top; r <= c.lastRow; ++r) {
-                const std::int64_t dr2 = 2 * static_cast<std::int64_t>(r) + 1 - g.CentreR2();
-                const std::size_t rowStart = static_cast<std::size_t>(r) * width;
-                const std::uint16_t* moments = spiral.moments.data() + rowStart;
-                auto* out = reinterpret_cast<std::uint32_t*>(f.output) + rowStart;
-                std::int64_t dx2 = 2 * static_cast<std::int64_t>(c.first) + 1 - g.CentreX2();
-                for (std::int32_t x = c.first; x <= c.last; ++x, dx2 += 2) {
-                    const SpiralTwist& twist = twists[(now - moments[x] + 65536) >> kTwistShift];
-                    const std::uint32_t* picture = twist.target ? target : source;
-                    out[x] = twist.turn.Still() ? picture[rowStart + static_cast<std::size_t>(x)]
-                                                : SampleTurned(f, picture, g, dx2, dr2, twist.turn);
-                }
+            const std::size_t rowStart = static_cast<std::size_t>(r) * static_cast<std::size_t>(f.w);
+            const std::uint16_t* moments = spiral.moments.data() + rowStart;
+            auto* out = reinterpret_cast<std::uint32_t*>(f.output) + rowStart;
+            std::int64_t dx2 = 1 - static_cast<std::int64_t>(g.w);
+            for (std::int32_t x = g.x0; x < g.x0 + g.w; ++x, dx2 += 2) {
+                const SpiralTwist& twist = twists[(now - moments[x] + 65536) >> kTwistShift];
+                const std::uint32_t* picture = twist.target ? target : source;
+                out[x] = twist.turn.Still() ? picture[rowStart + static_cast<std::size_t>(x)]
+                                            : SampleTurned(f, picture, g, dx2, dr2, twist.turn);
             }
         }
     }
