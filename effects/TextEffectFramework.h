@@ -62,6 +62,9 @@ struct TextEffectState
     std::vector<InkBox> shadowInk;
     /// The double-size ascent the sheets were drawn with.
     std::int32_t sheetAscent = 0;
+    /// What a procedure fixes once per caption at init (a random order of the glyphs, say); empty
+    /// unless the procedure fills it.
+    std::vector<std::int32_t> effectData;
 };
 
 /// Sheets larger than this are refused (the init fails and the caption is not drawn).

@@ -1,6 +1,7 @@
 #include "effects/TextEffects.h"
 
 #include "effects/TextEffectFramework.h"
+#include "effects/TextProcedure.h"
 
 #include <algorithm>
 #include <array>
@@ -11,73 +12,7 @@ namespace lumenar::effects {
 
 namespace {
 
-constexpr std::int32_t kUnitScale = 65536;
-
-// Positions are worked out in 64 bits; a caption pushed beyond the 32-bit range lands far outside the
-// picture either way and draws nothing.
-std::int32_t Saturate(std::int64_t value)
-{
-    return static_cast<std::int32_t>(std::clamp<std::int64_t>(value, std::numeric_limits<std::int32_t>::min(),
-                                                              std::numeric_limits<std::int32_t>::max()));
-}
-
-// Truncation of a double that may be far out of the 32-bit range (or not a number) without undefined
-// conversion.
-std::int64_t Truncate(double value)
-{
-    if (!(value > -9.0e18 && value < 9.0e18))
-        return 0;
-    return static_cast<std::int64_t>(value);
-}
-
-// Where a glyph goes this frame.
-struct Placement
-{
-    std::int64_t x;
-    std::int64_t y;
-    std::int32_t opacity = 255;
-    std::int32_t scale = kUnitScale;
-};
-
-void Draw(TextEffectState& state, const TextEffectParams& p, int i, const Placement& at)
-{
-    const records::TextRecord& r = *p.text;
-    DrawGlyph(state, Saturate(at.x), Saturate(at.y), p.glyphs[i].code, r.colour, at.opacity, r.shadow, i,
-              at.scale, at.scale, 0);
-}
-
-// The frame of one caption: `render(state, block)` runs for render codes when the caption has a state.
-template <typename Render> std::int32_t TextProcedure(std::uint32_t message, void* params, Render render)
-{
-    auto& block = *static_cast<TextEffectParams*>(params);
-    switch (message) {
-    case EffectInit:
-        if (BuildTextState(block) == 0) {
-            FreeTextState(block);
-            return -1;
-        }
-        return 0;
-    case EffectRelease:
-        FreeTextState(block);
-        return 0;
-    case EffectReserved2:
-    case EffectReserved4:
-        return 0;
-    default:
-        break;
-    }
-    if (block.text == nullptr || block.glyphs == nullptr || block.glyphCount <= 0 || block.progressDen == 0)
-        return 0;
-    TextEffectState* state = FindTextState(block.text->effectState);
-    if (state == nullptr)
-        return 0;
-    // The picture may have changed since init (the caller's context is authoritative for each frame).
-    state->dcBits = block.dcBits;
-    state->width = block.width;
-    state->height = block.height;
-    render(*state, block);
-    return 0;
-}
+using namespace text;
 
 // Where the caption's origin starts for the fly-in families.
 void StartPoint(const TextEffectParams& p, std::int64_t& sx, std::int64_t& sy)
@@ -107,11 +42,6 @@ void StartPoint(const TextEffectParams& p, std::int64_t& sx, std::int64_t& sy)
         sy = r.y;
         break;
     }
-}
-
-double Progress(const TextEffectParams& p)
-{
-    return static_cast<double>(p.progressNum) / static_cast<double>(p.progressDen);
 }
 
 // The shuffled start times of the scatter's variant 1 (a permutation of 0..31).
@@ -255,7 +185,7 @@ std::int32_t TextGlyphGrow(std::uint32_t message, void* params)
                 continue;
             const double size = p.variant <= 2 ? a : (1 - a) * 1.2999999999999998 + 1;
             if (p.variant != 0)
-                at.scale = static_cast<std::int32_t>(Truncate(size * 65536));
+                at.scaleX = at.scaleY = static_cast<std::int32_t>(Truncate(size * 65536));
             if (p.variant == 2 || p.variant == 4) {
                 at.x = Truncate((static_cast<double>(r.x) + g.gx - cx) * size + cx);
                 at.y = Truncate((static_cast<double>(r.y) + g.gy - cy) * size + cy);
