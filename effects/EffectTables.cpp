@@ -1,6 +1,7 @@
 #include "effects/EffectTables.h"
 
 #include "effects/BasicTransitions.h"
+#include "effects/CardTransitions.h"
 #include "effects/FlatTransitions.h"
 #include "effects/LineTransitions.h"
 #include "effects/TextEffects.h"
@@ -21,20 +22,20 @@ constexpr EffectEntry Row(std::uint32_t nameId, EffectProc proc, const char* pro
 // Written by the registry only (names, active flags, the random rows), under its tables lock.
 EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     // Picture table.
-    Row(10, CutAtHalf, "Flip3D", 0x04, 1, 19, Built::NotYet),               // 0
-    Row(121, CutAtHalf, "Flip3D", 0x40, 1, 19, Built::NotYet),              // 1
-    Row(32, CutAtHalf, "Flip3D", 0x01, 2, 19, Built::NotYet),               // 2
-    Row(122, CutAtHalf, "Flip3D", 0x10, 2, 19, Built::NotYet),              // 3
-    Row(34, CutAtHalf, "Flip3D", 0x00, 3, 19, Built::NotYet),               // 4
-    Row(80, CutAtHalf, "Flip3D", 0x00, 4, 19, Built::NotYet),               // 5
-    Row(81, CutAtHalf, "Flip3D", 0x00, 5, 19, Built::NotYet),               // 6
-    Row(15, CutAtHalf, "PictureEffect07", 0x04, 1, 19, Built::NotYet),      // 7
-    Row(123, CutAtHalf, "PictureEffect07", 0x40, 1, 19, Built::NotYet),     // 8
-    Row(94, CutAtHalf, "PictureEffect07", 0x04, 2, 19, Built::NotYet),      // 9
-    Row(124, CutAtHalf, "PictureEffect07", 0x40, 2, 19, Built::NotYet),     // 10
-    Row(85, CutAtHalf, "PictureEffect07", 0x00, 3, 19, Built::NotYet),      // 11
-    Row(95, CutAtHalf, "PictureEffect07", 0x00, 4, 19, Built::NotYet),      // 12
-    Row(96, CutAtHalf, "PictureEffect07", 0x00, 5, 19, Built::NotYet),      // 13
+    Row(10, Flip3D, "Flip3D", 0x04, 1, 19, Built::Yes),                     // 0
+    Row(121, Flip3D, "Flip3D", 0x40, 1, 19, Built::Yes),                    // 1
+    Row(32, Flip3D, "Flip3D", 0x01, 2, 19, Built::Yes),                     // 2
+    Row(122, Flip3D, "Flip3D", 0x10, 2, 19, Built::Yes),                    // 3
+    Row(34, Flip3D, "Flip3D", 0x00, 3, 19, Built::Yes),                     // 4
+    Row(80, Flip3D, "Flip3D", 0x00, 4, 19, Built::Yes),                     // 5
+    Row(81, Flip3D, "Flip3D", 0x00, 5, 19, Built::Yes),                     // 6
+    Row(15, TurnInPlace, "PictureEffect07", 0x04, 1, 19, Built::Yes),       // 7
+    Row(123, TurnInPlace, "PictureEffect07", 0x40, 1, 19, Built::Yes),      // 8
+    Row(94, TurnInPlace, "PictureEffect07", 0x04, 2, 19, Built::Yes),       // 9
+    Row(124, TurnInPlace, "PictureEffect07", 0x40, 2, 19, Built::Yes),      // 10
+    Row(85, TurnInPlace, "PictureEffect07", 0x00, 3, 19, Built::Yes),       // 11
+    Row(95, TurnInPlace, "PictureEffect07", 0x00, 4, 19, Built::Yes),       // 12
+    Row(96, TurnInPlace, "PictureEffect07", 0x00, 5, 19, Built::Yes),       // 13
     Row(24, CutAtHalf, "PictureEffect14", 0x00, 0, 19, Built::NotYet),      // 14
     Row(109, CutAtHalf, "PictureEffect15", 0x00, 0, 19, Built::NotYet),     // 15
     Row(110, CutAtHalf, "PictureEffect15", 0x00, 1, 19, Built::NotYet),     // 16
@@ -67,8 +68,8 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(26, PatternWipe, "PictureEffect43", 0x00, 8, 19, Built::Yes),       // 43
     Row(18, PatternWipe, "PictureEffect43", 0x00, 264, 19, Built::Yes),     // 44
     Row(36, PatternWipe, "PictureEffect43", 0x00, 780, 19, Built::Yes),     // 45
-    Row(76, CutAtHalf, "PictureEffect46", 0x04, 0, 19, Built::NotYet),      // 46
-    Row(77, CutAtHalf, "PictureEffect46", 0x40, 0, 19, Built::NotYet),      // 47
+    Row(76, RotateAway, "PictureEffect46", 0x04, 0, 19, Built::Yes),        // 46
+    Row(77, RotateAway, "PictureEffect46", 0x40, 0, 19, Built::Yes),        // 47
     Row(88, ClockWipe, "PictureEffect48", 0x00, 0, 19, Built::Yes),         // 48
     Row(11, Push, "Push", 0x01, 1, 3, Built::Yes),                          // 49
     Row(12, Push, "Push", 0x10, 1, 4, Built::Yes),                          // 50

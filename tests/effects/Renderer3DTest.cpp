@@ -1,0 +1,242 @@
+#include "effects/Renderer3D.h"
+
+#include "effects/EffectProtocol.h"
+#include "effects/EffectRegistry.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <numbers>
+#include <random>
+#include <vector>
+
+namespace lumenar::effects::render3d {
+namespace {
+
+// A picture of 32-bit pixels, bottom row first, and the canvas over it.
+struct Picture
+{
+    int w, h;
+    std::vector<std::uint8_t> bytes;
+    Picture(int width, int height, std::uint32_t fill = 0)
+        : w(width), h(height), bytes(static_cast<std::size_t>(width) * height * 4)
+    {
+        for (std::size_t i = 0; i < bytes.size(); i += 4)
+            std::memcpy(&bytes[i], &fill, 4);
+    }
+    Canvas AsCanvas() { return {bytes.data(), w, h}; }
+    // Pixel at column x of row y counted from the top.
+    std::uint32_t At(int x, int y) const
+    {
+        std::uint32_t p;
+        std::memcpy(&p, &bytes[(static_cast<std::size_t>(h - 1 - y) * w + x) * 4], 4);
+        return p;
+    }
+};
+
+Texture Flat(std::uint32_t colour)
+{
+    Texture t;
+    t.texels.assign(static_cast<std::size_t>(kTextureSize) * kTextureSize, colour);
+    return t;
+}
+
+// A card of half-size (hw, hh) at depth z, turned by `turn` about the upright axis.
+Card CardAt(double hw, double hh, double z, const Texture& front, const Texture& back, double turn = 0)
+{
+    const Mat4 place = Mat4::Translate(0, 0, z) * Mat4::RotateY(turn);
+    const Vec3 at[4] = {{-hw, hh, 0}, {-hw, -hh, 0}, {hw, -hh, 0}, {hw, hh, 0}};
+    const double uv[4][2] = {{0, 0}, {0, 1}, {1, 1}, {1, 0}};
+    Card card;
+    for (std::size_t i = 0; i < 4; ++i) {
+        card.corners[i] = {place.Apply(at[i]), uv[i][0], uv[i][1]};
+        card.backUv[i] = {1 - uv[i][0], uv[i][1]};
+    }
+    card.front = &front;
+    card.back = &back;
+    return card;
+}
+
+// A card at rest that fills the frame shows a picture of the texture's own size sample for sample.
+TEST(Renderer3D, ACardAtRestShowsItsPictureExactly)
+{
+    Picture source(kTextureSize, kTextureSize);
+    std::mt19937 random(5);
+    for (auto& b : source.bytes)
+        b = static_cast<std::uint8_t>(random());
+    const Texture texture = MakeTexture(source.bytes.data(), source.w, source.h);
+    Picture out(kTextureSize, kTextureSize);
+    ASSERT_TRUE(
+        DrawCard(out.AsCanvas(), Camera::Filling(out.w, out.h, 1, 2), CardAt(1, 1, 2, texture, texture)));
+    EXPECT_TRUE(out.bytes == source.bytes);
+}
+
+// Shrinking averages: fine stripes become an even grey rather than a pattern of their own.
+TEST(Renderer3D, TexturesOfLargerPicturesDoNotAlias)
+{
+    Picture stripes(1600, 1200);
+    for (int y = 0; y < stripes.h; ++y)
+        for (int x = 0; x < stripes.w; ++x)
+            std::memset(&stripes.bytes[(static_cast<std::size_t>(y) * stripes.w + x) * 4], x % 2 ? 255 : 0,
+                        4);
+    const Texture texture = MakeTexture(stripes.bytes.data(), stripes.w, stripes.h);
+    // Away from the edges, which repeat the picture's outermost (black) column.
+    for (int y = 0; y < kTextureSize; ++y)
+        for (int x = 2; x < kTextureSize - 2; ++x)
+            ASSERT_NEAR(
+                static_cast<int>(texture.texels[static_cast<std::size_t>(y) * kTextureSize + x] & 255), 128,
+                8)
+                << x;
+}
+
+// Corners on pixel boundaries cover exactly the pixels between them, once split in two triangles too.
+TEST(Renderer3D, CoverageFollowsPixelCentres)
+{
+    const Texture red = Flat(0x00FF0000);
+    const Texture blue = Flat(0x000000FF);
+    Camera camera; // Focal 1, centre at the origin: (x, y, 1) lands on column x, row -y.
+    camera.width = 10;
+    camera.height = 8;
+    const Vertex a{{2, -2, 1}}, b{{2, -5, 1}}, c{{6, -5, 1}}, d{{6, -2, 1}};
+    for (bool split : {false, true}) {
+        SCOPED_TRACE(split ? "two triangles" : "one card");
+        Picture out(10, 8);
+        if (split) {
+            DrawTriangle(out.AsCanvas(), camera, red, a, b, c, 256);
+            DrawTriangle(out.AsCanvas(), camera, blue, a, c, d, 256);
+        } else {
+            Card card;
+            card.corners = {a, b, c, d};
+            card.front = card.back = &red;
+            DrawCard(out.AsCanvas(), camera, card);
+        }
+        for (int y = 0; y < 8; ++y)
+            for (int x = 0; x < 10; ++x)
+                EXPECT_EQ(out.At(x, y) != 0, x >= 2 && x < 6 && y >= 2 && y < 5) << x << "," << y;
+    }
+}
+
+// A card leaning back: the middle of the picture shows the card's middle, as perspective places it
+// (an interpolation straight across the picture would show three quarters of the way).
+TEST(Renderer3D, TextureFollowsPerspective)
+{
+    Texture ramp;
+    for (int y = 0; y < kTextureSize; ++y)
+        for (int x = 0; x < kTextureSize; ++x)
+            ramp.texels.push_back(static_cast<std::uint32_t>(x / 2) << 16);
+    Camera camera;
+    camera.width = camera.height = 200;
+    camera.focal = 100;
+    camera.centreX = camera.centreY = 100;
+    Picture out(200, 200);
+    Card card;
+    card.corners = {Vertex{{-1, 1, 1}, 0, 0}, Vertex{{-1, -1, 1}, 0, 1}, Vertex{{1, -1, 3}, 1, 1},
+                    Vertex{{1, 1, 3}, 1, 0}};
+    card.front = card.back = &ramp;
+    DrawCard(out.AsCanvas(), camera, card);
+    // The card leans back by 45 degrees from the line of sight to its middle, which darkens it.
+    EXPECT_NEAR(static_cast<int>(out.At(100, 100) >> 16 & 255), 129 * ShadeFor(std::sqrt(0.5)) / 256, 2);
+}
+
+// Which side shows, how dark, and what is cut away in front of the eye.
+TEST(Renderer3D, FacesShadingAndTheNearPlane)
+{
+    const Texture red = Flat(0x00C80000);
+    const Texture blue = Flat(0x000000C8);
+    const Camera camera = Camera::Filling(64, 48, 1, 2);
+    struct Row
+    {
+        const char* name;
+        double turn;
+        bool front;
+        std::uint32_t centre;
+    } rows[] = {
+        {"facing", 0, true, 0x00C80000},
+        {"turned a little", 0.3, true, 0x00C20000},
+        {"turned over", std::numbers::pi, false, 0x000000C8},
+        {"turned over and back a little", std::numbers::pi - 1.2, false, 0x00000078},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Picture out(64, 48);
+        EXPECT_EQ(DrawCard(out.AsCanvas(), camera, CardAt(4.0 / 3, 1, 2, red, blue, row.turn)), row.front);
+        EXPECT_EQ(out.At(32, 24), row.centre);
+    }
+    EXPECT_EQ(ShadeFor(1), 256);
+    EXPECT_EQ(ShadeFor(0), 96);
+
+    // A floor running from behind the eye into the distance: what lies behind the eye would land above
+    // the horizon if it were projected; cut away, only the floor below the horizon shows.
+    Picture out(64, 48);
+    Card floor;
+    floor.corners = {Vertex{{-5, -1, 10}}, Vertex{{-5, -1, -2}}, Vertex{{5, -1, -2}}, Vertex{{5, -1, 10}}};
+    floor.front = floor.back = &red;
+    DrawCard(out.AsCanvas(), camera, floor);
+    int below = 0;
+    for (int y = 0; y < 48; ++y) {
+        for (int x = 0; x < 64; ++x) {
+            if (y < 24)
+                ASSERT_EQ(out.At(x, y), 0u) << x << "," << y;
+            else
+                below += out.At(x, y) != 0;
+        }
+    }
+    EXPECT_GT(below, 1000);
+    for (int x = 0; x < 64; ++x)
+        EXPECT_NE(out.At(x, 47), 0u) << x;
+}
+
+// The card rows through the registry, on a flat red source and a flat blue target: which picture the
+// middle shows a quarter and three quarters of the way, and what the corners show half way.
+TEST(CardRows, WhatTheMiddleAndTheCornersShow)
+{
+    constexpr int w = 64, h = 48;
+    Picture source(w, h, 0x00FF0000), target(w, h, 0x000000FF), output(w, h);
+    EffectRegistry registry;
+    auto frame = [&](int row, int percent) {
+        EffectParams block{};
+        block.source = source.bytes.data();
+        block.target = target.bytes.data();
+        block.output = output.bytes.data();
+        block.width = w;
+        block.height = h;
+        block.progressNum = 0;
+        block.progressDen = 100;
+        registry.RunPicture(row, EffectInit, &block);
+        block.progressNum = percent;
+        registry.RunPicture(row, EffectRender, &block);
+        registry.RunPicture(row, EffectRelease, &block);
+    };
+    // 'S' source, 'T' target, '-' either (the tumble is edge-on at both, the longer turns pass both).
+    struct Row
+    {
+        int row;
+        char early, late;
+        bool blackCorners;
+    } rows[] = {
+        {0, 'S', 'T', true},   {1, 'S', 'T', true},   {2, 'S', 'T', true},   {3, 'S', 'T', true},
+        {4, '-', '-', true},   {5, 'T', 'S', true},   {6, 'T', 'T', true},   {7, 'S', 'T', false},
+        {8, 'S', 'T', false},  {9, 'S', 'T', false},  {10, 'S', 'T', false}, {11, '-', '-', false},
+        {12, 'T', 'S', false}, {13, 'T', 'T', false}, {46, 'S', 'S', false}, {47, 'S', 'S', false},
+    };
+    const auto shows = [](std::uint32_t pixel, char picture) {
+        const std::uint32_t mine = picture == 'S' ? pixel >> 16 & 255 : pixel & 255;
+        const std::uint32_t other = picture == 'S' ? pixel & 255 : pixel >> 16 & 255;
+        return picture == '-' || (mine > 64 && other == 0);
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.row);
+        frame(r.row, 25);
+        EXPECT_TRUE(shows(output.At(w / 2, h / 2), r.early)) << std::hex << output.At(w / 2, h / 2);
+        frame(r.row, 75);
+        EXPECT_TRUE(shows(output.At(w / 2, h / 2), r.late)) << std::hex << output.At(w / 2, h / 2);
+        frame(r.row, 50);
+        if (r.blackCorners || r.row >= 46) {
+            EXPECT_EQ(output.At(0, 0), r.blackCorners ? 0u : 0x000000FFu);
+        }
+    }
+}
+
+} // namespace
+} // namespace lumenar::effects::render3d
