@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <numbers>
+#include <utility>
 #include <vector>
 
 namespace lumenar::effects {
@@ -32,11 +33,29 @@ double ReadingPlace(const TextEffectParams& p, int i)
     return p.glyphCount > 1 ? static_cast<double>(i) / (p.glyphCount - 1) : 0.0;
 }
 
-// The glyph's place across the caption, 0 at its left edge to 1 at its right edge (0 for an empty extent).
-double AcrossPlace(const TextEffectParams& p, int i)
+// Each glyph's place across the caption, from the leftmost glyph (0) to the rightmost (1), in 1/65536,
+// fixed at init so a frame need not look for the caption's ends.
+constexpr double kAcrossUnit = 65536;
+
+void PrepareAcross(TextEffectState& s, const TextEffectParams& block)
 {
-    const double width = p.text->extentWidth;
-    return width > 0 ? std::clamp(p.glyphs[i].gx / width, 0.0, 1.0) : 0.0;
+    s.effectData.clear();
+    if (block.glyphs == nullptr || block.glyphCount <= 0)
+        return;
+    const auto [least, most] =
+        std::minmax_element(block.glyphs, block.glyphs + block.glyphCount,
+                            [](const records::Glyph& a, const records::Glyph& b) { return a.gx < b.gx; });
+    const double span = static_cast<double>(most->gx) - least->gx;
+    for (int i = 0; i < block.glyphCount; ++i) {
+        const double place = span > 0 ? (static_cast<double>(block.glyphs[i].gx) - least->gx) / span : 0.0;
+        s.effectData.push_back(static_cast<std::int32_t>(place * kAcrossUnit));
+    }
+}
+
+double AcrossPlace(const TextEffectState& s, int i)
+{
+    const auto at = static_cast<std::size_t>(i);
+    return at < s.effectData.size() ? s.effectData[at] / kAcrossUnit : 0.0;
 }
 
 double EaseOut(double a)
@@ -166,10 +185,14 @@ void DrawStar(TextEffectState& s, std::int64_t cx, std::int64_t cy, int radius, 
     light(cx, cy, intensity);
     for (int k = 1; k <= radius; ++k) {
         const int weight = intensity * (radius + 1 - k) / (radius + 1);
-        light(cx + k, cy, weight);
-        light(cx - k, cy, weight);
-        light(cx, cy + k, weight);
-        light(cx, cy - k, weight);
+        // The long rays are three pixels wide, their sides half as bright, so the star reads at a glance.
+        for (const auto& [across, share] : {std::pair{0, 2}, {-1, 1}, {1, 1}}) {
+            const int w = weight * share / 2;
+            light(cx + k, cy + across, w);
+            light(cx - k, cy + across, w);
+            light(cx + across, cy + k, w);
+            light(cx + across, cy - k, w);
+        }
         if (2 * k <= radius) {
             const int diagonal = intensity * (radius + 1 - 2 * k) / (radius + 1);
             light(cx + k, cy + k, diagonal);
@@ -417,7 +440,7 @@ std::int32_t TextEffect49(std::uint32_t message, void* params)
                              else
                                  return;
                              // The glyphs nearest the side they come from arrive first.
-                             const double across = AcrossPlace(p, i);
+                             const double across = AcrossPlace(s, i);
                              const double a = Staggered(t, side > 0 ? 1 - across : across, 0.5);
                              if (a <= 0)
                                  return;
@@ -430,7 +453,8 @@ std::int32_t TextEffect49(std::uint32_t message, void* params)
                              at.x += Round(side * distance);
                              at.opacity = Opacity(a * 3);
                              Draw(s, p, i, at);
-                         }));
+                         }),
+                         PrepareAcross);
 }
 
 std::int32_t TextEffect51(std::uint32_t message, void* params)
@@ -444,7 +468,7 @@ std::int32_t TextEffect51(std::uint32_t message, void* params)
                 side = -1; // From the left.
             else
                 return;
-            const double across = AcrossPlace(p, i);
+            const double across = AcrossPlace(s, i);
             const double a = Staggered(t, side > 0 ? 1 - across : across, 0.55);
             if (a <= 0)
                 return;
@@ -461,7 +485,8 @@ std::int32_t TextEffect51(std::uint32_t message, void* params)
             at.angle = Tenths(degrees);
             at.opacity = Opacity(a * 4);
             Draw(s, p, i, at);
-        }));
+        }),
+        PrepareAcross);
 }
 
 } // namespace lumenar::effects
