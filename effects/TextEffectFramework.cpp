@@ -732,7 +732,12 @@ bool BuildSoftCells(TextEffectState& state, const TextEffectParams& block,
                 for (int u = 0; u < soft.cellWidth; ++u) {
                     const std::size_t at =
                         static_cast<std::size_t>(v) * soft.cellWidth + static_cast<std::size_t>(u);
-                    out[at] = static_cast<std::uint8_t>(std::min<int>(blurred[at], 255));
+                    // The far tail of the blur is too faint to see; dropping it keeps the boxes (and
+                    // the pixels a frame visits) small.
+                    constexpr int kFaintest = 8;
+                    out[at] = blurred[at] < kFaintest
+                                  ? 0
+                                  : static_cast<std::uint8_t>(std::min<int>(blurred[at], 255));
                     if (out[at] == 0)
                         continue;
                     box.left = std::min(box.left, u);

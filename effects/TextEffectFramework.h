@@ -25,7 +25,7 @@ struct InkBox
 /// Made once per caption by BuildSoftCells; empty otherwise. Each cell is the glyph's cell with a margin
 /// on every side (the blur spreads into it), top row first, rows of `cellWidth` samples at the sheets'
 /// double size; a sample is the coverage of the 2 × 2 sheet samples a picture pixel reads, 0 (none) to
-/// 255 (all ink), blurred by the level's radius.
+/// 255 (all ink), blurred by the level's radius; coverage below 8 is dropped to 0.
 struct SoftCells
 {
     std::int32_t margin = 0; ///< Samples added to the glyph cell on each side.

@@ -141,11 +141,11 @@ template <typename Glyph> auto EachGlyph(Glyph glyph)
     };
 }
 
-// Soft cells for a caption: the sharp coverage and blurs up to a quarter of the cell's height, so a
-// small font blurs as much as a large one in proportion.
+// Soft cells for a caption: the sharp coverage and blurs up to a seventh of the cell's height, so a small
+// font blurs as much as a large one in proportion.
 void PrepareSoftCells(TextEffectState& state, const TextEffectParams& block)
 {
-    const int strongest = std::clamp(state.glyphCellHeight / 4, 3, 48);
+    const int strongest = std::clamp(state.glyphCellHeight / 7, 3, 32);
     std::array<std::int32_t, 4> radii = {0, std::max(1, strongest / 6), std::max(2, strongest * 2 / 5),
                                          strongest};
     for (std::size_t l = 1; l < radii.size(); ++l)
@@ -260,7 +260,7 @@ std::int32_t TextEffect42(std::uint32_t message, void* params)
 {
     return TextProcedure(
         message, params, EachGlyph([](TextEffectState& s, const TextEffectParams& p, int i, double t) {
-            const double a = Staggered(t, ReadingPlace(p, i), 0.5);
+            const double a = Staggered(t, ReadingPlace(p, i), 0.35);
             if (a <= 0)
                 return;
             const std::int32_t opacity = Opacity(a * 2.5);
@@ -274,11 +274,15 @@ std::int32_t TextEffect42(std::uint32_t message, void* params)
             const auto blur = static_cast<std::int32_t>((1 - focus) * (s.soft.levels.size() - 1) * 256);
             const Placement at = RestingPlace(p, i);
             const records::TextRecord& r = *p.text;
-            // The shadow blurs with its glyph: a soft dark copy, displaced as DrawGlyph displaces it.
-            if (r.shadow != 0) {
+            // The shadow blurs with its glyph (a soft dark copy, displaced as DrawGlyph displaces it) and
+            // comes in as the glyph sharpens: a shadow of a haze would only muddy it, and costs a second
+            // pass over the widest boxes.
+            constexpr int kShadowFrom = 384;
+            if (r.shadow != 0 && blur < kShadowFrom) {
                 const std::int64_t offset = ShadowOffset(s);
-                DrawSoftGlyph(s, Saturate(at.x + offset), Saturate(at.y + offset), 0x000000, opacity * 5 / 8,
-                              i, blur + 256, kUnitScale, kUnitScale, 0);
+                DrawSoftGlyph(s, Saturate(at.x + offset), Saturate(at.y + offset), 0x000000,
+                              opacity * 5 / 8 * (kShadowFrom - blur) / kShadowFrom, i, blur + 256, kUnitScale,
+                              kUnitScale, 0);
             }
             DrawSoftGlyph(s, Saturate(at.x), Saturate(at.y), r.colour, opacity, i, blur, kUnitScale,
                           kUnitScale, 0);
@@ -292,13 +296,13 @@ std::int32_t TextEffect43(std::uint32_t message, void* params)
                          EachGlyph([](TextEffectState& s, const TextEffectParams& p, int i, double t) {
                              if (p.variant != 0 && p.variant != 1)
                                  return;
-                             const double a = Staggered(t, ReadingPlace(p, i), 0.5);
+                             const double a = Staggered(t, ReadingPlace(p, i), 0.4);
                              if (a <= 0)
                                  return;
                              const double e = EaseOut(a);
-                             // In: from nothing, turning clockwise; out: from two and a half times the
-                             // size, turning the other way.
-                             const double size = p.variant == 0 ? e : 1 + 1.5 * (1 - e);
+                             // In: from nothing, turning clockwise; out: from twice the size, turning the
+                             // other way.
+                             const double size = p.variant == 0 ? e : 1 + (1 - e);
                              const double turn = (p.variant == 0 ? 1 : -1) * (1 - e) * 540;
                              Placement at = AboutCentre(s, p, i, size, size, Tenths(turn));
                              at.opacity = Opacity(a * 2);
@@ -369,14 +373,14 @@ std::int32_t TextEffect47(std::uint32_t message, void* params)
 {
     return TextProcedure(
         message, params, EachGlyph([](TextEffectState& s, const TextEffectParams& p, int i, double t) {
-            const double a = Staggered(t, ReadingPlace(p, i), 0.6);
+            const double a = Staggered(t, ReadingPlace(p, i), 0.35);
             if (a <= 0)
                 return;
             const records::TextRecord& r = *p.text;
             // The halo swells from the glyph's size and dies away as the glyph settles.
             const double halo = std::sin(kPi * a);
             if (!s.soft.levels.empty() && halo > 0) {
-                const double size = 1 + 0.3 * a;
+                const double size = 1 + 0.2 * a;
                 const Placement glow = AboutCentre(s, p, i, size, size);
                 const auto strongest = static_cast<std::int32_t>((s.soft.levels.size() - 1) * 256);
                 DrawSoftGlyph(s, Saturate(glow.x), Saturate(glow.y), Lighter(r.colour, 0.6), Opacity(halo), i,
@@ -469,7 +473,7 @@ std::int32_t TextEffect51(std::uint32_t message, void* params)
             else
                 return;
             const double across = AcrossPlace(s, i);
-            const double a = Staggered(t, side > 0 ? 1 - across : across, 0.55);
+            const double a = Staggered(t, side > 0 ? 1 - across : across, 0.4);
             if (a <= 0)
                 return;
             // Starts swung out a quarter turn, its foot towards the side it comes from,

@@ -381,7 +381,7 @@ TEST(TextEffects, MotionSeenThroughTheInk)
         {"twist out: from large", 44, 1, 5, Where::Taller},
         {"pop: overshoots its size", 45, 84, 100, Where::Taller},
         {"shake: off its place", 46, 1, 10, Where::Moved},
-        {"glow: a halo around the glyphs", 47, 1, 2, Where::Spread},
+        {"glow: a halo around the glyphs", 47, 1, 5, Where::Spread},
         {"sparkle: a star of light", 48, 1, 10, Where::Sparkles},
         {"roll in from the right", 49, 1, 4, Where::RightOf},
         {"roll in from the left", 50, 1, 4, Where::LeftOf},

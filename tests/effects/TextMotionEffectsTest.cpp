@@ -190,13 +190,13 @@ TEST(TextEffects, GoldenFrames)
         {36, 1, 4, 1, 0xf9274b077935691aull}, {37, 1, 2, 0, 0x3bffa381f9815af9ull},
         {38, 1, 4, 1, 0x4a0b972add85f53bull}, {39, 1, 4, 0, 0xbb477420944b8d9full},
         {40, 1, 3, 1, 0xce3241dfccdce6a9ull}, {41, 1, 3, 0, 0x163a798f7c7c7759ull},
-        {42, 1, 4, 1, 0x14cc5f2961ade66bull}, {42, 2, 3, 0, 0x7a65144921dc35b4ull},
-        {43, 1, 3, 1, 0x167322713c02f0d9ull}, {44, 1, 3, 0, 0xfab0b7ea0f55f569ull},
+        {42, 1, 5, 1, 0x94f64f94a9cd676eull}, {42, 2, 3, 0, 0xa8117f19ac9b3726ull},
+        {43, 1, 3, 1, 0x8d3f521a4c22fe9aull}, {44, 1, 3, 0, 0x9e634886f47bf63full},
         {45, 1, 5, 1, 0xf824cbe37d59174eull}, {46, 1, 5, 1, 0x1ed8728a988e3b55ull},
-        {47, 1, 2, 0, 0x364a8c55751e50abull}, {47, 1, 2, 1, 0xf2e2fdb09a37c637ull},
+        {47, 1, 5, 0, 0xccb17670efc8211aull}, {47, 1, 5, 1, 0xa6d920e7ff577622ull},
         {48, 1, 2, 1, 0x5fd681517815488full}, {49, 1, 3, 1, 0x4365ae727aaa6085ull},
-        {50, 1, 3, 0, 0xe45a80bf4df4f1bbull}, {51, 1, 3, 1, 0xa66117a3606be5f2ull},
-        {52, 1, 3, 0, 0x374f833c93105895ull},
+        {50, 1, 3, 0, 0xe45a80bf4df4f1bbull}, {51, 1, 3, 1, 0xb037320e94e1c5e4ull},
+        {52, 1, 3, 0, 0xc4e4960eee166087ull},
     };
     Caption blank(0);
     const std::uint64_t nothing = blank.Hash();
