@@ -352,7 +352,8 @@ std::int32_t TextEffect46(std::uint32_t message, void* params)
         message, params, EachGlyph([](TextEffectState& s, const TextEffectParams& p, int i, double t) {
             const auto at3 = static_cast<std::size_t>(i) * kShakeNumbers;
             const bool drawn = at3 + kShakeNumbers <= s.effectData.size();
-            // 9 to 15 swings over the animation, from phases of their own for each glyph and axis.
+            // 9 to 15 swings over the animation, from phases of their own for each glyph and axis. The
+            // glyphs stay upright: turned glyphs cost twice as much to draw and add little to a shake.
             const double rate = 9 + (drawn ? s.effectData[at3] % 7 : 0);
             const double phaseX = drawn ? s.effectData[at3 + 1] / 32768.0 * 2 * kPi : 0;
             const double phaseY = drawn ? s.effectData[at3 + 2] / 32768.0 * 2 * kPi : kPi / 2;
@@ -362,7 +363,6 @@ std::int32_t TextEffect46(std::uint32_t message, void* params)
             Placement at = RestingPlace(p, i);
             at.x += Round(amplitude * std::sin(swing + phaseX));
             at.y += Round(amplitude * std::sin(swing * 1.3 + phaseY));
-            at.angle = Tenths(12 * calm * std::sin(swing * 0.7 + phaseX + phaseY));
             at.opacity = Opacity(t * 4);
             Draw(s, p, i, at);
         }),

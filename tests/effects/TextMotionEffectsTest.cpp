@@ -192,7 +192,7 @@ TEST(TextEffects, GoldenFrames)
         {40, 1, 3, 1, 0xce3241dfccdce6a9ull}, {41, 1, 3, 0, 0x163a798f7c7c7759ull},
         {42, 1, 5, 1, 0x94f64f94a9cd676eull}, {42, 2, 3, 0, 0xa8117f19ac9b3726ull},
         {43, 1, 3, 1, 0x8d3f521a4c22fe9aull}, {44, 1, 3, 0, 0x9e634886f47bf63full},
-        {45, 1, 5, 1, 0xf824cbe37d59174eull}, {46, 1, 5, 1, 0x1ed8728a988e3b55ull},
+        {45, 1, 5, 1, 0xf824cbe37d59174eull}, {46, 1, 5, 1, 0x86ac7b0d0941e5fbull},
         {47, 1, 5, 0, 0xccb17670efc8211aull}, {47, 1, 5, 1, 0xa6d920e7ff577622ull},
         {48, 1, 2, 1, 0x5fd681517815488full}, {49, 1, 3, 1, 0x4365ae727aaa6085ull},
         {50, 1, 3, 0, 0xe45a80bf4df4f1bbull}, {51, 1, 3, 1, 0xb037320e94e1c5e4ull},
