@@ -5,6 +5,7 @@
 #include "effects/FlatTransitions.h"
 #include "effects/LineTransitions.h"
 #include "effects/TextEffects.h"
+#include "effects/TextMotionEffects.h"
 #include "effects/WarpTransitions.h"
 
 namespace lumenar::effects {
@@ -158,23 +159,23 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(439, TextGlyphGrow, "TextGlyphGrow", 0x00, 3, 12, Built::Yes),       // 33
     Row(440, TextGlyphGrow, "TextGlyphGrow", 0x00, 4, 12, Built::Yes),       // 34
     Row(426, NotBuiltText, "TextEffect35", 0x00, 0, 12, Built::NotYet),      // 35
-    Row(428, NotBuiltText, "TextEffect36", 0x00, 0, 12, Built::NotYet),      // 36
-    Row(434, NotBuiltText, "TextEffect36", 0x00, 1, 12, Built::NotYet),      // 37
-    Row(430, NotBuiltText, "TextEffect38", 0x01, 0, 12, Built::NotYet),      // 38
-    Row(431, NotBuiltText, "TextEffect38", 0x10, 0, 12, Built::NotYet),      // 39
-    Row(432, NotBuiltText, "TextEffect38", 0x40, 0, 12, Built::NotYet),      // 40
-    Row(433, NotBuiltText, "TextEffect38", 0x04, 0, 12, Built::NotYet),      // 41
-    Row(435, NotBuiltText, "TextEffect42", 0x00, 0, 12, Built::NotYet),      // 42
-    Row(442, NotBuiltText, "TextEffect43", 0x00, 0, 12, Built::NotYet),      // 43
-    Row(443, NotBuiltText, "TextEffect43", 0x00, 1, 12, Built::NotYet),      // 44
-    Row(419, NotBuiltText, "TextEffect45", 0x00, 0, 12, Built::NotYet),      // 45
-    Row(420, NotBuiltText, "TextEffect46", 0x00, 0, 12, Built::NotYet),      // 46
-    Row(429, NotBuiltText, "TextEffect47", 0x00, 0, 12, Built::NotYet),      // 47
-    Row(441, NotBuiltText, "TextEffect48", 0x00, 0, 12, Built::NotYet),      // 48
-    Row(422, NotBuiltText, "TextEffect49", 0x04, 0, 12, Built::NotYet),      // 49
-    Row(423, NotBuiltText, "TextEffect49", 0x40, 0, 12, Built::NotYet),      // 50
-    Row(424, NotBuiltText, "TextEffect51", 0x04, 0, 12, Built::NotYet),      // 51
-    Row(425, NotBuiltText, "TextEffect51", 0x40, 0, 12, Built::NotYet),      // 52
+    Row(428, TextEffect36, "TextEffect36", 0x00, 0, 12, Built::Yes),         // 36
+    Row(434, TextEffect36, "TextEffect36", 0x00, 1, 12, Built::Yes),         // 37
+    Row(430, TextEffect38, "TextEffect38", 0x01, 0, 12, Built::Yes),         // 38
+    Row(431, TextEffect38, "TextEffect38", 0x10, 0, 12, Built::Yes),         // 39
+    Row(432, TextEffect38, "TextEffect38", 0x40, 0, 12, Built::Yes),         // 40
+    Row(433, TextEffect38, "TextEffect38", 0x04, 0, 12, Built::Yes),         // 41
+    Row(435, TextEffect42, "TextEffect42", 0x00, 0, 12, Built::Yes),         // 42
+    Row(442, TextEffect43, "TextEffect43", 0x00, 0, 12, Built::Yes),         // 43
+    Row(443, TextEffect43, "TextEffect43", 0x00, 1, 12, Built::Yes),         // 44
+    Row(419, TextEffect45, "TextEffect45", 0x00, 0, 12, Built::Yes),         // 45
+    Row(420, TextEffect46, "TextEffect46", 0x00, 0, 12, Built::Yes),         // 46
+    Row(429, TextEffect47, "TextEffect47", 0x00, 0, 12, Built::Yes),         // 47
+    Row(441, TextEffect48, "TextEffect48", 0x00, 0, 12, Built::Yes),         // 48
+    Row(422, TextEffect49, "TextEffect49", 0x04, 0, 12, Built::Yes),         // 49
+    Row(423, TextEffect49, "TextEffect49", 0x40, 0, 12, Built::Yes),         // 50
+    Row(424, TextEffect51, "TextEffect51", 0x04, 0, 12, Built::Yes),         // 51
+    Row(425, TextEffect51, "TextEffect51", 0x40, 0, 12, Built::Yes),         // 52
     Row(3, nullptr, "-", 0x00, 0, 12, Built::Random),                        // 53
     // The empty row past the text table.
     Row(0, nullptr, "", 0, 0, 0, Built::NotYet),

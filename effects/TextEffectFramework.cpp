@@ -624,4 +624,193 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     return 1;
 }
 
+namespace {
+
+// A box blur of `radius` along one axis of a cell: `count` lines of `length` samples, `stride` apart
+// within a line and `lineStride` between lines. Rounded to nearest.
+void BoxBlur(std::vector<std::uint16_t>& samples, std::vector<std::uint16_t>& line, int count, int length,
+             std::size_t stride, std::size_t lineStride, int radius)
+{
+    const int window = 2 * radius + 1;
+    line.resize(static_cast<std::size_t>(length));
+    for (int l = 0; l < count; ++l) {
+        std::uint16_t* base = samples.data() + static_cast<std::size_t>(l) * lineStride;
+        for (int k = 0; k < length; ++k)
+            line[static_cast<std::size_t>(k)] = base[static_cast<std::size_t>(k) * stride];
+        int sum = 0;
+        for (int k = 0; k < std::min(radius, length); ++k)
+            sum += line[static_cast<std::size_t>(k)];
+        for (int k = 0; k < length; ++k) {
+            if (k + radius < length)
+                sum += line[static_cast<std::size_t>(k + radius)];
+            if (k - radius - 1 >= 0)
+                sum -= line[static_cast<std::size_t>(k - radius - 1)];
+            base[static_cast<std::size_t>(k) * stride] =
+                static_cast<std::uint16_t>((sum + window / 2) / window);
+        }
+    }
+}
+
+} // namespace
+
+bool BuildSoftCells(TextEffectState& state, const TextEffectParams& block,
+                    std::span<const std::int32_t> radii)
+{
+    TextEffectState& s = state;
+    s.soft = SoftCells{};
+    const auto count = static_cast<int>(s.glyphAdvances.size());
+    if (radii.empty() || radii.front() != 0 || count == 0 || block.glyphs == nullptr ||
+        block.glyphCount < count || s.glyphCellWidth <= 0 || s.glyphCellHeight <= 0)
+        return false;
+    for (std::size_t l = 1; l < radii.size(); ++l) {
+        if (radii[l] <= radii[l - 1] || radii[l] > 64)
+            return false;
+    }
+    SoftCells soft;
+    // Two passes of a box of radius r reach 2r samples out; one more for the 2 × 2 coverage.
+    soft.margin = 2 * radii.back() + 1;
+    soft.cellWidth = s.glyphCellWidth + 2 * soft.margin;
+    soft.cellHeight = s.glyphCellHeight + 2 * soft.margin;
+    soft.radii.assign(radii.begin(), radii.end());
+    // Repeated characters share one cell.
+    std::unordered_map<std::uint16_t, int> cellOfCode;
+    soft.cellOf.resize(static_cast<std::size_t>(count));
+    std::vector<int> firstGlyph;
+    for (int i = 0; i < count; ++i) {
+        const auto [found, fresh] =
+            cellOfCode.emplace(block.glyphs[i].code, static_cast<int>(firstGlyph.size()));
+        if (fresh)
+            firstGlyph.push_back(i);
+        soft.cellOf[static_cast<std::size_t>(i)] = found->second;
+    }
+    const std::size_t cellSamples = static_cast<std::size_t>(soft.cellWidth) * soft.cellHeight;
+    const auto cells = static_cast<std::int64_t>(firstGlyph.size());
+    if (static_cast<std::int64_t>(cellSamples) * cells * static_cast<std::int64_t>(radii.size()) >
+        kMaxSheetBytes)
+        return false;
+    soft.levels.assign(radii.size(), std::vector<std::uint8_t>(cellSamples * firstGlyph.size(), 0));
+    soft.ink.assign(firstGlyph.size(), InkBox{});
+
+    std::vector<std::uint16_t> coverage(cellSamples), blurred(cellSamples), line;
+    const std::int64_t glyphCellBytes = std::int64_t{s.glyphCellWidth} * s.glyphCellHeight;
+    for (std::size_t c = 0; c < firstGlyph.size(); ++c) {
+        const int i = firstGlyph[c];
+        const std::uint8_t* cell = s.glyphBits.data() + static_cast<std::size_t>(i * glyphCellBytes);
+        // Only the glyph's advance is drawn, as DrawGlyph does.
+        const int columns = std::min(s.glyphCellWidth, s.glyphAdvances[static_cast<std::size_t>(i)]);
+        auto ink = [&](int u, int v) { // Counted from the cell's top; 1 for an ink sample.
+            if (u < 0 || u >= columns || v < 0 || v >= s.glyphCellHeight)
+                return 0;
+            return cell[(static_cast<std::size_t>(s.glyphCellHeight - 1 - v) << s.glyphCellShift) +
+                        static_cast<std::size_t>(u)] == 0
+                       ? 1
+                       : 0;
+        };
+        // The coverage a pixel reads at (u, v): the sample, its right neighbour and the two above them.
+        std::fill(coverage.begin(), coverage.end(), 0);
+        for (int v = 0; v <= s.glyphCellHeight; ++v) {
+            for (int u = -1; u < columns; ++u) {
+                const int k = ink(u, v) + ink(u + 1, v) + ink(u, v - 1) + ink(u + 1, v - 1);
+                coverage[static_cast<std::size_t>(v + soft.margin) * soft.cellWidth +
+                         static_cast<std::size_t>(u + soft.margin)] = static_cast<std::uint16_t>(k * 255 / 4);
+            }
+        }
+        InkBox box{soft.cellWidth, soft.cellHeight, 0, 0};
+        for (std::size_t l = 0; l < radii.size(); ++l) {
+            blurred = coverage;
+            const int r = radii[l];
+            if (r > 0) {
+                for (int pass = 0; pass < 2; ++pass) {
+                    BoxBlur(blurred, line, soft.cellHeight, soft.cellWidth, 1,
+                            static_cast<std::size_t>(soft.cellWidth), r);
+                    BoxBlur(blurred, line, soft.cellWidth, soft.cellHeight,
+                            static_cast<std::size_t>(soft.cellWidth), 1, r);
+                }
+            }
+            std::uint8_t* out = soft.levels[l].data() + c * cellSamples;
+            for (int v = 0; v < soft.cellHeight; ++v) {
+                for (int u = 0; u < soft.cellWidth; ++u) {
+                    const std::size_t at =
+                        static_cast<std::size_t>(v) * soft.cellWidth + static_cast<std::size_t>(u);
+                    // The far tail of the blur is too faint to see; dropping it keeps the boxes (and
+                    // the pixels a frame visits) small.
+                    constexpr int kFaintest = 8;
+                    out[at] = blurred[at] < kFaintest
+                                  ? 0
+                                  : static_cast<std::uint8_t>(std::min<int>(blurred[at], 255));
+                    if (out[at] == 0)
+                        continue;
+                    box.left = std::min(box.left, u);
+                    box.right = std::max(box.right, u + 1);
+                    box.top = std::min(box.top, v);
+                    box.bottom = std::max(box.bottom, v + 1);
+                }
+            }
+        }
+        soft.ink[c] = box.right > box.left ? box : InkBox{};
+    }
+    s.soft = std::move(soft);
+    return true;
+}
+
+std::int32_t DrawSoftGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint32_t colour,
+                           std::int32_t opacity, std::int32_t glyphIndex, std::int32_t blur,
+                           std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle)
+{
+    TextEffectState& s = state;
+    const SoftCells& soft = s.soft;
+    if (s.dcBits == nullptr || s.width <= 0 || s.height <= 0 || soft.levels.empty() || glyphIndex < 0 ||
+        static_cast<std::size_t>(glyphIndex) >= soft.cellOf.size() ||
+        static_cast<std::size_t>(glyphIndex) >= s.glyphAdvances.size())
+        return 1;
+    opacity = std::clamp(opacity, 0, 255);
+    if (opacity == 0)
+        return 1;
+    angle = NormaliseAngle(angle);
+    const int top = static_cast<int>(soft.levels.size() - 1) * 256;
+    const int level = std::clamp(blur, 0, top);
+    const auto lower = static_cast<std::size_t>(level >> 8);
+    const int fraction = level & 255;
+    const std::size_t upper = std::min(lower + 1, soft.levels.size() - 1);
+    const auto cellIndex = static_cast<std::size_t>(soft.cellOf[static_cast<std::size_t>(glyphIndex)]);
+    const std::size_t cellSamples = static_cast<std::size_t>(soft.cellWidth) * soft.cellHeight;
+    const std::uint8_t* a = soft.levels[lower].data() + cellIndex * cellSamples;
+    const std::uint8_t* b = soft.levels[upper].data() + cellIndex * cellSamples;
+
+    const std::int64_t sx = SheetScale(scaleX);
+    const std::int64_t sy = SheetScale(scaleY);
+    const std::int64_t advance = s.glyphAdvances[static_cast<std::size_t>(glyphIndex)];
+    // The same turning centre and origin as DrawGlyph, moved into the margin.
+    const std::int64_t centreU = advance << 15;
+    const std::int64_t centreV = static_cast<std::int64_t>(s.glyphCellHeight) << 15;
+    const std::int64_t centreX = (static_cast<std::int64_t>(x) << 16) + ((centreU * sx) >> 16);
+    const std::int64_t centreY = (static_cast<std::int64_t>(y) << 16) +
+                                 (((centreV - (static_cast<std::int64_t>(s.sheetAscent) << 16)) * sy) >> 16);
+    const std::int64_t margin = std::int64_t{soft.margin} << 16;
+    // Coverage is stored at the sample the mapping names (the lower of the pair the sharp blit reads).
+    const InkBox& box = soft.ink[cellIndex];
+    CellMapping map;
+    if (!MapCell(map, centreU + margin, centreV + margin, box, centreX, centreY, sx, sy, angle, s.width,
+                 s.height))
+        return 1;
+    const auto blue = static_cast<int>((colour >> 16) & 255);
+    const auto green = static_cast<int>((colour >> 8) & 255);
+    const auto red = static_cast<int>(colour & 255);
+    const std::int64_t width = soft.cellWidth;
+    ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
+        const std::int64_t at = sv * width + su;
+        int c = a[at];
+        if (fraction != 0)
+            c += ((b[at] - c) * fraction) >> 8;
+        if (c == 0)
+            return;
+        const int weight = c * opacity; // Up to 65025: 16 bits of blend.
+        // Arithmetic shifts round negative steps down, as the sharp blend does.
+        out[0] = static_cast<std::uint8_t>(out[0] + (((blue - out[0]) * weight) >> 16));
+        out[1] = static_cast<std::uint8_t>(out[1] + (((green - out[1]) * weight) >> 16));
+        out[2] = static_cast<std::uint8_t>(out[2] + (((red - out[2]) * weight) >> 16));
+    });
+    return 1;
+}
+
 } // namespace lumenar::effects

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace lumenar::effects {
@@ -18,6 +19,22 @@ struct InkBox
     std::int32_t top = 0;
     std::int32_t right = 0;
     std::int32_t bottom = 0;
+};
+
+/// Blurred coverage of a caption's glyphs, for effects that draw soft glyphs (a blur, a halo of light).
+/// Made once per caption by BuildSoftCells; empty otherwise. Each cell is the glyph's cell with a margin
+/// on every side (the blur spreads into it), top row first, rows of `cellWidth` samples at the sheets'
+/// double size; a sample is the coverage of the 2 × 2 sheet samples a picture pixel reads, 0 (none) to
+/// 255 (all ink), blurred by the level's radius; coverage below 8 is dropped to 0.
+struct SoftCells
+{
+    std::int32_t margin = 0; ///< Samples added to the glyph cell on each side.
+    std::int32_t cellWidth = 0;
+    std::int32_t cellHeight = 0;
+    std::vector<std::int32_t> radii;               ///< Each level's blur radius in sheet samples.
+    std::vector<std::vector<std::uint8_t>> levels; ///< One sheet per radius, one cell per character.
+    std::vector<std::int32_t> cellOf;              ///< The cell of each glyph (repeated letters share).
+    std::vector<InkBox> ink;                       ///< Per cell, the samples with coverage at any level.
 };
 
 /// The per-caption state of a running text effect: the caption's metrics and its two glyph sheets.
@@ -65,6 +82,8 @@ struct TextEffectState
     /// What a procedure fixes once per caption at init (a random order of the glyphs, say); empty
     /// unless the procedure fills it.
     std::vector<std::int32_t> effectData;
+    /// Blurred cells, made at init by the procedures that draw soft glyphs.
+    SoftCells soft;
 };
 
 /// Sheets larger than this are refused (the init fails and the caption is not drawn).
@@ -101,6 +120,21 @@ std::size_t LiveTextStates();
 std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint16_t character,
                        std::uint32_t colour, std::int32_t opacity, std::int32_t shadow,
                        std::int32_t glyphIndex, std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle);
+
+/// Makes the state's soft cells from its glyph sheet: one level per radius (in double-size sheet samples,
+/// 0 for the sharp coverage), each a box blur of that radius taken twice along both axes. Glyphs of the
+/// same character share a cell. Returns false, and leaves no cells, when the radii are not ascending
+/// from 0 or the cells would pass kMaxSheetBytes; callers then draw sharp glyphs. Thread: the caption's.
+bool BuildSoftCells(TextEffectState& state, const TextEffectParams& block,
+                    std::span<const std::int32_t> radii);
+
+/// Draws one glyph from its soft cells, with no shadow: coverage blended towards `colour` (0xBBGGRR) by
+/// `opacity` (0..255). `blur` picks the level in 1/256 steps (256: level 1; 384: half way between levels
+/// 1 and 2), clamped to the levels made. Placement, scales and angle as DrawGlyph, so a soft glyph at level
+/// 0 lies where DrawGlyph draws the sharp one. Draws nothing without soft cells. Returns 1.
+std::int32_t DrawSoftGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint32_t colour,
+                           std::int32_t opacity, std::int32_t glyphIndex, std::int32_t blur,
+                           std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle);
 
 /// An angle in tenths of a degree brought into 0..3599.
 constexpr std::int32_t NormaliseAngle(std::int32_t angle)

@@ -23,6 +23,7 @@ struct Ink
     int left = kWidth, top = kHeight, right = -1, bottom = -1;
     int pixels = 0;
     int darker = 0;                      // Pixels darker than the background in every channel (shadow).
+    int lighter = 0;                     // Pixels lighter than the background in every channel.
     int red = 0;                         // Pixels that moved towards pure red.
     int redRight = -1, redBottom = -1;   // Right and bottom ends of the text-coloured pixels,
     int darkRight = -1, darkBottom = -1; // and of the shadow.
@@ -91,6 +92,8 @@ struct Caption
                     ink.darkRight = std::max(ink.darkRight, x);
                     ink.darkBottom = std::max(ink.darkBottom, y);
                 }
+                if (p[0] > kGrey && p[1] > kGrey && p[2] > kGrey)
+                    ++ink.lighter;
                 if (p[2] > kGrey && p[0] < kGrey && p[1] < kGrey) {
                     ++ink.red;
                     ink.redRight = std::max(ink.redRight, x);
@@ -338,7 +341,13 @@ TEST(TextEffects, MotionSeenThroughTheInk)
         RightOf,
         Above,
         Below,
-        Fainter
+        Fainter,
+        Shorter,  // Less tall than at its place.
+        Narrower, // Less wide.
+        Taller,   // Taller than at its place.
+        Spread,   // Reaching past its place's left and top edges (a blur, a halo).
+        Moved,    // Somewhere else than its place.
+        Sparkles  // Light drawn over the background.
     };
     struct Row
     {
@@ -361,6 +370,23 @@ TEST(TextEffects, MotionSeenThroughTheInk)
         {"scatter from the left", 18, 1, 10, Where::LeftOf},
         {"grow at the start", 29, 0, 1, Where::Nothing},
         {"fade sweep early is fainter", 0, 1, 5, Where::Fainter},
+        {"unfold: squeezed upright", 36, 1, 5, Where::Shorter},
+        {"unfold sideways: squeezed across", 37, 1, 5, Where::Narrower},
+        {"rise in: from below", 38, 1, 5, Where::Below},
+        {"fall in: from above", 39, 1, 5, Where::Above},
+        {"slide in left: from the right", 40, 1, 5, Where::RightOf},
+        {"slide in right: from the left", 41, 1, 5, Where::LeftOf},
+        {"blur in: blurred", 42, 1, 10, Where::Spread},
+        {"twist in: from small", 43, 1, 5, Where::Narrower},
+        {"twist out: from large", 44, 1, 5, Where::Taller},
+        {"pop: overshoots its size", 45, 84, 100, Where::Taller},
+        {"shake: off its place", 46, 1, 10, Where::Moved},
+        {"glow: a halo around the glyphs", 47, 1, 5, Where::Spread},
+        {"sparkle: a star of light", 48, 1, 10, Where::Sparkles},
+        {"roll in from the right", 49, 1, 4, Where::RightOf},
+        {"roll in from the left", 50, 1, 4, Where::LeftOf},
+        {"swing in from the right: swung out to the right", 51, 1, 20, Where::RightOf},
+        {"swing in from the left: swung out to the left", 52, 1, 20, Where::LeftOf},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -392,6 +418,29 @@ TEST(TextEffects, MotionSeenThroughTheInk)
         case Where::Fainter:
             EXPECT_LT(ink.maxRed, place.maxRed - 50);
             EXPECT_GT(ink.pixels, 0);
+            break;
+        case Where::Shorter:
+            EXPECT_LT(ink.bottom - ink.top, place.bottom - place.top - 4);
+            EXPECT_GT(ink.pixels, 0);
+            break;
+        case Where::Narrower:
+            EXPECT_LT(ink.right - ink.left, place.right - place.left - 4);
+            EXPECT_GT(ink.pixels, 0);
+            break;
+        case Where::Taller:
+            EXPECT_GT(ink.bottom - ink.top, place.bottom - place.top + 4);
+            break;
+        case Where::Spread:
+            EXPECT_LT(ink.left, place.left - 1);
+            EXPECT_LT(ink.top, place.top - 1);
+            break;
+        case Where::Moved:
+            EXPECT_NE(ink, place);
+            EXPECT_GT(ink.pixels, 0);
+            break;
+        case Where::Sparkles:
+            EXPECT_GT(ink.lighter, 10);
+            EXPECT_EQ(place.lighter, 0);
             break;
         }
     }
@@ -452,21 +501,22 @@ TEST(TextEffects, EveryBuiltRowFromStartToEnd)
         for (int shape = 0; shape < kShapes; ++shape) {
             SCOPED_TRACE(testing::Message() << "row " << row << ", shape " << shape);
             Caption caption = Shape(shape);
-            SeedRandom(5);
+            EffectRegistry::FixSeed(5);
             caption.Frame(row, 3000, 3000);
             EXPECT_TRUE(caption.picture == ends[shape]);
             int drawn = 0;
             for (int percent : {30, 60, 90})
                 drawn += caption.Frame(row, percent, 100).pixels;
             EXPECT_GT(drawn, 0);
-            SeedRandom(5);
+            EffectRegistry::FixSeed(5);
             caption.Frame(row, 2, 5);
             const std::vector<std::uint8_t> first = caption.picture;
-            SeedRandom(5);
+            EffectRegistry::FixSeed(5);
             caption.Frame(row, 2, 5);
             EXPECT_TRUE(caption.picture == first);
         }
     }
+    EffectRegistry::FixSeed(std::nullopt);
 }
 
 TEST(TextEffects, ReservedCodesAndFailedInits)
