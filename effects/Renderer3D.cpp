@@ -282,16 +282,29 @@ std::uint32_t Shade(std::uint32_t pixel, std::uint32_t shade)
     return rb | (ga << 8);
 }
 
-// A texture coordinate in 1/256 texel, clamped so that the sample and its right or lower neighbour
-// both lie in the texture.
-std::int32_t Fixed(double coordinate)
+// A texture coordinate as a texel position in 1/65536 texel (texel centres at whole texels), held to a
+// range in which the steps along a span cannot overflow.
+std::int64_t TexelPosition(double coordinate)
 {
-    const double t = (coordinate * kTextureSize - 0.5) * 256 + 0.5;
-    if (!(t > 0))
-        return 0;
-    constexpr double kLast = (kTextureSize - 1) * 256.0;
-    return t >= kLast ? static_cast<std::int32_t>(kLast) : static_cast<std::int32_t>(t);
+    constexpr double kLimit = 1099511627776.0; // 2^40
+    const double t = (coordinate * kTextureSize - 0.5) * 65536 + 0.5;
+    if (!(t > -kLimit))
+        return -static_cast<std::int64_t>(kLimit);
+    if (!(t < kLimit))
+        return static_cast<std::int64_t>(kLimit);
+    return static_cast<std::int64_t>(std::floor(t));
 }
+
+// Clamped so that the sample and its right or lower neighbour both lie in the texture.
+std::int32_t ClampTexel(std::int64_t position)
+{
+    constexpr std::int64_t kLast = std::int64_t{kTextureSize - 1} << 16;
+    return static_cast<std::int32_t>(std::clamp<std::int64_t>(position, 0, kLast));
+}
+
+// Pixels between exact perspective divisions: texture positions are stepped linearly in between, which
+// stays within a fraction of a texel of the exact place for any face the scenes draw.
+constexpr int kSpan = 16;
 
 void DrawPolygon(const Canvas& canvas, const Camera& camera, const Texture& texture, const Vertex* corners,
                  int count, int shade)
@@ -391,26 +404,39 @@ void DrawPolygon(const Canvas& canvas, const Camera& camera, const Texture& text
         const double vRow = p0.vq + vy * oy;
         std::uint8_t* out = canvas.pixels + static_cast<std::size_t>(canvas.height - 1 - y) *
                                                 static_cast<std::size_t>(canvas.width) * 4;
-        for (int x = xs; x < xe; ++x) {
+        // The exact texture position at a pixel's centre (inside the face the depth is positive; the
+        // floor only guards rounding at a cut edge).
+        auto exact = [&](int x, std::int64_t& tu, std::int64_t& tv) {
             const double ox = x + 0.5 - p0.x;
-            const double q = qRow + qx * ox;
-            if (!(q > 0))
-                continue;
-            const double depth = 1.0 / q;
-            const std::int32_t fu = Fixed((uRow + ux * ox) * depth);
-            const std::int32_t fv = Fixed((vRow + vx * ox) * depth);
-            const std::int32_t ix = fu >> 8, iy = fv >> 8;
-            const std::size_t at = static_cast<std::size_t>(iy) * kTextureSize + static_cast<std::size_t>(ix);
-            const std::size_t right1 = ix + 1 < kTextureSize ? 1 : 0;
-            const std::size_t down1 = iy + 1 < kTextureSize ? kTextureSize : 0;
-            const std::uint32_t top =
-                Lerp(texels[at], texels[at + right1], static_cast<std::uint32_t>(fu & 255));
-            const std::uint32_t bottom =
-                Lerp(texels[at + down1], texels[at + down1 + right1], static_cast<std::uint32_t>(fu & 255));
-            std::uint32_t pixel = Lerp(top, bottom, static_cast<std::uint32_t>(fv & 255));
-            if (shade < 256)
-                pixel = Shade(pixel, static_cast<std::uint32_t>(shade));
-            std::memcpy(out + static_cast<std::size_t>(x) * 4, &pixel, 4);
+            const double depth = 1.0 / std::max(qRow + qx * ox, 1e-12);
+            tu = TexelPosition((uRow + ux * ox) * depth);
+            tv = TexelPosition((vRow + vx * ox) * depth);
+        };
+        for (int x0 = xs; x0 < xe; x0 += kSpan) {
+            const int count = std::min(kSpan, xe - x0);
+            std::int64_t tu = 0, tv = 0, endU = 0, endV = 0;
+            exact(x0, tu, tv);
+            exact(x0 + count - 1, endU, endV);
+            const std::int64_t du = count > 1 ? (endU - tu) / (count - 1) : 0;
+            const std::int64_t dv = count > 1 ? (endV - tv) / (count - 1) : 0;
+            std::uint8_t* pixelOut = out + static_cast<std::size_t>(x0) * 4;
+            for (int k = 0; k < count; ++k, tu += du, tv += dv, pixelOut += 4) {
+                const std::int32_t fu = ClampTexel(tu);
+                const std::int32_t fv = ClampTexel(tv);
+                const std::int32_t ix = fu >> 16, iy = fv >> 16;
+                const auto fx = static_cast<std::uint32_t>(fu >> 8 & 255);
+                const auto fy = static_cast<std::uint32_t>(fv >> 8 & 255);
+                const std::size_t at =
+                    static_cast<std::size_t>(iy) * kTextureSize + static_cast<std::size_t>(ix);
+                const std::size_t right1 = ix + 1 < kTextureSize ? 1 : 0;
+                const std::size_t down1 = iy + 1 < kTextureSize ? kTextureSize : 0;
+                const std::uint32_t top = Lerp(texels[at], texels[at + right1], fx);
+                const std::uint32_t bottom = Lerp(texels[at + down1], texels[at + down1 + right1], fx);
+                std::uint32_t pixel = Lerp(top, bottom, fy);
+                if (shade < 256)
+                    pixel = Shade(pixel, static_cast<std::uint32_t>(shade));
+                std::memcpy(pixelOut, &pixel, 4);
+            }
         }
     }
 }
