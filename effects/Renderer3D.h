@@ -39,14 +39,21 @@ struct Mat4
 
 /// Texels per side of a texture.
 inline constexpr int kTextureSize = 512;
+/// Texels per stored row (and stored rows): one more than the texture's side, the extra column and row
+/// repeating the last ones, so that every sample's right and lower neighbours exist.
+inline constexpr int kTexelStride = kTextureSize + 1;
 
 /// A picture resampled to kTextureSize × kTextureSize texels (32-bit, blue in the low byte as in the
-/// pictures), top row first: texture coordinates (u, v) run from (0, 0) at the picture's top-left
-/// corner to (1, 1) at its bottom-right.
+/// pictures), top row first, rows kTexelStride apart: texture coordinates (u, v) run from (0, 0) at the
+/// picture's top-left corner to (1, 1) at its bottom-right.
 struct Texture
 {
     std::vector<std::uint32_t> texels;
     bool Empty() const { return texels.empty(); }
+    std::uint32_t At(int x, int y) const
+    {
+        return texels[static_cast<std::size_t>(y) * kTexelStride + static_cast<std::size_t>(x)];
+    }
 };
 
 /// Resamples a picture (rows of `width` 32-bit pixels, bottom row first) into a texture with a tent
@@ -116,6 +123,15 @@ int ShadeFor(double facing);
 /// Draws the side of the card that faces the eye (nothing when it is seen exactly edge-on or the
 /// side's texture is missing). Returns true when the front was the side drawn.
 bool DrawCard(const Canvas& canvas, const Camera& camera, const Card& card);
+
+/// The rasteriser's inner loop: draws `count` pixels sampling the texels bilinearly (down, then across) at
+/// positions in 1/65536 texel stepping from (tu, tv) by (du, dv), clamped into the texture, each colour
+/// multiplied by shade / 256. The SSE2 form (where it is built, SampleSpanSse2Built) gives the same bytes.
+void SampleSpanPortable(const std::uint32_t* texels, std::int64_t tu, std::int64_t tv, std::int64_t du,
+                        std::int64_t dv, int count, std::uint32_t shade, std::uint8_t* out);
+bool SampleSpanSse2Built();
+void SampleSpanSse2(const std::uint32_t* texels, std::int64_t tu, std::int64_t tv, std::int64_t du,
+                    std::int64_t dv, int count, std::uint32_t shade, std::uint8_t* out);
 
 /// Fills the canvas with black (fourth byte 0).
 void Clear(const Canvas& canvas);

@@ -37,9 +37,9 @@ struct Picture
 
 Texture Flat(std::uint32_t colour)
 {
-    Texture t;
-    t.texels.assign(static_cast<std::size_t>(kTextureSize) * kTextureSize, colour);
-    return t;
+    std::uint8_t pixel[4];
+    std::memcpy(pixel, &colour, 4);
+    return MakeTexture(pixel, 1, 1);
 }
 
 // A card of half-size (hw, hh) at depth z, turned by `turn` about the upright axis.
@@ -84,10 +84,30 @@ TEST(Renderer3D, TexturesOfLargerPicturesDoNotAlias)
     // Away from the edges, which repeat the picture's outermost (black) column.
     for (int y = 0; y < kTextureSize; ++y)
         for (int x = 2; x < kTextureSize - 2; ++x)
-            ASSERT_NEAR(
-                static_cast<int>(texture.texels[static_cast<std::size_t>(y) * kTextureSize + x] & 255), 128,
-                8)
-                << x;
+            ASSERT_NEAR(static_cast<int>(texture.At(x, y) & 255), 128, 8) << x;
+}
+
+// The rasteriser's two inner loops, over spans that run off every side of the texture, backwards and at
+// every shade: the same bytes.
+TEST(Renderer3D, SseSamplingMatchesThePortableFormBitForBit)
+{
+    if (!SampleSpanSse2Built())
+        GTEST_SKIP() << "no SSE2 form on this processor";
+    Picture noise(300, 200);
+    std::mt19937 random(9);
+    for (auto& b : noise.bytes)
+        b = static_cast<std::uint8_t>(random());
+    const Texture texture = MakeTexture(noise.bytes.data(), noise.w, noise.h);
+    std::uniform_int_distribution<std::int64_t> place(-(40LL << 16), (560LL << 16));
+    std::uniform_int_distribution<std::int64_t> step(-(3LL << 16), 3LL << 16);
+    for (int span = 0; span < 2000; ++span) {
+        const std::int64_t tu = place(random), tv = place(random), du = step(random), dv = step(random);
+        const auto shade = static_cast<std::uint32_t>(span % 257);
+        std::vector<std::uint8_t> portable(16 * 4), wide(16 * 4);
+        SampleSpanPortable(texture.texels.data(), tu, tv, du, dv, 16, shade, portable.data());
+        SampleSpanSse2(texture.texels.data(), tu, tv, du, dv, 16, shade, wide.data());
+        ASSERT_EQ(portable, wide) << span;
+    }
 }
 
 // Corners on pixel boundaries cover exactly the pixels between them, once split in two triangles too.
@@ -121,10 +141,12 @@ TEST(Renderer3D, CoverageFollowsPixelCentres)
 // (an interpolation straight across the picture would show three quarters of the way).
 TEST(Renderer3D, TextureFollowsPerspective)
 {
-    Texture ramp;
+    Picture columns(kTextureSize, kTextureSize);
     for (int y = 0; y < kTextureSize; ++y)
         for (int x = 0; x < kTextureSize; ++x)
-            ramp.texels.push_back(static_cast<std::uint32_t>(x / 2) << 16);
+            columns.bytes[(static_cast<std::size_t>(y) * kTextureSize + x) * 4 + 2] =
+                static_cast<std::uint8_t>(x / 2);
+    const Texture ramp = MakeTexture(columns.bytes.data(), kTextureSize, kTextureSize);
     Camera camera;
     camera.width = camera.height = 200;
     camera.focal = 100;
