@@ -51,7 +51,7 @@ def main():
     assert columns[52] == ["picture", "52", "Push", "0x04", "1", "1", "Push right", "built"], columns[52]
     assert columns[0][7] == "not-built" and columns[0][2] == "Flip3D"
     assert columns[99][:2] == ["text", "0"] and columns[99 + 53][6] == "Random"
-    assert sum(c[7] == "built" for c in columns) == 97
+    assert sum(c[7] == "built" for c in columns) == 111
 
     a, b = os.path.join(work, "a.bmp"), os.path.join(work, "b.bmp")
     write_bmp(a, 100, 4, lambda x, row: (x, row, 10))

@@ -52,7 +52,7 @@ TEST_F(EffectRegistryTest, OnlyTheBuiltFamiliesSayBuilt)
         EffectProc standIn; // What a row that is not built yet renders with.
     } tables[] = {
         {kPictureTable, kPictureEffectCount - 1, 73, &CutAtHalf},
-        {kTextTable, kTextEffectCount - 1, 22, &NotBuiltText},
+        {kTextTable, kTextEffectCount - 1, 36, &NotBuiltText},
     };
     EffectRegistry registry;
     for (const Table& t : tables) {

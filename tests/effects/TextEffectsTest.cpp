@@ -1,7 +1,6 @@
 #include "effects/TextEffectFramework.h"
 
 #include "effects/EffectRegistry.h"
-#include "effects/Random.h"
 #include "effects/TextEffects.h"
 
 #include <gtest/gtest.h>
@@ -338,7 +337,10 @@ TEST(TextEffects, MotionSeenThroughTheInk)
         RightOf,
         Above,
         Below,
-        Fainter
+        Fainter,
+        Narrower,
+        Wider,
+        Shorter
     };
     struct Row
     {
@@ -361,6 +363,20 @@ TEST(TextEffects, MotionSeenThroughTheInk)
         {"scatter from the left", 18, 1, 10, Where::LeftOf},
         {"grow at the start", 29, 0, 1, Where::Nothing},
         {"fade sweep early is fainter", 0, 1, 5, Where::Fainter},
+        {"letters fade in: fainter early", 5, 1, 5, Where::Fainter},
+        {"letters fade in slowly: still faint at half", 6, 1, 2, Where::Fainter},
+        {"letters fade in randomly: fainter early", 7, 1, 10, Where::Fainter},
+        {"letters fade in in turn: the first alone", 8, 1, 4, Where::Narrower},
+        {"typewriter: the first letter alone", 13, 3, 10, Where::Narrower},
+        {"drop: falling from above", 14, 27, 100, Where::Above},
+        {"open from the sides: a band of columns", 23, 3, 10, Where::Narrower},
+        {"open from top and bottom: a band of rows", 24, 2, 10, Where::Shorter},
+        {"spin in: fainter early", 25, 1, 10, Where::Fainter},
+        {"zoom in: larger than the caption", 26, 1, 10, Where::Wider},
+        {"zoom out: smaller than the caption", 27, 1, 10, Where::Narrower},
+        {"bounce: in the air", 28, 1, 5, Where::Above},
+        {"flip: edge on", 32, 24, 100, Where::Narrower},
+        {"wave: rising from below", 35, 17, 100, Where::Below},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -391,6 +407,17 @@ TEST(TextEffects, MotionSeenThroughTheInk)
             break;
         case Where::Fainter:
             EXPECT_LT(ink.maxRed, place.maxRed - 50);
+            EXPECT_GT(ink.pixels, 0);
+            break;
+        case Where::Narrower:
+            EXPECT_LT(ink.right - ink.left, place.right - place.left);
+            EXPECT_GT(ink.pixels, 0);
+            break;
+        case Where::Wider:
+            EXPECT_GT(ink.right - ink.left, place.right - place.left);
+            break;
+        case Where::Shorter:
+            EXPECT_LT(ink.bottom - ink.top, place.bottom - place.top);
             EXPECT_GT(ink.pixels, 0);
             break;
         }
@@ -452,21 +479,23 @@ TEST(TextEffects, EveryBuiltRowFromStartToEnd)
         for (int shape = 0; shape < kShapes; ++shape) {
             SCOPED_TRACE(testing::Message() << "row " << row << ", shape " << shape);
             Caption caption = Shape(shape);
-            SeedRandom(5);
+            // Every registry reseeds the generator from the clock unless its seed is fixed.
+            EffectRegistry::FixSeed(5);
             caption.Frame(row, 3000, 3000);
             EXPECT_TRUE(caption.picture == ends[shape]);
             int drawn = 0;
             for (int percent : {30, 60, 90})
                 drawn += caption.Frame(row, percent, 100).pixels;
             EXPECT_GT(drawn, 0);
-            SeedRandom(5);
+            EffectRegistry::FixSeed(5);
             caption.Frame(row, 2, 5);
             const std::vector<std::uint8_t> first = caption.picture;
-            SeedRandom(5);
+            EffectRegistry::FixSeed(5);
             caption.Frame(row, 2, 5);
             EXPECT_TRUE(caption.picture == first);
         }
     }
+    EffectRegistry::FixSeed(std::nullopt);
 }
 
 TEST(TextEffects, ReservedCodesAndFailedInits)
