@@ -15,8 +15,8 @@ namespace {
 
 using namespace text;
 
-// Wraps a render that takes the progress t (0..1) so that the last frame shows the caption exactly at
-// rest, whatever the motion's rounding: every row must end as the plain caption does.
+// Wraps a render that takes the progress t (0..1) so that the last frame shows the caption exactly at rest,
+// whatever the motion's rounding: every row must end as the plain caption does.
 template <typename Render> auto Settled(Render render)
 {
     return [render](TextEffectState& state, const TextEffectParams& p) {
@@ -48,8 +48,8 @@ std::int32_t Scale(double factor)
         std::clamp<std::int64_t>(Truncate(factor * kUnitScale), -(1 << 24), 1 << 24));
 }
 
-// Sets the scales and moves the origin so that the glyph's cell keeps its centre where it is at its own
-// size (DrawGlyph scales about the glyph's origin).
+// Sets the scales and moves the origin so that the glyph's cell keeps its centre where it is at its own size
+// (DrawGlyph scales about the glyph's origin).
 void ScaleAboutCentre(const TextEffectState& state, int i, Placement& at, double scaleX, double scaleY)
 {
     at.scaleX = Scale(scaleX);
@@ -163,173 +163,170 @@ std::int32_t TextEffect05(std::uint32_t message, void* params)
 
 std::int32_t TextEffect13(std::uint32_t message, void* params)
 {
-    return TextProcedure(message, params,
-                         Settled([](TextEffectState& state, const TextEffectParams& p, double t) {
-                             // The last glyph is typed at nine tenths of the time, so the whole caption is
-                             // read a while.
-                             const double count = p.glyphCount;
-                             const double strike = std::min(0.9 / count, 0.08);
-                             for (int i = 0; i < p.glyphCount; ++i) {
-                                 const double typedAt = 0.9 * i / count;
-                                 if (t < typedAt)
-                                     break;
-                                 Placement at = RestingPlace(p, i);
-                                 const double s = (t - typedAt) / strike;
-                                 if (s >= 1) {
-                                     Draw(state, p, i, at);
-                                     continue;
-                                 }
-                                 // The key strikes: the glyph lands a little larger and lighter and settles
-                                 // at once.
-                                 ScaleAboutCentre(state, i, at, 1 + 0.35 * (1 - s), 1 + 0.35 * (1 - s));
-                                 DrawWith(state, p, i, at, Lighter(p.text->colour, 0.6 * (1 - s)), nullptr);
-                             }
-                         }));
+    auto render = [](TextEffectState& state, const TextEffectParams& p, double t) {
+        // The last glyph is typed at nine tenths of the time, so the whole caption is read a while.
+        const double count = p.glyphCount;
+        const double strike = std::min(0.9 / count, 0.08);
+        for (int i = 0; i < p.glyphCount; ++i) {
+            const double typedAt = 0.9 * i / count;
+            if (t < typedAt)
+                break;
+            Placement at = RestingPlace(p, i);
+            const double s = (t - typedAt) / strike;
+            if (s >= 1) {
+                Draw(state, p, i, at);
+                continue;
+            }
+            // The key strikes: the glyph lands a little larger and lighter and settles at once.
+            ScaleAboutCentre(state, i, at, 1 + 0.35 * (1 - s), 1 + 0.35 * (1 - s));
+            DrawWith(state, p, i, at, Lighter(p.text->colour, 0.6 * (1 - s)), nullptr);
+        }
+    };
+    return TextProcedure(message, params, Settled(render));
 }
 
 std::int32_t TextEffect14(std::uint32_t message, void* params)
 {
-    return TextProcedure(message, params,
-                         Settled([](TextEffectState& state, const TextEffectParams& p, double t) {
-                             for (int i = 0; i < p.glyphCount; ++i) {
-                                 const double a = Turn(t, i, p.glyphCount, 0.3);
-                                 if (a <= 0)
-                                     continue;
-                                 Placement at = RestingPlace(p, i);
-                                 // From wholly above the picture's top edge, falling faster and faster.
-                                 const double height = GlyphHeight(state, p.glyphs[i]);
-                                 const double fall = std::max(static_cast<double>(at.y) + height + 8, height);
-                                 at.y -= Truncate(fall * (1 - a * a));
-                                 Draw(state, p, i, at);
-                             }
-                         }));
+    auto render = [](TextEffectState& state, const TextEffectParams& p, double t) {
+        for (int i = 0; i < p.glyphCount; ++i) {
+            const double a = Turn(t, i, p.glyphCount, 0.3);
+            if (a <= 0)
+                continue;
+            Placement at = RestingPlace(p, i);
+            // From wholly above the picture's top edge, falling faster and faster.
+            const double height = GlyphHeight(state, p.glyphs[i]);
+            const double fall = std::max(static_cast<double>(at.y) + height + 8, height);
+            at.y -= Truncate(fall * (1 - a * a));
+            Draw(state, p, i, at);
+        }
+    };
+    return TextProcedure(message, params, Settled(render));
 }
 
 std::int32_t TextEffect23(std::uint32_t message, void* params)
 {
-    return TextProcedure(
-        message, params, Settled([](TextEffectState& state, const TextEffectParams& p, double t) {
-            const records::TextRecord& r = *p.text;
-            const std::int64_t width = std::max(r.extentWidth, 0);
-            const std::int64_t height = std::max(r.extentHeight, 0);
-            // Room for the shadow (its offset and soft edge) beyond the laid-out extent, so the band has
-            // passed all ink before the end.
-            const double margin = std::abs(state.metrics.height) / 36.0 + 6;
-            PictureBand band{0, 0, p.width, p.height};
-            if (p.direction == kDirectionBothVerticalEdges) {
-                const std::int64_t centre = r.x + width / 2;
-                const std::int64_t half = Truncate((static_cast<double>(width) / 2 + margin) * t);
-                band.left = Saturate(centre - half);
-                band.right = Saturate(centre + half);
-            } else if (p.direction == kDirectionBothHorizontalEdges) {
-                const std::int64_t centre = r.y + height / 2;
-                const std::int64_t half = Truncate((static_cast<double>(height) / 2 + margin) * t);
-                band.top = Saturate(centre - half);
-                band.bottom = Saturate(centre + half);
-            } else {
-                return; // No row has another direction: the caption shows only at the end.
-            }
-            for (int i = 0; i < p.glyphCount; ++i)
-                DrawWith(state, p, i, RestingPlace(p, i), r.colour, &band);
-        }));
+    auto render = [](TextEffectState& state, const TextEffectParams& p, double t) {
+        const records::TextRecord& r = *p.text;
+        const std::int64_t width = std::max(r.extentWidth, 0);
+        const std::int64_t height = std::max(r.extentHeight, 0);
+        // Room for the shadow (its offset and soft edge) beyond the laid-out extent, so the band has passed
+        // all ink before the end.
+        const double margin = std::abs(state.metrics.height) / 36.0 + 6;
+        PictureBand band{0, 0, p.width, p.height};
+        if (p.direction == kDirectionBothVerticalEdges) {
+            const std::int64_t centre = r.x + width / 2;
+            const std::int64_t half = Truncate((static_cast<double>(width) / 2 + margin) * t);
+            band.left = Saturate(centre - half);
+            band.right = Saturate(centre + half);
+        } else if (p.direction == kDirectionBothHorizontalEdges) {
+            const std::int64_t centre = r.y + height / 2;
+            const std::int64_t half = Truncate((static_cast<double>(height) / 2 + margin) * t);
+            band.top = Saturate(centre - half);
+            band.bottom = Saturate(centre + half);
+        } else {
+            return; // No row has another direction: the caption shows only at the end.
+        }
+        for (int i = 0; i < p.glyphCount; ++i)
+            DrawWith(state, p, i, RestingPlace(p, i), r.colour, &band);
+    };
+    return TextProcedure(message, params, Settled(render));
 }
 
 std::int32_t TextEffect25(std::uint32_t message, void* params)
 {
-    return TextProcedure(message, params,
-                         Settled([](TextEffectState& state, const TextEffectParams& p, double t) {
-                             for (int i = 0; i < p.glyphCount; ++i) {
-                                 const double a = Turn(t, i, p.glyphCount, 0.35);
-                                 if (a <= 0)
-                                     continue;
-                                 const double e = 1 - (1 - a) * (1 - a);
-                                 Placement at = RestingPlace(p, i);
-                                 ScaleAboutCentre(state, i, at, e, e);
-                                 at.angle = -static_cast<std::int32_t>(Truncate((1 - e) * 3600));
-                                 at.opacity = Opacity(2 * a);
-                                 Draw(state, p, i, at);
-                             }
-                         }));
+    auto render = [](TextEffectState& state, const TextEffectParams& p, double t) {
+        for (int i = 0; i < p.glyphCount; ++i) {
+            const double a = Turn(t, i, p.glyphCount, 0.35);
+            if (a <= 0)
+                continue;
+            const double e = 1 - (1 - a) * (1 - a);
+            Placement at = RestingPlace(p, i);
+            ScaleAboutCentre(state, i, at, e, e);
+            at.angle = -static_cast<std::int32_t>(Truncate((1 - e) * 3600));
+            at.opacity = Opacity(2 * a);
+            Draw(state, p, i, at);
+        }
+    };
+    return TextProcedure(message, params, Settled(render));
 }
 
 std::int32_t TextEffect26(std::uint32_t message, void* params)
 {
-    return TextProcedure(message, params,
-                         Settled([](TextEffectState& state, const TextEffectParams& p, double t) {
-                             if (p.variant != 0 && p.variant != 1)
-                                 return; // No row has another variant: the caption shows only at the end.
-                             const records::TextRecord& r = *p.text;
-                             const double e = 1 - (1 - t) * (1 - t) * (1 - t);
-                             const double size = p.variant == 0 ? 1 + 3 * (1 - e) : e;
-                             const double cx = static_cast<double>(r.x) + std::max(r.extentWidth, 0) / 2;
-                             const double cy = static_cast<double>(r.y) + std::max(r.extentHeight, 0) / 2;
-                             for (int i = 0; i < p.glyphCount; ++i) {
-                                 Placement at = RestingPlace(p, i);
-                                 // The whole caption as one body: each origin moves about the caption's
-                                 // centre with the size.
-                                 at.x = Truncate((static_cast<double>(at.x) - cx) * size + cx);
-                                 at.y = Truncate((static_cast<double>(at.y) - cy) * size + cy);
-                                 at.scaleX = at.scaleY = Scale(size);
-                                 at.opacity = Opacity(t / 0.6);
-                                 Draw(state, p, i, at);
-                             }
-                         }));
+    auto render = [](TextEffectState& state, const TextEffectParams& p, double t) {
+        if (p.variant != 0 && p.variant != 1)
+            return; // No row has another variant: the caption shows only at the end.
+        const records::TextRecord& r = *p.text;
+        const double rest = (1 - t) * (1 - t);
+        const double e = 1 - rest * rest; // Fast at first, gently into place.
+        const double size = p.variant == 0 ? 1 + 3 * (1 - e) : e;
+        const double cx = static_cast<double>(r.x) + std::max(r.extentWidth, 0) / 2;
+        const double cy = static_cast<double>(r.y) + std::max(r.extentHeight, 0) / 2;
+        for (int i = 0; i < p.glyphCount; ++i) {
+            Placement at = RestingPlace(p, i);
+            // The whole caption as one body: each origin moves about the caption's centre with the size.
+            at.x = Truncate((static_cast<double>(at.x) - cx) * size + cx);
+            at.y = Truncate((static_cast<double>(at.y) - cy) * size + cy);
+            at.scaleX = at.scaleY = Scale(size);
+            at.opacity = Opacity(t / 0.6);
+            Draw(state, p, i, at);
+        }
+    };
+    return TextProcedure(message, params, Settled(render));
 }
 
 std::int32_t TextEffect28(std::uint32_t message, void* params)
 {
-    return TextProcedure(message, params,
-                         Settled([](TextEffectState& state, const TextEffectParams& p, double t) {
-                             for (int i = 0; i < p.glyphCount; ++i) {
-                                 const double a = Turn(t, i, p.glyphCount, 0.45);
-                                 if (a <= 0)
-                                     continue;
-                                 Placement at = RestingPlace(p, i);
-                                 at.y -= Truncate(2.5 * GlyphHeight(state, p.glyphs[i]) * (1 - Bounce(a)));
-                                 Draw(state, p, i, at);
-                             }
-                         }));
+    auto render = [](TextEffectState& state, const TextEffectParams& p, double t) {
+        for (int i = 0; i < p.glyphCount; ++i) {
+            const double a = Turn(t, i, p.glyphCount, 0.45);
+            if (a <= 0)
+                continue;
+            Placement at = RestingPlace(p, i);
+            at.y -= Truncate(2.5 * GlyphHeight(state, p.glyphs[i]) * (1 - Bounce(a)));
+            Draw(state, p, i, at);
+        }
+    };
+    return TextProcedure(message, params, Settled(render));
 }
 
 std::int32_t TextEffect32(std::uint32_t message, void* params)
 {
-    return TextProcedure(message, params,
-                         Settled([](TextEffectState& state, const TextEffectParams& p, double t) {
-                             for (int i = 0; i < p.glyphCount; ++i) {
-                                 const double a = Turn(t, i, p.glyphCount, 0.4);
-                                 if (a <= 0)
-                                     continue;
-                                 // Three quarters of a turn seen from the front: 0, -1 (the back, mirrored),
-                                 // 0, then 1.
-                                 const double face = -std::sin(1.5 * std::numbers::pi * a);
-                                 Placement at = RestingPlace(p, i);
-                                 ScaleAboutCentre(state, i, at, face, 1);
-                                 at.opacity = face < 0 ? 150 : 255;
-                                 Draw(state, p, i, at);
-                             }
-                         }));
+    auto render = [](TextEffectState& state, const TextEffectParams& p, double t) {
+        for (int i = 0; i < p.glyphCount; ++i) {
+            const double a = Turn(t, i, p.glyphCount, 0.4);
+            if (a <= 0)
+                continue;
+            // Three quarters of a turn seen from the front: 0, -1 (the back, mirrored), 0, then 1.
+            const double face = -std::sin(1.5 * std::numbers::pi * a);
+            Placement at = RestingPlace(p, i);
+            ScaleAboutCentre(state, i, at, face, 1);
+            at.opacity = face < 0 ? 150 : 255;
+            Draw(state, p, i, at);
+        }
+    };
+    return TextProcedure(message, params, Settled(render));
 }
 
 std::int32_t TextEffect35(std::uint32_t message, void* params)
 {
-    return TextProcedure(
-        message, params, Settled([](TextEffectState& state, const TextEffectParams& p, double t) {
-            const double width = p.text->extentWidth;
-            for (int i = 0; i < p.glyphCount; ++i) {
-                const records::Glyph& g = p.glyphs[i];
-                // The wave's front reaches a glyph by its centre's place across the caption.
-                const double across = width > 0 ? std::clamp((g.gx + g.cw / 2.0) / width, 0.0, 1.0) : 0.0;
-                const double a = std::clamp((t - 0.6 * across) / 0.4, 0.0, 1.0);
-                if (a <= 0)
-                    continue;
-                Placement at = RestingPlace(p, i);
-                // From below its place, up past it, down a little, settled: a damped swing.
-                const double swing = (1 - a) * (1 - a) * std::cos(3 * std::numbers::pi * a);
-                at.y += Truncate(0.9 * GlyphHeight(state, g) * swing);
-                at.opacity = Opacity(2.5 * a);
-                Draw(state, p, i, at);
-            }
-        }));
+    auto render = [](TextEffectState& state, const TextEffectParams& p, double t) {
+        const double width = p.text->extentWidth;
+        for (int i = 0; i < p.glyphCount; ++i) {
+            const records::Glyph& g = p.glyphs[i];
+            // The wave's front reaches a glyph by its centre's place across the caption.
+            const double across = width > 0 ? std::clamp((g.gx + g.cw / 2.0) / width, 0.0, 1.0) : 0.0;
+            const double a = std::clamp((t - 0.6 * across) / 0.4, 0.0, 1.0);
+            if (a <= 0)
+                continue;
+            Placement at = RestingPlace(p, i);
+            // From below its place, up past it, down a little, settled: a damped swing.
+            const double swing = (1 - a) * (1 - a) * std::cos(3 * std::numbers::pi * a);
+            at.y += Truncate(0.9 * GlyphHeight(state, g) * swing);
+            at.opacity = Opacity(2.5 * a);
+            Draw(state, p, i, at);
+        }
+    };
+    return TextProcedure(message, params, Settled(render));
 }
 
 } // namespace lumenar::effects

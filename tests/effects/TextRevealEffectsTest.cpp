@@ -76,7 +76,7 @@ TEST(TextEffects, GoldenFrames)
         {5, 3, 10, 0xa50651396c96dd55},  {6, 6, 10, 0x90c285e42fedf89b},  {7, 5, 10, 0x8f2efac72afe9667},
         {8, 5, 10, 0x584b9f48faa863d},   {13, 5, 10, 0x5cb9334326cd9417}, {14, 4, 10, 0x18bf601954c86a53},
         {23, 5, 10, 0x9ca8d8d81601a43f}, {24, 5, 10, 0x80953fefd84c4d83}, {25, 4, 10, 0xcdd3d18821b932e6},
-        {26, 3, 10, 0xb001ea8750c38cdb}, {27, 3, 10, 0xf0f139fea50dd41},  {28, 5, 10, 0xd39cdd5aab52acc7},
+        {26, 3, 10, 0xe8a3a40abf4e58ec}, {27, 3, 10, 0xb6659568b53dd969}, {28, 5, 10, 0xd39cdd5aab52acc7},
         {32, 4, 10, 0x5e6de6f48bf11b88}, {35, 4, 10, 0xd5ccdccba3fac34e},
     };
     EffectRegistry::FixSeed(11);
