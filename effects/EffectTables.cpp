@@ -6,6 +6,7 @@
 #include "effects/LineTransitions.h"
 #include "effects/TextEffects.h"
 #include "effects/TextMotionEffects.h"
+#include "effects/TextRevealEffects.h"
 #include "effects/WarpTransitions.h"
 
 namespace lumenar::effects {
@@ -128,16 +129,16 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(29, TextFadeSweep, "TextFadeSweep", 0x04, 0, 7, Built::Yes),         // 2
     Row(30, TextFadeSweep, "TextFadeSweep", 0x40, 0, 8, Built::Yes),         // 3
     Row(1, TextShowAtHalf, "TextShowAtHalf", 0x00, 0, 0, Built::Yes),        // 4
-    Row(445, NotBuiltText, "TextEffect05", 0x00, 1, 12, Built::NotYet),      // 5
-    Row(446, NotBuiltText, "TextEffect05", 0x00, 0, 12, Built::NotYet),      // 6
-    Row(447, NotBuiltText, "TextEffect05", 0x00, 2, 12, Built::NotYet),      // 7
-    Row(448, NotBuiltText, "TextEffect05", 0x00, 3, 12, Built::NotYet),      // 8
+    Row(445, TextEffect05, "TextEffect05", 0x00, 1, 12, Built::Yes),         // 5
+    Row(446, TextEffect05, "TextEffect05", 0x00, 0, 12, Built::Yes),         // 6
+    Row(447, TextEffect05, "TextEffect05", 0x00, 2, 12, Built::Yes),         // 7
+    Row(448, TextEffect05, "TextEffect05", 0x00, 3, 12, Built::Yes),         // 8
     Row(406, TextGlyphStream, "TextGlyphStream", 0x10, 0, 12, Built::Yes),   // 9
     Row(407, TextGlyphStream, "TextGlyphStream", 0x01, 0, 12, Built::Yes),   // 10
     Row(408, TextGlyphStream, "TextGlyphStream", 0x04, 0, 12, Built::Yes),   // 11
     Row(409, TextGlyphStream, "TextGlyphStream", 0x40, 0, 12, Built::Yes),   // 12
-    Row(404, NotBuiltText, "TextEffect13", 0x00, 0, 12, Built::NotYet),      // 13
-    Row(444, NotBuiltText, "TextEffect14", 0x00, 0, 12, Built::NotYet),      // 14
+    Row(404, TextEffect13, "TextEffect13", 0x00, 0, 12, Built::Yes),         // 13
+    Row(444, TextEffect14, "TextEffect14", 0x00, 0, 12, Built::Yes),         // 14
     Row(410, TextGlyphScatter, "TextGlyphScatter", 0x10, 1, 12, Built::Yes), // 15
     Row(411, TextGlyphScatter, "TextGlyphScatter", 0x01, 1, 12, Built::Yes), // 16
     Row(412, TextGlyphScatter, "TextGlyphScatter", 0x04, 1, 12, Built::Yes), // 17
@@ -146,19 +147,19 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(20, TextFlyIn, "TextFlyIn", 0x01, 0, 1, Built::Yes),                 // 20
     Row(21, TextFlyIn, "TextFlyIn", 0x04, 0, 4, Built::Yes),                 // 21
     Row(22, TextFlyIn, "TextFlyIn", 0x40, 0, 3, Built::Yes),                 // 22
-    Row(401, NotBuiltText, "TextEffect23", 0x44, 0, 9, Built::NotYet),       // 23
-    Row(402, NotBuiltText, "TextEffect23", 0x11, 0, 10, Built::NotYet),      // 24
-    Row(405, NotBuiltText, "TextEffect25", 0x00, 0, 12, Built::NotYet),      // 25
-    Row(436, NotBuiltText, "TextEffect26", 0x00, 0, 12, Built::NotYet),      // 26
-    Row(437, NotBuiltText, "TextEffect26", 0x00, 1, 12, Built::NotYet),      // 27
-    Row(449, NotBuiltText, "TextEffect28", 0x00, 0, 11, Built::NotYet),      // 28
+    Row(401, TextEffect23, "TextEffect23", 0x44, 0, 9, Built::Yes),          // 23
+    Row(402, TextEffect23, "TextEffect23", 0x11, 0, 10, Built::Yes),         // 24
+    Row(405, TextEffect25, "TextEffect25", 0x00, 0, 12, Built::Yes),         // 25
+    Row(436, TextEffect26, "TextEffect26", 0x00, 0, 12, Built::Yes),         // 26
+    Row(437, TextEffect26, "TextEffect26", 0x00, 1, 12, Built::Yes),         // 27
+    Row(449, TextEffect28, "TextEffect28", 0x00, 0, 11, Built::Yes),         // 28
     Row(418, TextGlyphGrow, "TextGlyphGrow", 0x00, 0, 12, Built::Yes),       // 29
     Row(421, TextGlyphGrow, "TextGlyphGrow", 0x00, 1, 12, Built::Yes),       // 30
     Row(427, TextGlyphGrow, "TextGlyphGrow", 0x00, 2, 12, Built::Yes),       // 31
-    Row(438, NotBuiltText, "TextEffect32", 0x00, 0, 12, Built::NotYet),      // 32
+    Row(438, TextEffect32, "TextEffect32", 0x00, 0, 12, Built::Yes),         // 32
     Row(439, TextGlyphGrow, "TextGlyphGrow", 0x00, 3, 12, Built::Yes),       // 33
     Row(440, TextGlyphGrow, "TextGlyphGrow", 0x00, 4, 12, Built::Yes),       // 34
-    Row(426, NotBuiltText, "TextEffect35", 0x00, 0, 12, Built::NotYet),      // 35
+    Row(426, TextEffect35, "TextEffect35", 0x00, 0, 12, Built::Yes),         // 35
     Row(428, TextEffect36, "TextEffect36", 0x00, 0, 12, Built::Yes),         // 36
     Row(434, TextEffect36, "TextEffect36", 0x00, 1, 12, Built::Yes),         // 37
     Row(430, TextEffect38, "TextEffect38", 0x01, 0, 12, Built::Yes),         // 38

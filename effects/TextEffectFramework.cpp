@@ -137,8 +137,11 @@ InkBox SpreadShadow(const std::vector<std::uint8_t>& scratch, int scratchWidth, 
 struct CellMapping
 {
     int left = 0, top = 0, right = 0, bottom = 0; // Destination box, clipped; right and bottom exclusive.
-    std::int64_t centreU = 0, centreV = 0;        // Turning centre in the sheet (16.16 samples).
-    std::int64_t centreX = 0, centreY = 0;        // The same point in the picture (16.16 pixels).
+    // Where each row's source stepping starts: the left end clipped to the picture alone, so a band cut
+    // from the box samples the same positions as the whole glyph would.
+    int stepFrom = 0;
+    std::int64_t centreU = 0, centreV = 0; // Turning centre in the sheet (16.16 samples).
+    std::int64_t centreX = 0, centreY = 0; // The same point in the picture (16.16 pixels).
     std::int64_t cosine = 65536, sine = 0;
     std::int64_t samplesPerPixelX = 0, samplesPerPixelY = 0; // 16.16; the reciprocal scales.
 
@@ -167,10 +170,11 @@ std::int64_t SheetScale(std::int32_t scale)
 }
 
 // Maps the part `box` of a cell (the samples that can give ink), turned about (centreU, centreV) and placed
-// with that point at (centreX, centreY). Returns false when the box is empty or misses the picture.
+// with that point at (centreX, centreY), clipped to `clip` (within the picture). Returns false when the
+// box is empty or misses the clip.
 bool MapCell(CellMapping& map, std::int64_t centreU, std::int64_t centreV, const InkBox& box,
              std::int64_t centreX, std::int64_t centreY, std::int64_t sx, std::int64_t sy, std::int32_t angle,
-             std::int32_t width, std::int32_t height)
+             const PictureBand& clip)
 {
     if (box.right <= box.left || box.bottom <= box.top)
         return false;
@@ -198,13 +202,14 @@ bool MapCell(CellMapping& map, std::int64_t centreU, std::int64_t centreV, const
             maxY = std::max(maxY, dy);
         }
     }
-    const std::int64_t left = std::max<std::int64_t>(0, ((centreX + minX) >> 16) - 1);
-    const std::int64_t top = std::max<std::int64_t>(0, ((centreY + minY) >> 16) - 1);
-    const std::int64_t right = std::min<std::int64_t>(width, ((centreX + maxX) >> 16) + 2);
-    const std::int64_t bottom = std::min<std::int64_t>(height, ((centreY + maxY) >> 16) + 2);
+    const std::int64_t left = std::max<std::int64_t>(clip.left, ((centreX + minX) >> 16) - 1);
+    const std::int64_t top = std::max<std::int64_t>(clip.top, ((centreY + minY) >> 16) - 1);
+    const std::int64_t right = std::min<std::int64_t>(clip.right, ((centreX + maxX) >> 16) + 2);
+    const std::int64_t bottom = std::min<std::int64_t>(clip.bottom, ((centreY + maxY) >> 16) + 2);
     if (left >= right || top >= bottom)
         return false;
     map.left = static_cast<int>(left);
+    map.stepFrom = static_cast<int>(std::clamp<std::int64_t>(((centreX + minX) >> 16) - 1, 0, left));
     map.top = static_cast<int>(top);
     map.right = static_cast<int>(right);
     map.bottom = static_cast<int>(bottom);
@@ -227,7 +232,10 @@ void ForEachSample(TextEffectState& s, const CellMapping& map, const InkBox& box
     const std::int64_t stepV = map.StepVX();
     for (int y = map.top; y < map.bottom; ++y) {
         std::int64_t u = 0, v = 0;
-        map.Source(map.left, y, u, v);
+        map.Source(map.stepFrom, y, u, v);
+        // Stepping from the same start as the unclipped glyph keeps the rounding of its positions.
+        u += (map.left - map.stepFrom) * stepU;
+        v += (map.left - map.stepFrom) * stepV;
         std::uint8_t* out = PixelAt(s.dcBits, s.width, s.height, map.left, y);
         if (stepV == 0) {
             const std::int64_t sv = v >> 16;
@@ -576,7 +584,8 @@ int BuildTextState(const TextEffectParams& block)
 
 std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint16_t character,
                        std::uint32_t colour, std::int32_t opacity, std::int32_t shadow,
-                       std::int32_t glyphIndex, std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle)
+                       std::int32_t glyphIndex, std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle,
+                       const PictureBand* band)
 {
     (void)character;
     TextEffectState& s = state;
@@ -584,6 +593,13 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
         static_cast<std::size_t>(glyphIndex) >= s.glyphAdvances.size() ||
         static_cast<std::size_t>(glyphIndex) >= s.glyphInk.size())
         return 1;
+    PictureBand clip{0, 0, s.width, s.height};
+    if (band != nullptr) {
+        clip.left = std::max(clip.left, band->left);
+        clip.top = std::max(clip.top, band->top);
+        clip.right = std::min(clip.right, band->right);
+        clip.bottom = std::min(clip.bottom, band->bottom);
+    }
     angle = NormaliseAngle(angle);
     opacity = std::clamp(opacity, 0, 255);
     const std::int64_t sx = SheetScale(scaleX);
@@ -603,8 +619,7 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
         const std::int64_t shadowV = centreV + (6 << 16);
         const InkBox& box = s.shadowInk[static_cast<std::size_t>(glyphIndex)];
         CellMapping map;
-        if (MapCell(map, shadowU, shadowV, box, centreX + offset, centreY + offset, sx, sy, angle, s.width,
-                    s.height)) {
+        if (MapCell(map, shadowU, shadowV, box, centreX + offset, centreY + offset, sx, sy, angle, clip)) {
             const std::uint8_t* cell = s.shadowBits.data() + static_cast<std::size_t>(glyphIndex) *
                                                                  s.shadowCellHeight * s.shadowCellWidth;
             DrawShadow(s, map, cell, box, opacity);
@@ -615,7 +630,7 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     InkBox box = s.glyphInk[static_cast<std::size_t>(glyphIndex)];
     box.right = static_cast<std::int32_t>(std::min<std::int64_t>(box.right, advance));
     CellMapping map;
-    if (!MapCell(map, centreU, centreV, box, centreX, centreY, sx, sy, angle, s.width, s.height))
+    if (!MapCell(map, centreU, centreV, box, centreX, centreY, sx, sy, angle, clip))
         return 1;
     const std::uint8_t* cell =
         s.glyphBits.data() + static_cast<std::size_t>(glyphIndex) * s.glyphCellHeight * s.glyphCellWidth;
@@ -790,8 +805,8 @@ std::int32_t DrawSoftGlyph(TextEffectState& state, std::int32_t x, std::int32_t 
     // Coverage is stored at the sample the mapping names (the lower of the pair the sharp blit reads).
     const InkBox& box = soft.ink[cellIndex];
     CellMapping map;
-    if (!MapCell(map, centreU + margin, centreV + margin, box, centreX, centreY, sx, sy, angle, s.width,
-                 s.height))
+    if (!MapCell(map, centreU + margin, centreV + margin, box, centreX, centreY, sx, sy, angle,
+                 PictureBand{0, 0, s.width, s.height}))
         return 1;
     const auto blue = static_cast<int>((colour >> 16) & 255);
     const auto green = static_cast<int>((colour >> 8) & 255);

@@ -110,16 +110,28 @@ void ForgetRenderedGlyphs();
 /// Number of live states, for tests and leak checks. Any thread.
 std::size_t LiveTextStates();
 
+/// A rectangle of the picture in pixels counted from its left and top edges, right and bottom exclusive,
+/// that a glyph may be clipped to: a band of rows or columns for reveals. An empty one draws nothing.
+struct PictureBand
+{
+    std::int32_t left = 0;
+    std::int32_t top = 0;
+    std::int32_t right = 0;
+    std::int32_t bottom = 0;
+};
+
 /// Draws one glyph onto the state's picture: shadow first (when `shadow` is non-zero), then the glyph's
 /// ink blended towards `colour` (0xBBGGRR) with `opacity` (0..255). (x, y) is where the unrotated glyph's
 /// origin (left end of its baseline) lands, in picture pixels counted from the top; scaleX and scaleY are
 /// 16.16 factors (65536: the caption's own size); `angle` is in tenths of a degree, any value; the glyph
 /// turns about its cell's centre. What is drawn is the cell of `glyphIndex` (made from that glyph's
 /// character at init); `character` is the same character and is not read again. A glyph wholly outside
-/// the picture, or an index without a cell, draws nothing. Returns 1.
+/// the picture, or an index without a cell, draws nothing. With a `band`, glyph and shadow change only the
+/// pixels inside it (and inside the picture), exactly as they would be drawn without it. Returns 1.
 std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint16_t character,
                        std::uint32_t colour, std::int32_t opacity, std::int32_t shadow,
-                       std::int32_t glyphIndex, std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle);
+                       std::int32_t glyphIndex, std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle,
+                       const PictureBand* band = nullptr);
 
 /// Makes the state's soft cells from its glyph sheet: one level per radius (in double-size sheet samples,
 /// 0 for the sharp coverage), each a box blur of that radius taken twice along both axes. Glyphs of the

@@ -52,7 +52,7 @@ TEST_F(EffectRegistryTest, OnlyTheBuiltFamiliesSayBuilt)
         EffectProc standIn; // What a row that is not built yet renders with.
     } tables[] = {
         {kPictureTable, kPictureEffectCount - 1, 89, &CutAtHalf},
-        {kTextTable, kTextEffectCount - 1, 39, &NotBuiltText},
+        {kTextTable, kTextEffectCount - 1, 53, &NotBuiltText},
     };
     EffectRegistry registry;
     for (const Table& t : tables) {

@@ -1,7 +1,6 @@
 #include "effects/TextEffectFramework.h"
 
 #include "effects/EffectRegistry.h"
-#include "effects/Random.h"
 #include "effects/TextEffects.h"
 
 #include <gtest/gtest.h>
@@ -347,7 +346,8 @@ TEST(TextEffects, MotionSeenThroughTheInk)
         Taller,   // Taller than at its place.
         Spread,   // Reaching past its place's left and top edges (a blur, a halo).
         Moved,    // Somewhere else than its place.
-        Sparkles  // Light drawn over the background.
+        Sparkles, // Light drawn over the background.
+        Wider     // Wider than at its place.
     };
     struct Row
     {
@@ -370,6 +370,20 @@ TEST(TextEffects, MotionSeenThroughTheInk)
         {"scatter from the left", 18, 1, 10, Where::LeftOf},
         {"grow at the start", 29, 0, 1, Where::Nothing},
         {"fade sweep early is fainter", 0, 1, 5, Where::Fainter},
+        {"letters fade in: fainter early", 5, 1, 5, Where::Fainter},
+        {"letters fade in slowly: still faint at half", 6, 1, 2, Where::Fainter},
+        {"letters fade in randomly: fainter early", 7, 1, 10, Where::Fainter},
+        {"letters fade in in turn: the first alone", 8, 1, 4, Where::Narrower},
+        {"typewriter: the first letter alone", 13, 3, 10, Where::Narrower},
+        {"drop: falling from above", 14, 27, 100, Where::Above},
+        {"open from the sides: a band of columns", 23, 3, 10, Where::Narrower},
+        {"open from top and bottom: a band of rows", 24, 2, 10, Where::Shorter},
+        {"spin in: fainter early", 25, 1, 10, Where::Fainter},
+        {"zoom in: larger than the caption", 26, 1, 10, Where::Wider},
+        {"zoom out: smaller than the caption", 27, 1, 10, Where::Narrower},
+        {"bounce: in the air", 28, 1, 5, Where::Above},
+        {"flip: edge on", 32, 24, 100, Where::Narrower},
+        {"wave: rising from below", 35, 17, 100, Where::Below},
         {"unfold: squeezed upright", 36, 1, 5, Where::Shorter},
         {"unfold sideways: squeezed across", 37, 1, 5, Where::Narrower},
         {"rise in: from below", 38, 1, 5, Where::Below},
@@ -442,6 +456,9 @@ TEST(TextEffects, MotionSeenThroughTheInk)
             EXPECT_GT(ink.lighter, 10);
             EXPECT_EQ(place.lighter, 0);
             break;
+        case Where::Wider:
+            EXPECT_GT(ink.right - ink.left, place.right - place.left + 4);
+            break;
         }
     }
 }
@@ -501,6 +518,7 @@ TEST(TextEffects, EveryBuiltRowFromStartToEnd)
         for (int shape = 0; shape < kShapes; ++shape) {
             SCOPED_TRACE(testing::Message() << "row " << row << ", shape " << shape);
             Caption caption = Shape(shape);
+            // Every registry reseeds the generator from the clock unless its seed is fixed.
             EffectRegistry::FixSeed(5);
             caption.Frame(row, 3000, 3000);
             EXPECT_TRUE(caption.picture == ends[shape]);

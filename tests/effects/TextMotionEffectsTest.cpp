@@ -179,7 +179,7 @@ TEST(TextEffectFramework, SoftCellsBlurAroundTheSharpGlyph)
 // A few frames of each procedure, with and without a shadow, against FNV-1a hashes of the whole picture,
 // as this test printed them with "Arial" resolving to Liberation Sans (fonts-liberation). A changed hash
 // means the motion, the drawing or the font changed: look at the frames before updating it.
-TEST(TextEffects, GoldenFrames)
+TEST(TextEffects, GoldenFramesOfTheMotionRows)
 {
     struct Row
     {
