@@ -110,6 +110,15 @@ struct Caption
         }
         return ink;
     }
+
+    // FNV-1a of the picture's bytes.
+    std::uint64_t Hash() const
+    {
+        std::uint64_t hash = 14695981039346656037ull;
+        for (std::uint8_t byte : picture)
+            hash = (hash ^ byte) * 1099511628211ull;
+        return hash;
+    }
 };
 
 TEST(TextEffectTables, CornerValues)
@@ -533,6 +542,179 @@ TEST(TextEffects, EveryBuiltRowFromStartToEnd)
             caption.Frame(row, 2, 5);
             EXPECT_TRUE(caption.picture == first);
         }
+    }
+    EffectRegistry::FixSeed(std::nullopt);
+}
+
+// A glyph cut to a band changes exactly the pixels inside it that the whole glyph changes, whatever its
+// turn and size, and nothing outside it (nor outside the picture).
+TEST(TextEffectFramework, BandsCutTheGlyphAndItsShadowExactly)
+{
+    struct Row
+    {
+        const char* name;
+        PictureBand band;
+        int scale, angle;
+    };
+    const Row rows[] = {
+        {"columns through the middle", {80, -50, 95, 500}, 65536, 0},
+        {"rows through the middle", {-10, 40, 400, 52}, 65536, 0},
+        {"a box, turned and enlarged", {75, 30, 100, 60}, 98304, 300},
+        {"a box, mirrored", {75, 30, 100, 60}, -65536, 0},
+        {"larger than the picture", {-1000, -1000, 1000, 1000}, 65536, 450},
+        {"empty", {90, 40, 90, 60}, 65536, 0},
+        {"upside down", {100, 60, 80, 40}, 65536, 0},
+        {"beyond the picture", {kWidth, 0, kWidth + 50, kHeight}, 65536, 0},
+    };
+    const std::uint8_t kGreyPixel[3] = {kGrey, kGrey, kGrey};
+    Caption caption(1);
+    ASSERT_EQ(BuildTextState(caption.Block(0, 100)), 1);
+    TextEffectState& state = *FindTextState(caption.record.effectState);
+    auto draw = [&](const Row& row, const PictureBand* band) {
+        std::fill(caption.picture.begin(), caption.picture.end(), kGrey);
+        DrawGlyph(state, 80, 50, 'A', 0x00FF00, 255, 1, 0, row.scale, row.scale, row.angle, band);
+        return caption.picture;
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::vector<std::uint8_t> whole = draw(row, nullptr);
+        const std::vector<std::uint8_t> cut = draw(row, &row.band);
+        int inside = 0;
+        for (int y = 0; y < kHeight; ++y) {
+            for (int x = 0; x < kWidth; ++x) {
+                const std::size_t at = (static_cast<std::size_t>(kHeight - 1 - y) * kWidth + x) * 4;
+                const bool in =
+                    x >= row.band.left && x < row.band.right && y >= row.band.top && y < row.band.bottom;
+                const std::uint8_t* expected = in ? &whole[at] : kGreyPixel;
+                if (in && whole[at] != kGrey)
+                    ++inside;
+                ASSERT_TRUE(std::equal(expected, expected + 3, &cut[at])) << "pixel " << x << ", " << y;
+            }
+        }
+        // The cut bands that cross the glyph really draw some of it.
+        if (row.band.right - row.band.left >= 15 && row.band.left < kWidth) {
+            EXPECT_GT(inside, 20);
+        }
+    }
+    FreeTextState(caption.Block(0, 1));
+}
+
+// Blurred cells: level 0 draws what the sharp glyph draws, stronger levels spread wider and fainter,
+// repeated letters share a cell, and what cannot be built is refused rather than drawn wrongly.
+TEST(TextEffectFramework, SoftCellsBlurAroundTheSharpGlyph)
+{
+    Caption sharp(0);
+    ASSERT_EQ(BuildTextState(sharp.Block(0, 100)), 1);
+    DrawGlyph(*FindTextState(sharp.record.effectState), 40, 60, 'A', 0x0000FF, 255, 0, 0, 65536, 65536, 0);
+    const Ink glyph = sharp.Measure();
+    FreeTextState(sharp.Block(0, 1));
+
+    struct Row
+    {
+        const char* name;
+        std::vector<std::int32_t> radii;
+        int blur, opacity, scale;
+        enum class Expect
+        {
+            Refused,
+            Nothing,
+            AsSharp,
+            Spread
+        } expect;
+    };
+    const Row rows[] = {
+        {"no levels", {}, 0, 255, 65536, Row::Expect::Refused},
+        {"not from 0", {2, 4}, 0, 255, 65536, Row::Expect::Refused},
+        {"not ascending", {0, 4, 4}, 0, 255, 65536, Row::Expect::Refused},
+        {"level 0 is the sharp glyph", {0, 3, 8}, 0, 255, 65536, Row::Expect::AsSharp},
+        {"past the last level is the last level", {0, 3, 8}, 100000, 255, 65536, Row::Expect::Spread},
+        {"between levels", {0, 3, 8}, 384, 255, 65536, Row::Expect::Spread},
+        {"opacity 0", {0, 3, 8}, 512, 0, 65536, Row::Expect::Nothing},
+        {"scale 0 draws a speck at most", {0, 3, 8}, 0, 255, 0, Row::Expect::Nothing},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Caption caption(0);
+        caption.glyphs.push_back(caption.glyphs[0]); // "ABA".
+        ASSERT_EQ(BuildTextState(caption.Block(0, 100)), 1);
+        TextEffectState& state = *FindTextState(caption.record.effectState);
+        const bool built = BuildSoftCells(state, caption.Block(0, 100), row.radii);
+        EXPECT_EQ(built, row.expect != Row::Expect::Refused);
+        if (built) {
+            EXPECT_EQ(state.soft.levels.size(), row.radii.size());
+            EXPECT_EQ(state.soft.cellOf, (std::vector<std::int32_t>{0, 1, 0}));
+        } else {
+            EXPECT_TRUE(state.soft.levels.empty());
+        }
+        DrawSoftGlyph(state, 40, 60, 0x0000FF, row.opacity, 2, row.blur, row.scale, row.scale, 0);
+        const Ink ink = caption.Measure();
+        FreeTextState(caption.Block(0, 1));
+        switch (row.expect) {
+        case Row::Expect::Refused:
+            EXPECT_EQ(ink.pixels, 0);
+            break;
+        case Row::Expect::Nothing:
+            EXPECT_LE(ink.pixels, 4);
+            break;
+        case Row::Expect::AsSharp:
+            EXPECT_EQ(ink.left, glyph.left);
+            EXPECT_EQ(ink.top, glyph.top);
+            EXPECT_EQ(ink.right, glyph.right);
+            EXPECT_EQ(ink.bottom, glyph.bottom);
+            EXPECT_NEAR(ink.maxRed, glyph.maxRed, 2);
+            EXPECT_NEAR(ink.pixels, glyph.pixels, glyph.pixels / 50);
+            break;
+        case Row::Expect::Spread:
+            EXPECT_LT(ink.left, glyph.left - 1);
+            EXPECT_LT(ink.top, glyph.top - 1);
+            EXPECT_GT(ink.right, glyph.right + 1);
+            EXPECT_GT(ink.bottom, glyph.bottom + 1);
+            EXPECT_LT(ink.maxRed, glyph.maxRed - 20);
+            break;
+        }
+    }
+}
+
+// Frames of the rows that each draw their own way, with and without a shadow, against FNV-1a hashes of the
+// whole picture, as this test printed them with "Arial" resolving to Liberation Sans (fonts-liberation)
+// and the registry's seed fixed. A changed hash means the motion, the drawing or the font changed: look at
+// the frames before updating it.
+TEST(TextEffects, GoldenFrames)
+{
+    struct Row
+    {
+        int row, num, den, shadow;
+        std::uint64_t hash;
+    };
+    const Row rows[] = {{5, 3, 10, 1, 0x19457369a2250b26},  {6, 6, 10, 1, 0x96b415a94917b376},
+                        {7, 5, 10, 1, 0xb9d21ba2c86d15a9},  {8, 5, 10, 1, 0x41ec810f6f7ca8f7},
+                        {13, 5, 10, 1, 0x9753ae410a622df1}, {14, 4, 10, 1, 0x7b20610301011353},
+                        {23, 5, 10, 1, 0x345040423e4d0942}, {24, 5, 10, 1, 0x8572862094f2fd9b},
+                        {25, 4, 10, 1, 0x9d31aac76f679027}, {26, 3, 10, 1, 0xcac978a756b2c69f},
+                        {27, 3, 10, 1, 0xfdb7e6408fbe1f5e}, {28, 5, 10, 1, 0xf9a7495bea23ab62},
+                        {32, 4, 10, 1, 0xef7feab6142d14ed}, {35, 4, 10, 1, 0x2c8f8606c1c63865},
+                        {36, 1, 4, 1, 0x4baded4a6a37005f},  {37, 1, 2, 0, 0x731d45942bc1941d},
+                        {38, 1, 4, 1, 0x999031afe53bf33d},  {39, 1, 4, 0, 0x70705a2cb4305a95},
+                        {40, 1, 3, 1, 0xa22898b284abcc67},  {41, 1, 3, 0, 0xf3ca5739f7d84e9},
+                        {42, 1, 5, 1, 0xede44d12f9c458f3},  {42, 2, 3, 0, 0x593f81b0ce865fd8},
+                        {43, 1, 3, 1, 0x67e2399983b59196},  {44, 1, 3, 0, 0xa7e675668970df0a},
+                        {45, 1, 5, 1, 0x424073e5745e5dc},   {46, 1, 5, 1, 0xae6b4d1632b609c2},
+                        {47, 1, 5, 0, 0x348d414c28a5286},   {47, 1, 5, 1, 0x93800539f413eff0},
+                        {48, 1, 2, 1, 0x45760624cf7665de},  {49, 1, 3, 1, 0xd47551685f86a6af},
+                        {50, 1, 3, 0, 0xda86c7c0a588ba29},  {51, 1, 3, 1, 0xa8db51c201cb41d4},
+                        {52, 1, 3, 0, 0xbd19a686d1481f13}};
+    const std::uint64_t blank = Caption(0).Hash();
+    EffectRegistry::FixSeed(11);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << "row " << row.row << " at " << row.num << "/" << row.den
+                                        << (row.shadow != 0 ? ", shadow" : ""));
+        Caption caption = Shape(3); // Five lines: mid-way, every row shows letters in several states.
+        caption.record.shadow = row.shadow;
+        caption.Frame(row.row, row.num, row.den);
+        EXPECT_NE(caption.Hash(), blank);
+        EXPECT_EQ(caption.Hash(), row.hash)
+            << std::hex << "{" << std::dec << row.row << ", " << row.num << ", " << row.den << ", "
+            << row.shadow << ", 0x" << std::hex << caption.Hash() << "},";
     }
     EffectRegistry::FixSeed(std::nullopt);
 }
