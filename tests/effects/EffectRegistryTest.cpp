@@ -51,7 +51,7 @@ TEST_F(EffectRegistryTest, OnlyTheBuiltFamiliesSayBuilt)
         int builtRows;
         EffectProc standIn; // What a row that is not built yet renders with.
     } tables[] = {
-        {kPictureTable, kPictureEffectCount - 1, 89, &CutAtHalf},
+        {kPictureTable, kPictureEffectCount - 1, 98, &CutAtHalf},
         {kTextTable, kTextEffectCount - 1, 39, &NotBuiltText},
     };
     EffectRegistry registry;
