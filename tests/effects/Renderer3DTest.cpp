@@ -283,6 +283,13 @@ TEST(CardRows, FlatPartsAreThePicturesAndShardsFollowTheSeed)
         {"page curl, near corner uncovered", 15, 90, w - 1, h - 1, 'T'},
         {"page curl back, near corner still bare", 16, 10, w - 1, h - 1, 'S'},
         {"page curl back, far corner already flat", 16, 90, 0, 0, 'T'},
+        // Nothing may linger into the last frames, or the end would jump to the target.
+        {"roll up, gone off the top by the end", 18, 99, w / 2, 0, 'T'},
+        {"roll left, gone off the left by the end", 20, 99, 0, h / 2, 'T'},
+        {"page curl, gone off the far corner by the end", 15, 99, 0, 0, 'T'},
+        {"page curl back, still off the far corner at the start", 16, 1, 0, 0, 'S'},
+        {"shatter, every piece past the eye by the end", 86, 99, w / 2, h / 2, 'T'},
+        {"shatter, corner pieces too", 86, 99, 0, h - 1, 'T'},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(r.name);
