@@ -345,8 +345,9 @@ void DrawBands(const Frame& f, const Bend& bend, const double* cuts, int cutCoun
 
 // ---- Fold ------------------------------------------------------------------------------------------
 
-// One half of a picture turned about the upright middle by `angle`, its outer edge going away.
-Card FoldedHalf(const Frame& f, const Texture& texture, double angle, bool right)
+// One half of a picture turned about the upright middle by `angle`, its outer edge going away; corners
+// anticlockwise from the top-left.
+std::array<Vertex, 4> FoldedHalf(const Frame& f, double angle, bool right)
 {
     const double hw = HalfWidth(f), hh = kHalfHeight;
     const double x0 = right ? 0 : -hw, x1 = right ? hw : 0;
@@ -354,10 +355,7 @@ Card FoldedHalf(const Frame& f, const Texture& texture, double angle, bool right
         return Vertex{{x * std::cos(angle), y, kRestDistance + std::abs(x) * std::sin(angle)}, u, v};
     };
     const double u0 = right ? 0.5 : 0, u1 = right ? 1 : 0.5;
-    Card card;
-    card.corners = {at(x0, hh, u0, 0), at(x0, -hh, u0, 1), at(x1, -hh, u1, 1), at(x1, hh, u1, 0)};
-    card.front = &texture;
-    return card;
+    return {at(x0, hh, u0, 0), at(x0, -hh, u0, 1), at(x1, -hh, u1, 1), at(x1, hh, u1, 0)};
 }
 
 void RenderFold(const Frame& f)
@@ -372,9 +370,16 @@ void RenderFold(const Frame& f)
     const double angle = std::numbers::pi / 2 * u * u;
     const Texture& texture = closing ? c.sourceTexture : c.targetTexture;
     const Canvas canvas = CanvasOf(f);
+    const Camera camera = RestCamera(f);
     Clear(canvas);
-    for (const bool right : {false, true})
-        DrawCard(canvas, RestCamera(f), FoldedHalf(f, texture, angle, right));
+    for (const bool right : {false, true}) {
+        // As if lit from the left: the right half turns out of the light, so the crease shows.
+        const int light = right ? 256 - static_cast<int>(std::lround(80 * std::sin(angle))) : 256;
+        const int shade = ShadeFor(std::cos(angle)) * light / 256;
+        const auto k = FoldedHalf(f, angle, right);
+        DrawTriangle(canvas, camera, texture, k[0], k[1], k[2], shade);
+        DrawTriangle(canvas, camera, texture, k[0], k[2], k[3], shade);
+    }
 }
 
 // ---- Roll ------------------------------------------------------------------------------------------

@@ -814,7 +814,7 @@ TEST(BuiltRows, GoldenFrames)
         {2, 0x1fdab3a537ce00fe, 0x249ed641cca04f7},   {4, 0xabc6b72473e3b7ef, 0xa81ca1369c72782c},
         {6, 0x3745b7ffdc453b35, 0xa4bf5d710860703c},  {7, 0xf82ca883498fc87f, 0x17aeb972506b5001},
         {9, 0xcdad320cb214de92, 0x1234f4f61f09439f},  {46, 0x325ecf2307b90633, 0x5d7dac47cc225feb},
-        {17, 0x60e59eb4901b7539, 0xe42cc8144e778231}, {18, 0xd11d956bae9c5aa9, 0xc56d06b92f4db0d1},
+        {17, 0xde73b4a2bf73510a, 0xba20c7f2af57688f}, {18, 0xd11d956bae9c5aa9, 0xc56d06b92f4db0d1},
         {20, 0x6dffe7fe4f5c93a, 0x686330c81cc96563},  {14, 0x9ea2e89b91bfa03d, 0x701e5a7a863b185},
         {15, 0xd35236ef1e76d539, 0xb5593b6ee1ce2fc1}, {16, 0x5f6775abbe251ae3, 0x2ad6c2dc11ac4d79},
         {86, 0x890735581794d37d, 0xa507c437f095c367},

@@ -6,10 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <numbers>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace lumenar::effects::render3d {
@@ -190,25 +192,28 @@ TEST(Renderer3D, FacesShadingAndTheNearPlane)
 
 // The card rows through the registry, on a flat red source and a flat blue target: which picture the
 // middle shows a quarter and three quarters of the way, and what the corners show half way.
+// Runs one picture row from init to release, rendering one frame at `percent`.
+void RunRow(EffectRegistry& registry, Picture& source, Picture& target, Picture& output, int row, int percent)
+{
+    EffectParams block{};
+    block.source = source.bytes.data();
+    block.target = target.bytes.data();
+    block.output = output.bytes.data();
+    block.width = output.w;
+    block.height = output.h;
+    block.progressDen = 100;
+    registry.RunPicture(row, EffectInit, &block);
+    block.progressNum = percent;
+    registry.RunPicture(row, EffectRender, &block);
+    registry.RunPicture(row, EffectRelease, &block);
+}
+
 TEST(CardRows, WhatTheMiddleAndTheCornersShow)
 {
     constexpr int w = 64, h = 48;
     Picture source(w, h, 0x00FF0000), target(w, h, 0x000000FF), output(w, h);
     EffectRegistry registry;
-    auto frame = [&](int row, int percent) {
-        EffectParams block{};
-        block.source = source.bytes.data();
-        block.target = target.bytes.data();
-        block.output = output.bytes.data();
-        block.width = w;
-        block.height = h;
-        block.progressNum = 0;
-        block.progressDen = 100;
-        registry.RunPicture(row, EffectInit, &block);
-        block.progressNum = percent;
-        registry.RunPicture(row, EffectRender, &block);
-        registry.RunPicture(row, EffectRelease, &block);
-    };
+    auto frame = [&](int row, int percent) { RunRow(registry, source, target, output, row, percent); };
     // 'S' source, 'T' target, '-' either (the tumble is edge-on at both, the longer turns pass both,
     // the shards fly at random), 'K' black. The corner is the top-left pixel at half way.
     struct Row
@@ -253,19 +258,7 @@ TEST(CardRows, FlatPartsAreThePicturesAndShardsFollowTheSeed)
         target.bytes[i] = static_cast<std::uint8_t>(i * 13 % 241);
     }
     EffectRegistry registry;
-    auto frame = [&](int row, int percent) {
-        EffectParams block{};
-        block.source = source.bytes.data();
-        block.target = target.bytes.data();
-        block.output = output.bytes.data();
-        block.width = w;
-        block.height = h;
-        block.progressDen = 100;
-        registry.RunPicture(row, EffectInit, &block);
-        block.progressNum = percent;
-        registry.RunPicture(row, EffectRender, &block);
-        registry.RunPicture(row, EffectRelease, &block);
-    };
+    auto frame = [&](int row, int percent) { RunRow(registry, source, target, output, row, percent); };
     // Column and row (from the top) of pixels that show one picture exactly.
     struct Row
     {
@@ -304,6 +297,34 @@ TEST(CardRows, FlatPartsAreThePicturesAndShardsFollowTheSeed)
     const auto first = shattered(5);
     EXPECT_EQ(shattered(5), first);
     EXPECT_NE(shattered(6), first);
+}
+
+// Where the target lies behind a sheet, every pixel shows something: the flat parts are copied to the
+// last column and row at every size, whichever way the sheet's edge runs across them.
+TEST(CardRows, NoHolesWhereTheTargetLiesBehind)
+{
+    EffectRegistry registry;
+    for (const auto& [w, h] : {std::pair{61, 47}, std::pair{9, 33}, std::pair{120, 17}}) {
+        // No colour byte below 100, so that even the darkened backs stay clear of black.
+        Picture source(w, h), target(w, h), output(w, h);
+        for (std::size_t i = 0; i < source.bytes.size(); ++i) {
+            source.bytes[i] = static_cast<std::uint8_t>(100 + i * 7 % 150);
+            target.bytes[i] = static_cast<std::uint8_t>(100 + i * 13 % 150);
+        }
+        for (int row : {15, 16, 18, 19, 20, 21, 86}) {
+            for (int percent : {3, 20, 35, 50, 65, 80, 97}) {
+                SCOPED_TRACE(::testing::Message()
+                             << "row " << row << " at " << percent << "% " << w << "x" << h);
+                std::fill(output.bytes.begin(), output.bytes.end(), std::uint8_t{0});
+                RunRow(registry, source, target, output, row, percent);
+                int holes = 0;
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x)
+                        holes += (output.At(x, y) & 0xFFFFFF) == 0;
+                EXPECT_EQ(holes, 0);
+            }
+        }
+    }
 }
 
 } // namespace
