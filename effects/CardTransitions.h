@@ -25,4 +25,28 @@ std::int32_t TurnInPlace(std::uint32_t message, void* params);
 /// falls away from the eye, uncovering the target.
 std::int32_t RotateAway(std::uint32_t message, void* params);
 
+/// The source folds shut along its upright middle like a card closing away from the eye, then the
+/// target opens out of the fold the same way.
+std::int32_t FoldInHalf(std::uint32_t message, void* params);
+
+/// The source rolls up like a blind from the edge it leaves by, into a roll that travels off the frame
+/// in the row's direction (0x01 up, 0x10 down, 0x04 right, 0x40 left), uncovering the target lying flat
+/// behind it; the wound sheet shows its back, darkened.
+std::int32_t RollAway(std::uint32_t message, void* params);
+
+/// The pictures on two neighbouring faces of a cube that turns a quarter turn about the upright axis,
+/// the target coming in from the right; the cube steps back as it turns so that its leading edge never
+/// leaves the frame.
+std::int32_t CubeTurn(std::uint32_t message, void* params);
+
+/// Variant 0: the source curls off from its bottom-right corner like a turned page, its back showing,
+/// uncovering the target. Variant 1: the same played backwards with the pictures exchanged, the target
+/// curling back in over the source.
+std::int32_t PageCurl(std::uint32_t message, void* params);
+
+/// The source breaks into jittered triangles that tumble towards and past the eye, the middle first,
+/// uncovering the target. The pieces are cut at init from the effects' generator, so a fixed seed
+/// repeats the shattering.
+std::int32_t Shatter(std::uint32_t message, void* params);
+
 } // namespace lumenar::effects

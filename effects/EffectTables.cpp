@@ -38,14 +38,14 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(85, TurnInPlace, "PictureEffect07", 0x00, 3, 19, Built::Yes),       // 11
     Row(95, TurnInPlace, "PictureEffect07", 0x00, 4, 19, Built::Yes),       // 12
     Row(96, TurnInPlace, "PictureEffect07", 0x00, 5, 19, Built::Yes),       // 13
-    Row(24, CutAtHalf, "PictureEffect14", 0x00, 0, 19, Built::NotYet),      // 14
-    Row(109, CutAtHalf, "PictureEffect15", 0x00, 0, 19, Built::NotYet),     // 15
-    Row(110, CutAtHalf, "PictureEffect15", 0x00, 1, 19, Built::NotYet),     // 16
-    Row(113, CutAtHalf, "PictureEffect17", 0x00, 0, 19, Built::NotYet),     // 17
-    Row(114, CutAtHalf, "PictureEffect18", 0x01, 0, 19, Built::NotYet),     // 18
-    Row(118, CutAtHalf, "PictureEffect18", 0x10, 0, 19, Built::NotYet),     // 19
-    Row(119, CutAtHalf, "PictureEffect18", 0x40, 0, 19, Built::NotYet),     // 20
-    Row(120, CutAtHalf, "PictureEffect18", 0x04, 0, 19, Built::NotYet),     // 21
+    Row(24, CubeTurn, "PictureEffect14", 0x00, 0, 19, Built::Yes),          // 14
+    Row(109, PageCurl, "PictureEffect15", 0x00, 0, 19, Built::Yes),         // 15
+    Row(110, PageCurl, "PictureEffect15", 0x00, 1, 19, Built::Yes),         // 16
+    Row(113, FoldInHalf, "PictureEffect17", 0x00, 0, 19, Built::Yes),       // 17
+    Row(114, RollAway, "PictureEffect18", 0x01, 0, 19, Built::Yes),         // 18
+    Row(118, RollAway, "PictureEffect18", 0x10, 0, 19, Built::Yes),         // 19
+    Row(119, RollAway, "PictureEffect18", 0x40, 0, 19, Built::Yes),         // 20
+    Row(120, RollAway, "PictureEffect18", 0x04, 0, 19, Built::Yes),         // 21
     Row(57, Ripple, "PictureEffect22", 0x00, 0, 19, Built::Yes),            // 22
     Row(5, Split, "PictureEffect23", 0x00, 0, 19, Built::Yes),              // 23
     Row(52, Swirl, "PictureEffect24", 0x00, 1, 19, Built::Yes),             // 24
@@ -110,7 +110,7 @@ EffectEntry effectRows[kPictureTableRows + kTextTableRows + 1] = {
     Row(45, SmearWipe, "SmearWipe", 0x04, 1, 19, Built::Yes),               // 83
     Row(46, SmearWipe, "SmearWipe", 0x40, 1, 19, Built::Yes),               // 84
     Row(6, Squeeze, "PictureEffect85", 0x00, 0, 19, Built::Yes),            // 85
-    Row(58, CutAtHalf, "PictureEffect86", 0x00, 0, 19, Built::NotYet),      // 86
+    Row(58, Shatter, "PictureEffect86", 0x00, 0, 19, Built::Yes),           // 86
     Row(7, StretchAcross, "PictureEffect87", 0x00, 0, 19, Built::Yes),      // 87
     Row(97, Melt, "PictureEffect88", 0x00, 0, 19, Built::Yes),              // 88
     Row(35, Burst, "PictureEffect89", 0x00, 1, 19, Built::Yes),             // 89
@@ -192,11 +192,6 @@ EffectEntry* PictureEffectTable()
 EffectEntry* TextEffectTable()
 {
     return effectRows + kPictureTableRows;
-}
-
-std::int32_t NotBuiltText(std::uint32_t, void*)
-{
-    return 0;
 }
 
 } // namespace lumenar::effects

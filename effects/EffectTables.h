@@ -41,7 +41,4 @@ EffectEntry* PictureEffectTable();
 /// The text table's first row (directly after the picture table's last).
 EffectEntry* TextEffectTable();
 
-/// A text procedure for the text families that are not built yet: it draws nothing.
-std::int32_t NotBuiltText(std::uint32_t message, void* params);
-
 } // namespace lumenar::effects

@@ -50,9 +50,10 @@ def main():
     assert all(len(c) == 8 for c in columns)
     assert columns[52] == ["picture", "52", "Push", "0x04", "1", "1", "Push right", "built"], columns[52]
     assert columns[0][7] == "built" and columns[0][2] == "Flip3D"
-    assert columns[14][7] == "not-built" and columns[14][2] == "PictureEffect14"
+    assert columns[14][7] == "built" and columns[14][2] == "PictureEffect14"
+    assert columns[99 + 5][7] == "built" and columns[99 + 5][2] == "TextEffect05"
     assert columns[99][:2] == ["text", "0"] and columns[99 + 53][6] == "Random"
-    assert sum(c[7] == "built" for c in columns) == 144
+    assert sum(c[7] == "built" for c in columns) == 151
 
     a, b = os.path.join(work, "a.bmp"), os.path.join(work, "b.bmp")
     write_bmp(a, 100, 4, lambda x, row: (x, row, 10))

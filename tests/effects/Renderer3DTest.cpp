@@ -2,13 +2,16 @@
 
 #include "effects/EffectProtocol.h"
 #include "effects/EffectRegistry.h"
+#include "effects/Random.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <numbers>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace lumenar::effects::render3d {
@@ -211,38 +214,46 @@ TEST(Renderer3D, FacesShadingAndTheNearPlane)
 
 // The card rows through the registry, on a flat red source and a flat blue target: which picture the
 // middle shows a quarter and three quarters of the way, and what the corners show half way.
+// Runs one picture row from init to release, rendering one frame at `percent`.
+void RunRow(EffectRegistry& registry, Picture& source, Picture& target, Picture& output, int row, int percent)
+{
+    EffectParams block{};
+    block.source = source.bytes.data();
+    block.target = target.bytes.data();
+    block.output = output.bytes.data();
+    block.width = output.w;
+    block.height = output.h;
+    block.progressDen = 100;
+    registry.RunPicture(row, EffectInit, &block);
+    block.progressNum = percent;
+    registry.RunPicture(row, EffectRender, &block);
+    registry.RunPicture(row, EffectRelease, &block);
+}
+
 TEST(CardRows, WhatTheMiddleAndTheCornersShow)
 {
     constexpr int w = 64, h = 48;
     Picture source(w, h, 0x00FF0000), target(w, h, 0x000000FF), output(w, h);
     EffectRegistry registry;
-    auto frame = [&](int row, int percent) {
-        EffectParams block{};
-        block.source = source.bytes.data();
-        block.target = target.bytes.data();
-        block.output = output.bytes.data();
-        block.width = w;
-        block.height = h;
-        block.progressNum = 0;
-        block.progressDen = 100;
-        registry.RunPicture(row, EffectInit, &block);
-        block.progressNum = percent;
-        registry.RunPicture(row, EffectRender, &block);
-        registry.RunPicture(row, EffectRelease, &block);
-    };
-    // 'S' source, 'T' target, '-' either (the tumble is edge-on at both, the longer turns pass both).
+    auto frame = [&](int row, int percent) { RunRow(registry, source, target, output, row, percent); };
+    // 'S' source, 'T' target, '-' either (the tumble is edge-on at both, the longer turns pass both,
+    // the shards fly at random), 'K' black. The corner is the top-left pixel at half way.
     struct Row
     {
         int row;
-        char early, late;
-        bool blackCorners;
+        char early, late, corner;
     } rows[] = {
-        {0, 'S', 'T', true},   {1, 'S', 'T', true},   {2, 'S', 'T', true},   {3, 'S', 'T', true},
-        {4, '-', '-', true},   {5, 'T', 'S', true},   {6, 'T', 'T', true},   {7, 'S', 'T', false},
-        {8, 'S', 'T', false},  {9, 'S', 'T', false},  {10, 'S', 'T', false}, {11, '-', '-', false},
-        {12, 'T', 'S', false}, {13, 'T', 'T', false}, {46, 'S', 'S', false}, {47, 'S', 'S', false},
+        {0, 'S', 'T', 'K'},  {1, 'S', 'T', 'K'},  {2, 'S', 'T', 'K'},  {3, 'S', 'T', 'K'},
+        {4, '-', '-', 'K'},  {5, 'T', 'S', 'K'},  {6, 'T', 'T', 'K'},  {7, 'S', 'T', '-'},
+        {8, 'S', 'T', '-'},  {9, 'S', 'T', '-'},  {10, 'S', 'T', '-'}, {11, '-', '-', '-'},
+        {12, 'T', 'S', '-'}, {13, 'T', 'T', '-'}, {46, 'S', 'S', 'T'}, {47, 'S', 'S', 'T'},
+        {14, 'S', 'T', 'K'}, {15, 'S', 'T', 'S'}, {16, 'S', 'T', 'T'}, {17, 'S', 'T', 'K'},
+        {18, 'S', 'T', 'S'}, {19, 'S', 'T', 'T'}, {20, 'S', 'T', 'S'}, {21, 'S', 'T', 'T'},
+        {86, '-', '-', '-'},
     };
     const auto shows = [](std::uint32_t pixel, char picture) {
+        if (picture == 'K')
+            return pixel == 0;
         const std::uint32_t mine = picture == 'S' ? pixel >> 16 & 255 : pixel & 255;
         const std::uint32_t other = picture == 'S' ? pixel & 255 : pixel >> 16 & 255;
         return picture == '-' || (mine > 64 && other == 0);
@@ -254,8 +265,86 @@ TEST(CardRows, WhatTheMiddleAndTheCornersShow)
         frame(r.row, 75);
         EXPECT_TRUE(shows(output.At(w / 2, h / 2), r.late)) << std::hex << output.At(w / 2, h / 2);
         frame(r.row, 50);
-        if (r.blackCorners || r.row >= 46) {
-            EXPECT_EQ(output.At(0, 0), r.blackCorners ? 0u : 0x000000FFu);
+        EXPECT_TRUE(shows(output.At(0, 0), r.corner)) << std::hex << output.At(0, 0);
+    }
+}
+
+// Where a sheet still lies flat, or has uncovered the picture behind it, the frame holds the pictures'
+// own pixels, not their resampled textures; and the shards are cut by the effects' generator alone.
+TEST(CardRows, FlatPartsAreThePicturesAndShardsFollowTheSeed)
+{
+    constexpr int w = 61, h = 47;
+    Picture source(w, h), target(w, h), output(w, h);
+    for (std::size_t i = 0; i < source.bytes.size(); ++i) {
+        source.bytes[i] = static_cast<std::uint8_t>(i * 7 % 251);
+        target.bytes[i] = static_cast<std::uint8_t>(i * 13 % 241);
+    }
+    EffectRegistry registry;
+    auto frame = [&](int row, int percent) { RunRow(registry, source, target, output, row, percent); };
+    // Column and row (from the top) of pixels that show one picture exactly.
+    struct Row
+    {
+        const char* name;
+        int row, percent, x, y;
+        char picture;
+    } rows[] = {
+        {"roll up, top not yet rolled", 18, 25, w / 2, 0, 'S'},
+        {"roll up, bottom uncovered", 18, 25, w / 2, h - 1, 'T'},
+        {"roll down, bottom not yet rolled", 19, 25, 3, h - 1, 'S'},
+        {"roll right, right edge not yet rolled", 21, 25, w - 1, h / 2, 'S'},
+        {"roll right, left edge uncovered", 21, 25, 0, h / 2, 'T'},
+        {"roll left, last column uncovered", 20, 60, w - 1, 5, 'T'},
+        {"page curl, far corner still flat", 15, 10, 0, 0, 'S'},
+        {"page curl, near corner uncovered", 15, 90, w - 1, h - 1, 'T'},
+        {"page curl back, near corner still bare", 16, 10, w - 1, h - 1, 'S'},
+        {"page curl back, far corner already flat", 16, 90, 0, 0, 'T'},
+        // Nothing may linger into the last frames, or the end would jump to the target.
+        {"roll up, gone off the top by the end", 18, 99, w / 2, 0, 'T'},
+        {"roll left, gone off the left by the end", 20, 99, 0, h / 2, 'T'},
+        {"page curl, gone off the far corner by the end", 15, 99, 0, 0, 'T'},
+        {"page curl back, still off the far corner at the start", 16, 1, 0, 0, 'S'},
+        {"shatter, every piece past the eye by the end", 86, 99, w / 2, h / 2, 'T'},
+        {"shatter, corner pieces too", 86, 99, 0, h - 1, 'T'},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.name);
+        frame(r.row, r.percent);
+        EXPECT_EQ(output.At(r.x, r.y), (r.picture == 'S' ? source : target).At(r.x, r.y));
+    }
+    const auto shattered = [&](std::uint32_t seed) {
+        SeedRandom(seed);
+        frame(86, 40);
+        return output.bytes;
+    };
+    const auto first = shattered(5);
+    EXPECT_EQ(shattered(5), first);
+    EXPECT_NE(shattered(6), first);
+}
+
+// Where the target lies behind a sheet, every pixel shows something: the flat parts are copied to the
+// last column and row at every size, whichever way the sheet's edge runs across them.
+TEST(CardRows, NoHolesWhereTheTargetLiesBehind)
+{
+    EffectRegistry registry;
+    for (const auto& [w, h] : {std::pair{61, 47}, std::pair{9, 33}, std::pair{120, 17}}) {
+        // No colour byte below 100, so that even the darkened backs stay clear of black.
+        Picture source(w, h), target(w, h), output(w, h);
+        for (std::size_t i = 0; i < source.bytes.size(); ++i) {
+            source.bytes[i] = static_cast<std::uint8_t>(100 + i * 7 % 150);
+            target.bytes[i] = static_cast<std::uint8_t>(100 + i * 13 % 150);
+        }
+        for (int row : {15, 16, 18, 19, 20, 21, 86}) {
+            for (int percent : {3, 20, 35, 50, 65, 80, 97}) {
+                SCOPED_TRACE(::testing::Message()
+                             << "row " << row << " at " << percent << "% " << w << "x" << h);
+                std::fill(output.bytes.begin(), output.bytes.end(), std::uint8_t{0});
+                RunRow(registry, source, target, output, row, percent);
+                int holes = 0;
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x)
+                        holes += (output.At(x, y) & 0xFFFFFF) == 0;
+                EXPECT_EQ(holes, 0);
+            }
         }
     }
 }
