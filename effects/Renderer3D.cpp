@@ -404,6 +404,24 @@ __m128i Weights(const std::array<LaneWeights, 256>& table, std::uint32_t f)
     return pair;
 }
 
+// The sample at (tu, tv), stepping them on; a lane past the span's end (not `live`) samples the first
+// texel and is not stored.
+template <bool Clamped>
+[[gnu::always_inline]] inline __m128i NextSample(const std::uint32_t* texels, std::int64_t& tu,
+                                                 std::int64_t& tv, std::int64_t du, std::int64_t dv,
+                                                 bool live)
+{
+    std::int32_t fu = 0, fv = 0;
+    if (live) {
+        fu = Clamped ? ClampTexel(tu) : static_cast<std::int32_t>(tu);
+        fv = Clamped ? ClampTexel(tv) : static_cast<std::int32_t>(tv);
+        tu += du;
+        tv += dv;
+    }
+    const std::uint32_t* at = texels + static_cast<std::size_t>(fv >> 16) * kTexelStride + (fu >> 16);
+    return Weighted(at, static_cast<std::uint32_t>(fu >> 8 & 255), static_cast<std::uint32_t>(fv >> 8 & 255));
+}
+
 // The span four pixels a step. Positions step in 64 bits as in the portable form; `Clamped` says whether
 // they may leave the texture and must be clamped.
 template <bool Clamped>
@@ -413,23 +431,10 @@ void SampleRun(const std::uint32_t* texels, std::int64_t tu, std::int64_t tv, st
     for (int k = 0; k < count; k += 4, out += 16) {
         const int n = std::min(4, count - k);
         // Written out four times rather than looped, so that the four samples stay in registers.
-        const auto next = [&](bool live) [[gnu::always_inline]] {
-            // Lanes past the end sample the first texel and are not stored.
-            std::int32_t fu = 0, fv = 0;
-            if (live) {
-                fu = Clamped ? ClampTexel(tu) : static_cast<std::int32_t>(tu);
-                fv = Clamped ? ClampTexel(tv) : static_cast<std::int32_t>(tv);
-                tu += du;
-                tv += dv;
-            }
-            const std::uint32_t* at = texels + static_cast<std::size_t>(fv >> 16) * kTexelStride + (fu >> 16);
-            return Weighted(at, static_cast<std::uint32_t>(fu >> 8 & 255),
-                            static_cast<std::uint32_t>(fv >> 8 & 255));
-        };
-        const __m128i first = next(true);
-        const __m128i second = next(n > 1);
-        const __m128i third = next(n > 2);
-        const __m128i fourth = next(n > 3);
+        const __m128i first = NextSample<Clamped>(texels, tu, tv, du, dv, true);
+        const __m128i second = NextSample<Clamped>(texels, tu, tv, du, dv, n > 1);
+        const __m128i third = NextSample<Clamped>(texels, tu, tv, du, dv, n > 2);
+        const __m128i fourth = NextSample<Clamped>(texels, tu, tv, du, dv, n > 3);
         const __m128i pixels = _mm_packus_epi16(Pair(first, second, shade), Pair(third, fourth, shade));
         if (n == 4) {
             _mm_storeu_si128(reinterpret_cast<__m128i*>(out), pixels);
