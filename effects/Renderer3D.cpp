@@ -228,7 +228,9 @@ Camera Camera::Filling(int width, int height, double halfHeight, double distance
 
 namespace {
 
-constexpr int kMaxCorners = 8;
+// Room for a face cut at the near plane: a convex face gains at most one corner, and twice the corners
+// leaves room for any that is not quite convex.
+constexpr int kMaxCorners = 2 * kMaxFaceCorners;
 
 // A corner after projection: its place on the picture and the values that vary linearly there.
 struct Projected
@@ -631,6 +633,15 @@ void DrawTriangle(const Canvas& canvas, const Camera& camera, const Texture& tex
         return;
     const Vertex corners[3] = {a, b, c};
     DrawPolygon(canvas, camera, texture, corners, 3, std::clamp(shade, 0, 256));
+}
+
+void DrawFace(const Canvas& canvas, const Camera& camera, const Texture& texture, const Vertex* corners,
+              int count, int shade)
+{
+    if (canvas.pixels == nullptr || canvas.width <= 0 || canvas.height <= 0 || texture.Empty() ||
+        corners == nullptr || count < 3 || count > kMaxFaceCorners)
+        return;
+    DrawPolygon(canvas, camera, texture, corners, count, std::clamp(shade, 0, 256));
 }
 
 int ShadeFor(double facing)

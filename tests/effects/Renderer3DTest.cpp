@@ -139,21 +139,52 @@ TEST(Renderer3D, CoverageFollowsPixelCentres)
     camera.width = 10;
     camera.height = 8;
     const Vertex a{{2, -2, 1}}, b{{2, -5, 1}}, c{{6, -5, 1}}, d{{6, -2, 1}};
-    for (bool split : {false, true}) {
-        SCOPED_TRACE(split ? "two triangles" : "one card");
+    const Vertex face[] = {a, b, c, d, a, b, c};
+    enum class Way
+    {
+        Card,
+        Triangles,
+        Face,
+        TooFewCorners,
+        TooManyCorners
+    };
+    const struct
+    {
+        const char* name;
+        Way way;
+    } rows[] = {{"one card", Way::Card},
+                {"two triangles", Way::Triangles},
+                {"one face", Way::Face},
+                {"a face of two corners draws nothing", Way::TooFewCorners},
+                {"a face of too many corners draws nothing", Way::TooManyCorners}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         Picture out(10, 8);
-        if (split) {
-            DrawTriangle(out.AsCanvas(), camera, red, a, b, c, 256);
-            DrawTriangle(out.AsCanvas(), camera, blue, a, c, d, 256);
-        } else {
-            Card card;
+        Card card;
+        switch (row.way) {
+        case Way::Card:
             card.corners = {a, b, c, d};
             card.front = card.back = &red;
             DrawCard(out.AsCanvas(), camera, card);
+            break;
+        case Way::Triangles:
+            DrawTriangle(out.AsCanvas(), camera, red, a, b, c, 256);
+            DrawTriangle(out.AsCanvas(), camera, blue, a, c, d, 256);
+            break;
+        case Way::Face:
+            DrawFace(out.AsCanvas(), camera, red, face, 4, 256);
+            break;
+        case Way::TooFewCorners:
+            DrawFace(out.AsCanvas(), camera, red, face, 2, 256);
+            break;
+        case Way::TooManyCorners:
+            DrawFace(out.AsCanvas(), camera, red, face, kMaxFaceCorners + 1, 256);
+            break;
         }
+        const bool drawn = row.way != Way::TooFewCorners && row.way != Way::TooManyCorners;
         for (int y = 0; y < 8; ++y)
             for (int x = 0; x < 10; ++x)
-                EXPECT_EQ(out.At(x, y) != 0, x >= 2 && x < 6 && y >= 2 && y < 5) << x << "," << y;
+                EXPECT_EQ(out.At(x, y) != 0, drawn && x >= 2 && x < 6 && y >= 2 && y < 5) << x << "," << y;
     }
 }
 
