@@ -361,19 +361,25 @@ struct alignas(16) LaneWeights
     std::int16_t lane[8];
 };
 
-constexpr std::array<LaneWeights, 256> MakeWeights(bool across)
+enum class Weighting
+{
+    Down,
+    Across
+};
+
+constexpr std::array<LaneWeights, 256> MakeWeights(Weighting weighting)
 {
     std::array<LaneWeights, 256> table{};
     for (int f = 0; f < 256; ++f) {
         for (int i = 0; i < 8; ++i)
             table[static_cast<std::size_t>(f)].lane[i] =
-                static_cast<std::int16_t>(across && i < 4 ? 256 - f : f);
+                static_cast<std::int16_t>(weighting == Weighting::Across && i < 4 ? 256 - f : f);
     }
     return table;
 }
 
-constexpr std::array<LaneWeights, 256> kDownWeights = MakeWeights(false);
-constexpr std::array<LaneWeights, 256> kAcrossWeights = MakeWeights(true);
+constexpr std::array<LaneWeights, 256> kDownWeights = MakeWeights(Weighting::Down);
+constexpr std::array<LaneWeights, 256> kAcrossWeights = MakeWeights(Weighting::Across);
 
 __m128i Weights(const std::array<LaneWeights, 256>& table, std::uint32_t f)
 {
