@@ -240,20 +240,20 @@ void CopySplit(const Frame& f, const Bend& bend, double cut, const std::uint8_t*
 // How much darker the back of a bent sheet is than its front.
 constexpr int kBackShade = 150;
 
-Vec3 Sub(const Vec3& a, const Vec3& b)
-{
-    return {a.x - b.x, a.y - b.y, a.z - b.z};
-}
-
-// Draws a triangle whose corners run anticlockwise on the picture seen from its front: the front with
-// `front`, the back (if any) with `back`, darkened by kBackShade.
-void DrawFacet(const Canvas& canvas, const Camera& camera, const Vertex& a, const Vertex& b, const Vertex& c,
+// Draws a flat face whose corners run anticlockwise on the picture seen from its front: the front with
+// `front`, the back (if any) with `back`, darkened by kBackShade. The normal is the sum over the edges
+// (Newell's), which holds for any corner count and does not depend on which corner comes first.
+void DrawFacet(const Canvas& canvas, const Camera& camera, const Vertex* corners, int count,
                const Texture& front, const Texture* back)
 {
-    const Vec3 u = Sub(b.p, a.p), v = Sub(c.p, a.p);
-    const Vec3 normal = {u.y * v.z - u.z * v.y, u.z * v.x - u.x * v.z, u.x * v.y - u.y * v.x};
-    const Vec3 centre = {(a.p.x + b.p.x + c.p.x) / 3, (a.p.y + b.p.y + c.p.y) / 3,
-                         (a.p.z + b.p.z + c.p.z) / 3};
+    Vec3 normal, centre;
+    for (int i = 0; i < count; ++i) {
+        const Vec3& a = corners[i].p;
+        const Vec3& b = corners[(i + 1) % count].p;
+        normal = {normal.x + (a.y - b.y) * (a.z + b.z), normal.y + (a.z - b.z) * (a.x + b.x),
+                  normal.z + (a.x - b.x) * (a.y + b.y)};
+        centre = {centre.x + a.x / count, centre.y + a.y / count, centre.z + a.z / count};
+    }
     const double side = normal.x * centre.x + normal.y * centre.y + normal.z * centre.z;
     const double lengths = std::sqrt((normal.x * normal.x + normal.y * normal.y + normal.z * normal.z) *
                                      (centre.x * centre.x + centre.y * centre.y + centre.z * centre.z));
@@ -261,13 +261,13 @@ void DrawFacet(const Canvas& canvas, const Camera& camera, const Vertex& a, cons
         return;
     const int shade = ShadeFor(side / lengths);
     if (side > 0)
-        DrawTriangle(canvas, camera, front, a, b, c, shade);
+        DrawFace(canvas, camera, front, corners, count, shade);
     else if (back != nullptr)
-        DrawTriangle(canvas, camera, *back, a, b, c, shade * kBackShade / 256);
+        DrawFace(canvas, camera, *back, corners, count, shade * kBackShade / 256);
 }
 
 constexpr int kMaxBands = 400;
-constexpr int kMaxBandCorners = 8;
+constexpr int kMaxBandCorners = kMaxFaceCorners;
 
 // The part of the picture's rectangle between distances d0 and d1 along the bend, anticlockwise.
 int BandCorners(const Frame& f, const Bend& bend, double d0, double d1, Point2* out)
@@ -338,8 +338,8 @@ void DrawBands(const Frame& f, const Bend& bend, const double* cuts, int cutCoun
         Vertex placed[kMaxBandCorners];
         for (int k = 0; k < n; ++k)
             placed[k] = place(corners[k]);
-        for (int k = 1; k + 1 < n; ++k)
-            DrawFacet(canvas, camera, placed[0], placed[k], placed[k + 1], front, back);
+        // A band is flat: drawn whole, it pays one set-up per row rather than one per triangle.
+        DrawFacet(canvas, camera, placed, n, front, back);
     }
 }
 
@@ -377,8 +377,7 @@ void RenderFold(const Frame& f)
         const int light = right ? 256 - static_cast<int>(std::lround(80 * std::sin(angle))) : 256;
         const int shade = ShadeFor(std::cos(angle)) * light / 256;
         const auto k = FoldedHalf(f, angle, right);
-        DrawTriangle(canvas, camera, texture, k[0], k[1], k[2], shade);
-        DrawTriangle(canvas, camera, texture, k[0], k[2], k[3], shade);
+        DrawFace(canvas, camera, texture, k.data(), 4, shade);
     }
 }
 
@@ -639,7 +638,7 @@ void RenderShatter(const Frame& f)
     const Camera camera = RestCamera(f);
     for (const auto& [key, index] : shards.order) {
         const auto k = placed(shards.pieces[static_cast<std::size_t>(index)]);
-        DrawFacet(canvas, camera, k[0], k[1], k[2], c.sourceTexture, &c.sourceTexture);
+        DrawFacet(canvas, camera, k.data(), 3, c.sourceTexture, &c.sourceTexture);
     }
 }
 

@@ -228,7 +228,9 @@ Camera Camera::Filling(int width, int height, double halfHeight, double distance
 
 namespace {
 
-constexpr int kMaxCorners = 8;
+// Room for a face cut at the near plane: a convex face gains at most one corner, and twice the corners
+// leaves room for any that is not quite convex.
+constexpr int kMaxCorners = 2 * kMaxFaceCorners;
 
 // A corner after projection: its place on the picture and the values that vary linearly there.
 struct Projected
@@ -348,36 +350,129 @@ bool SampleSpanSse2Built()
 }
 
 #if defined(__SSE2__)
+namespace {
+
+// Per-pixel weights as whole registers, so that spreading a weight over a pixel's lanes costs a load
+// rather than shuffles: kDownWeights[f] holds f in all eight 16-bit lanes, kAcrossWeights[f] holds
+// 256 − f for the left texel's four channels and f for the right one's. Constant tables, shared by
+// every thread.
+struct alignas(16) LaneWeights
+{
+    std::int16_t lane[8];
+};
+
+enum class Weighting
+{
+    Down,
+    Across
+};
+
+constexpr std::array<LaneWeights, 256> MakeWeights(Weighting weighting)
+{
+    std::array<LaneWeights, 256> table{};
+    for (int f = 0; f < 256; ++f) {
+        for (int i = 0; i < 8; ++i)
+            table[static_cast<std::size_t>(f)].lane[i] =
+                static_cast<std::int16_t>(weighting == Weighting::Across && i < 4 ? 256 - f : f);
+    }
+    return table;
+}
+
+constexpr std::array<LaneWeights, 256> kDownWeights = MakeWeights(Weighting::Down);
+constexpr std::array<LaneWeights, 256> kAcrossWeights = MakeWeights(Weighting::Across);
+
+__m128i Weights(const std::array<LaneWeights, 256>& table, std::uint32_t f)
+{
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(table[f].lane));
+}
+
+// One pixel's sample down the texture and weighted across: the left texel's four channels times
+// 256 − fx in the low lanes, the right one's times fx in the high lanes. Every product and sum stays
+// below 65536, so the 16-bit lanes hold them exactly, as the portable form's byte pairs do.
+[[gnu::always_inline]] inline __m128i Weighted(const std::uint32_t* at, std::uint32_t fx, std::uint32_t fy)
+{
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i top = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(at)), zero);
+    const __m128i bottom =
+        _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(at + kTexelStride)), zero);
+    const __m128i f = Weights(kDownWeights, fy);
+    const __m128i rest = _mm_sub_epi16(_mm_set1_epi16(256), f);
+    const __m128i down =
+        _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(top, rest), _mm_mullo_epi16(bottom, f)), 8);
+    return _mm_mullo_epi16(down, Weights(kAcrossWeights, fx));
+}
+
+// Two pixels' channels in 16-bit lanes, the first pixel low, shaded.
+[[gnu::always_inline]] inline __m128i Pair(__m128i first, __m128i second, std::uint32_t shade)
+{
+    __m128i pair = _mm_srli_epi16(
+        _mm_add_epi16(_mm_unpacklo_epi64(first, second), _mm_unpackhi_epi64(first, second)), 8);
+    if (shade < 256)
+        pair = _mm_srli_epi16(_mm_mullo_epi16(pair, _mm_set1_epi16(static_cast<short>(shade))), 8);
+    return pair;
+}
+
+// The sample at (tu, tv), stepping them on; a lane past the span's end (not `live`) samples the first
+// texel and is not stored.
+template <bool Clamped>
+[[gnu::always_inline]] inline __m128i NextSample(const std::uint32_t* texels, std::int64_t& tu,
+                                                 std::int64_t& tv, std::int64_t du, std::int64_t dv,
+                                                 bool live)
+{
+    std::int32_t fu = 0, fv = 0;
+    if (live) {
+        fu = Clamped ? ClampTexel(tu) : static_cast<std::int32_t>(tu);
+        fv = Clamped ? ClampTexel(tv) : static_cast<std::int32_t>(tv);
+        tu += du;
+        tv += dv;
+    }
+    const std::uint32_t* at = texels + static_cast<std::size_t>(fv >> 16) * kTexelStride + (fu >> 16);
+    return Weighted(at, static_cast<std::uint32_t>(fu >> 8 & 255), static_cast<std::uint32_t>(fv >> 8 & 255));
+}
+
+// The span four pixels a step. Positions step in 64 bits as in the portable form; `Clamped` says whether
+// they may leave the texture and must be clamped.
+template <bool Clamped>
+void SampleRun(const std::uint32_t* texels, std::int64_t tu, std::int64_t tv, std::int64_t du,
+               std::int64_t dv, int count, std::uint32_t shade, std::uint8_t* out)
+{
+    for (int k = 0; k < count; k += 4, out += 16) {
+        const int n = std::min(4, count - k);
+        // Written out four times rather than looped, so that the four samples stay in registers.
+        const __m128i first = NextSample<Clamped>(texels, tu, tv, du, dv, true);
+        const __m128i second = NextSample<Clamped>(texels, tu, tv, du, dv, n > 1);
+        const __m128i third = NextSample<Clamped>(texels, tu, tv, du, dv, n > 2);
+        const __m128i fourth = NextSample<Clamped>(texels, tu, tv, du, dv, n > 3);
+        const __m128i pixels = _mm_packus_epi16(Pair(first, second, shade), Pair(third, fourth, shade));
+        if (n == 4) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), pixels);
+        } else {
+            alignas(16) std::uint8_t last[16];
+            _mm_store_si128(reinterpret_cast<__m128i*>(last), pixels);
+            std::memcpy(out, last, static_cast<std::size_t>(n) * 4);
+        }
+    }
+}
+
+bool InsideTexture(std::int64_t position)
+{
+    return position >= 0 && position <= (std::int64_t{kTextureSize - 1} << 16);
+}
+
+} // namespace
+
+// A span that starts and ends inside the texture stays inside all along (the positions are linear), so
+// its pixels need no clamping.
 void SampleSpanSse2(const std::uint32_t* texels, std::int64_t tu, std::int64_t tv, std::int64_t du,
                     std::int64_t dv, int count, std::uint32_t shade, std::uint8_t* out)
 {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i shadeWeight = _mm_set1_epi16(static_cast<short>(shade));
-    // Every product stays within 255 × 256, so the low 16 bits of the products are exact.
-    for (int k = 0; k < count; ++k, tu += du, tv += dv, out += 4) {
-        const std::int32_t fu = ClampTexel(tu);
-        const std::int32_t fv = ClampTexel(tv);
-        const std::uint32_t* at = texels + static_cast<std::size_t>(fv >> 16) * kTexelStride + (fu >> 16);
-        const int fx = fu >> 8 & 255;
-        const int fy = fv >> 8 & 255;
-        const __m128i top = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(at)), zero);
-        const __m128i bottom =
-            _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(at + kTexelStride)), zero);
-        const __m128i down =
-            _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(top, _mm_set1_epi16(static_cast<short>(256 - fy))),
-                                         _mm_mullo_epi16(bottom, _mm_set1_epi16(static_cast<short>(fy)))),
-                           8);
-        const __m128i across =
-            _mm_mullo_epi16(down, _mm_set_epi16(static_cast<short>(fx), static_cast<short>(fx),
-                                                static_cast<short>(fx), static_cast<short>(fx),
-                                                static_cast<short>(256 - fx), static_cast<short>(256 - fx),
-                                                static_cast<short>(256 - fx), static_cast<short>(256 - fx)));
-        __m128i pixel = _mm_srli_epi16(_mm_add_epi16(across, _mm_srli_si128(across, 8)), 8);
-        if (shade < 256)
-            pixel = _mm_srli_epi16(_mm_mullo_epi16(pixel, shadeWeight), 8);
-        const auto value = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(pixel, zero)));
-        std::memcpy(out, &value, 4);
-    }
+    if (count <= 0)
+        return;
+    const std::int64_t lastU = tu + du * (count - 1), lastV = tv + dv * (count - 1);
+    if (InsideTexture(tu) && InsideTexture(tv) && InsideTexture(lastU) && InsideTexture(lastV))
+        SampleRun<false>(texels, tu, tv, du, dv, count, shade, out);
+    else
+        SampleRun<true>(texels, tu, tv, du, dv, count, shade, out);
 }
 #endif
 
@@ -507,8 +602,13 @@ void DrawPolygon(const Canvas& canvas, const Camera& camera, const Texture& text
             std::int64_t tu = 0, tv = 0, endU = 0, endV = 0;
             exact(x0, tu, tv);
             exact(x0 + count - 1, endU, endV);
-            const std::int64_t du = count > 1 ? (endU - tu) / (count - 1) : 0;
-            const std::int64_t dv = count > 1 ? (endV - tv) / (count - 1) : 0;
+            // Whole spans divide by a constant, which the compiler turns into a multiplication.
+            const std::int64_t du = count == kSpan ? (endU - tu) / (kSpan - 1)
+                                    : count > 1    ? (endU - tu) / (count - 1)
+                                                   : 0;
+            const std::int64_t dv = count == kSpan ? (endV - tv) / (kSpan - 1)
+                                    : count > 1    ? (endV - tv) / (count - 1)
+                                                   : 0;
             sample(texels, tu, tv, du, dv, count, static_cast<std::uint32_t>(shade),
                    out + static_cast<std::size_t>(x0) * 4);
         }
@@ -539,6 +639,15 @@ void DrawTriangle(const Canvas& canvas, const Camera& camera, const Texture& tex
         return;
     const Vertex corners[3] = {a, b, c};
     DrawPolygon(canvas, camera, texture, corners, 3, std::clamp(shade, 0, 256));
+}
+
+void DrawFace(const Canvas& canvas, const Camera& camera, const Texture& texture, const Vertex* corners,
+              int count, int shade)
+{
+    if (canvas.pixels == nullptr || canvas.width <= 0 || canvas.height <= 0 || texture.Empty() ||
+        corners == nullptr || count < 3 || count > kMaxFaceCorners)
+        return;
+    DrawPolygon(canvas, camera, texture, corners, count, std::clamp(shade, 0, 256));
 }
 
 int ShadeFor(double facing)

@@ -104,6 +104,14 @@ inline constexpr double kNearPlane = 1.0 / 1024;
 void DrawTriangle(const Canvas& canvas, const Camera& camera, const Texture& texture, const Vertex& a,
                   const Vertex& b, const Vertex& c, int shade);
 
+/// Draws a flat convex polygon of up to kMaxFaceCorners corners (in order around it, either winding) as
+/// DrawTriangle draws a triangle: one set-up and one pass down the rows for the whole face, where a fan
+/// of triangles would pay both per triangle. Fewer than 3 or more than kMaxFaceCorners corners draw
+/// nothing.
+inline constexpr int kMaxFaceCorners = 6;
+void DrawFace(const Canvas& canvas, const Camera& camera, const Texture& texture, const Vertex* corners,
+              int count, int shade);
+
 /// A flat four-cornered face with a texture on each side, corners in order around it (a, b, c, d,
 /// with texture points for the front). The front is the side from which a, b, c, d run anticlockwise
 /// on the picture; the back shows `back` at the texture points `backUv` (the front's mirrored as the

@@ -797,9 +797,9 @@ TEST(BuiltRows, GoldenFrames)
         {2, 0x1fdab3a537ce00fe, 0x249ed641cca04f7},   {4, 0x4bdb7f04cbf20ebe, 0xcc453d85d4e4e7be},
         {6, 0x6ac50ae30edc0c11, 0x3abdaf68438997c7},  {7, 0xf25e851f839a8817, 0x6d2003095d7bdd6c},
         {9, 0xcdad320cb214de92, 0x1234f4f61f09439f},  {46, 0x325ecf2307b90633, 0x5d7dac47cc225feb},
-        {17, 0xfdd6dfb95a074ba1, 0x5b9e1d9d413f3a30}, {18, 0xd11d956bae9c5aa9, 0xc56d06b92f4db0d1},
-        {20, 0x6dffe7fe4f5c93a, 0x686330c81cc96563},  {14, 0x9cdea0349451df79, 0x8376ee7de0e7fd29},
-        {15, 0xd35236ef1e76d539, 0xb5593b6ee1ce2fc1}, {16, 0x5f6775abbe251ae3, 0x2ad6c2dc11ac4d79},
+        {17, 0x8c4d4e6be5c39af9, 0x7979b7504a30bcd0}, {18, 0xa5007e333ff679cf, 0x287c27bdeb7e9376},
+        {20, 0x91d7839ffdc7529, 0x6b45ec50cdd98085},  {14, 0x9cdea0349451df79, 0x8376ee7de0e7fd29},
+        {15, 0xe9cf6c41bcfe1787, 0x1cbd272654183132}, {16, 0xa511acc6a6cfa081, 0x86aeefbca5f08b4},
         {86, 0x890735581794d37d, 0xac78c807fc990123},
     };
     const auto hash = [](const std::vector<std::uint8_t>& bytes) {

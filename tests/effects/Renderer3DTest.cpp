@@ -101,15 +101,32 @@ TEST(Renderer3D, SseSamplingMatchesThePortableFormBitForBit)
     for (auto& b : noise.bytes)
         b = static_cast<std::uint8_t>(random());
     const Texture texture = MakeTexture(noise.bytes.data(), noise.w, noise.h);
-    std::uniform_int_distribution<std::int64_t> place(-(40LL << 16), (560LL << 16));
-    std::uniform_int_distribution<std::int64_t> step(-(3LL << 16), 3LL << 16);
-    for (int span = 0; span < 2000; ++span) {
-        const std::int64_t tu = place(random), tv = place(random), du = step(random), dv = step(random);
-        const auto shade = static_cast<std::uint32_t>(span % 257);
-        std::vector<std::uint8_t> portable(16 * 4), wide(16 * 4);
-        SampleSpanPortable(texture.texels.data(), tu, tv, du, dv, 16, shade, portable.data());
-        SampleSpanSse2(texture.texels.data(), tu, tv, du, dv, 16, shade, wide.data());
-        ASSERT_EQ(portable, wide) << span;
+    // Spans that leave the texture (clamped per pixel), spans wholly inside it (not clamped), steps
+    // that shrink or enlarge, and every length, so that the four-pixel steps end at each place.
+    struct Row
+    {
+        const char* name;
+        std::int64_t lowest, highest, step;
+    };
+    const Row rows[] = {
+        {"leaving the texture", -(40LL << 16), 560LL << 16, 3LL << 16},
+        {"inside, enlarged", 0, 500LL << 16, 1LL << 14},
+        {"inside, shrunk", 0, 511LL << 16, 2LL << 16},
+        {"near the last texel", 508LL << 16, 512LL << 16, 1LL << 12},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::uniform_int_distribution<std::int64_t> place(row.lowest, row.highest);
+        std::uniform_int_distribution<std::int64_t> step(-row.step, row.step);
+        for (int span = 0; span < 2000; ++span) {
+            const std::int64_t tu = place(random), tv = place(random), du = step(random), dv = step(random);
+            const auto shade = static_cast<std::uint32_t>(span % 257);
+            const int count = 1 + span % 16;
+            std::vector<std::uint8_t> portable(17 * 4, 0xAB), wide(17 * 4, 0xAB);
+            SampleSpanPortable(texture.texels.data(), tu, tv, du, dv, count, shade, portable.data());
+            SampleSpanSse2(texture.texels.data(), tu, tv, du, dv, count, shade, wide.data());
+            ASSERT_EQ(portable, wide) << span; // Nothing past the span written either.
+        }
     }
 }
 
@@ -122,21 +139,52 @@ TEST(Renderer3D, CoverageFollowsPixelCentres)
     camera.width = 10;
     camera.height = 8;
     const Vertex a{{2, -2, 1}}, b{{2, -5, 1}}, c{{6, -5, 1}}, d{{6, -2, 1}};
-    for (bool split : {false, true}) {
-        SCOPED_TRACE(split ? "two triangles" : "one card");
+    const Vertex face[] = {a, b, c, d, a, b, c};
+    enum class Way
+    {
+        Card,
+        Triangles,
+        Face,
+        TooFewCorners,
+        TooManyCorners
+    };
+    const struct
+    {
+        const char* name;
+        Way way;
+    } rows[] = {{"one card", Way::Card},
+                {"two triangles", Way::Triangles},
+                {"one face", Way::Face},
+                {"a face of two corners draws nothing", Way::TooFewCorners},
+                {"a face of too many corners draws nothing", Way::TooManyCorners}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         Picture out(10, 8);
-        if (split) {
-            DrawTriangle(out.AsCanvas(), camera, red, a, b, c, 256);
-            DrawTriangle(out.AsCanvas(), camera, blue, a, c, d, 256);
-        } else {
-            Card card;
+        Card card;
+        switch (row.way) {
+        case Way::Card:
             card.corners = {a, b, c, d};
             card.front = card.back = &red;
             DrawCard(out.AsCanvas(), camera, card);
+            break;
+        case Way::Triangles:
+            DrawTriangle(out.AsCanvas(), camera, red, a, b, c, 256);
+            DrawTriangle(out.AsCanvas(), camera, blue, a, c, d, 256);
+            break;
+        case Way::Face:
+            DrawFace(out.AsCanvas(), camera, red, face, 4, 256);
+            break;
+        case Way::TooFewCorners:
+            DrawFace(out.AsCanvas(), camera, red, face, 2, 256);
+            break;
+        case Way::TooManyCorners:
+            DrawFace(out.AsCanvas(), camera, red, face, kMaxFaceCorners + 1, 256);
+            break;
         }
+        const bool drawn = row.way != Way::TooFewCorners && row.way != Way::TooManyCorners;
         for (int y = 0; y < 8; ++y)
             for (int x = 0; x < 10; ++x)
-                EXPECT_EQ(out.At(x, y) != 0, x >= 2 && x < 6 && y >= 2 && y < 5) << x << "," << y;
+                EXPECT_EQ(out.At(x, y) != 0, drawn && x >= 2 && x < 6 && y >= 2 && y < 5) << x << "," << y;
     }
 }
 
