@@ -132,6 +132,14 @@ int ShadeFor(double facing);
 /// side's texture is missing). Returns true when the front was the side drawn.
 bool DrawCard(const Canvas& canvas, const Camera& camera, const Card& card);
 
+/// A texel position in 1/65536 texel, clamped so that the sample and its right or lower neighbour both
+/// lie in the texture.
+inline std::int32_t ClampTexel(std::int64_t position)
+{
+    constexpr std::int64_t kLast = std::int64_t{kTextureSize - 1} << 16;
+    return static_cast<std::int32_t>(position < 0 ? 0 : position > kLast ? kLast : position);
+}
+
 /// The rasteriser's inner loop: draws `count` pixels sampling the texels bilinearly (down, then across) at
 /// positions in 1/65536 texel stepping from (tu, tv) by (du, dv), clamped into the texture, each colour
 /// multiplied by shade / 256. The SSE2 form (where it is built, SampleSpanSse2Built) gives the same bytes.
