@@ -1,5 +1,6 @@
 #include "effects/TextEffectFramework.h"
 
+#include "base/Assert.h"
 #include "platform/CodePage.h"
 #include "records/CaptionFont.h"
 
@@ -223,36 +224,62 @@ std::uint8_t* PixelAt(std::uint8_t* bits, std::int32_t width, std::int32_t heigh
                       4;
 }
 
+// Floor and ceiling of a / b for b > 0, whatever the sign of a.
+constexpr std::int64_t FloorDiv(std::int64_t a, std::int64_t b)
+{
+    return a >= 0 ? a / b : -((-a + b - 1) / b);
+}
+constexpr std::int64_t CeilDiv(std::int64_t a, std::int64_t b)
+{
+    return -FloorDiv(-a, b);
+}
+
+// The steps k of [first, end) for which low <= start + k × step < high; first >= end when there are none.
+// Exact in integers, so it picks precisely the positions a test at every step would.
+void StepsWithin(std::int64_t start, std::int64_t step, std::int64_t low, std::int64_t high,
+                 std::int64_t& first, std::int64_t& end)
+{
+    if (step > 0) {
+        first = std::max(first, CeilDiv(low - start, step));
+        end = std::min(end, CeilDiv(high - start, step));
+    } else if (step < 0) {
+        first = std::max(first, FloorDiv(start - high, -step) + 1);
+        end = std::min(end, FloorDiv(start - low, -step) + 1);
+    } else if (start < low || start >= high) {
+        end = first;
+    }
+}
+
 // Visits every destination pixel of the mapping whose source sample lies in `box`, calling
-// pixel(out, column, row-from-top). Upright glyphs (no turn) test the row once.
+// pixel(out, column, row-from-top). Each row visits only the run of pixels whose source lies in the
+// box, found from the row's start and step, so a turned glyph costs about what an upright one does.
 template <typename Pixel>
 void ForEachSample(TextEffectState& s, const CellMapping& map, const InkBox& box, Pixel pixel)
 {
     const std::int64_t stepU = map.StepUX();
     const std::int64_t stepV = map.StepVX();
+    const std::int64_t lowU = std::int64_t{box.left} << 16, highU = std::int64_t{box.right} << 16;
+    const std::int64_t lowV = std::int64_t{box.top} << 16, highV = std::int64_t{box.bottom} << 16;
     for (int y = map.top; y < map.bottom; ++y) {
         std::int64_t u = 0, v = 0;
         map.Source(map.stepFrom, y, u, v);
         // Stepping from the same start as the unclipped glyph keeps the rounding of its positions.
         u += (map.left - map.stepFrom) * stepU;
         v += (map.left - map.stepFrom) * stepV;
-        std::uint8_t* out = PixelAt(s.dcBits, s.width, s.height, map.left, y);
-        if (stepV == 0) {
-            const std::int64_t sv = v >> 16;
-            if (sv < box.top || sv >= box.bottom)
-                continue;
-            for (int x = map.left; x < map.right; ++x, u += stepU, out += 4) {
-                const std::int64_t su = u >> 16;
-                if (su >= box.left && su < box.right)
-                    pixel(out, su, sv);
-            }
+        std::int64_t first = 0, end = map.right - map.left;
+        StepsWithin(u, stepU, lowU, highU, first, end);
+        StepsWithin(v, stepV, lowV, highV, first, end);
+        if (first >= end)
             continue;
-        }
-        for (int x = map.left; x < map.right; ++x, u += stepU, v += stepV, out += 4) {
+        u += first * stepU;
+        v += first * stepV;
+        std::uint8_t* out = PixelAt(s.dcBits, s.width, s.height, map.left + static_cast<int>(first), y);
+        for (std::int64_t k = first; k < end; ++k, u += stepU, v += stepV, out += 4) {
             const std::int64_t su = u >> 16;
             const std::int64_t sv = v >> 16;
-            if (su >= box.left && su < box.right && sv >= box.top && sv < box.bottom)
-                pixel(out, su, sv);
+            LUM_ASSERT(su >= box.left && su < box.right && sv >= box.top && sv < box.bottom,
+                       "row run leaves the ink box");
+            pixel(out, su, sv);
         }
     }
 }
