@@ -224,42 +224,66 @@ std::uint8_t* PixelAt(std::uint8_t* bits, std::int32_t width, std::int32_t heigh
                       4;
 }
 
-// Floor and ceiling of a / b for b > 0, whatever the sign of a.
-constexpr std::int64_t FloorDiv(std::int64_t a, std::int64_t b)
-{
-    return a >= 0 ? a / b : -((-a + b - 1) / b);
-}
-constexpr std::int64_t CeilDiv(std::int64_t a, std::int64_t b)
-{
-    return -FloorDiv(-a, b);
-}
-
 // The steps k of [first, end) for which low <= start + k × step < high; first >= end when there are none.
-// Exact in integers, so it picks precisely the positions a test at every step would.
-void StepsWithin(std::int64_t start, std::int64_t step, std::int64_t low, std::int64_t high,
-                 std::int64_t& first, std::int64_t& end)
+// Exact in integers, so it picks precisely the positions a test at every step would: each bound is
+// estimated through `reciprocal` (1 / step) and then moved until the test it stands for holds.
+[[gnu::always_inline]] inline void StepsWithin(std::int64_t start, std::int64_t step, double reciprocal,
+                                               std::int64_t low, std::int64_t high, std::int64_t& first,
+                                               std::int64_t& end)
 {
-    if (step > 0) {
-        first = std::max(first, CeilDiv(low - start, step));
-        end = std::min(end, CeilDiv(high - start, step));
-    } else if (step < 0) {
-        first = std::max(first, FloorDiv(start - high, -step) + 1);
-        end = std::min(end, FloorDiv(start - low, -step) + 1);
-    } else if (start < low || start >= high) {
-        end = first;
+    if (step == 0) {
+        if (start < low || start >= high)
+            end = first;
+        return;
     }
+    auto inside = [&](std::int64_t k) {
+        const std::int64_t at = start + k * step;
+        return at >= low && at < high;
+    };
+    // Where the line crosses the two edges, in steps; the run lies between them.
+    const double a = static_cast<double>(low - start) * reciprocal;
+    const double b = static_cast<double>(high - start) * reciprocal;
+    const double lowest = std::min(a, b), highest = std::max(a, b);
+    if (highest < static_cast<double>(first) - 2 || lowest > static_cast<double>(end) + 2) {
+        end = first;
+        return;
+    }
+    // Truncation is within a step of the bound; the tests below settle the last step.
+    std::int64_t from = std::max(first, static_cast<std::int64_t>(lowest) - 1);
+    std::int64_t to = std::min(end, static_cast<std::int64_t>(highest) + 2);
+    while (from < to && !inside(from))
+        ++from;
+    while (from > first && inside(from - 1))
+        --from;
+    while (to > from && !inside(to - 1))
+        --to;
+    while (to < end && inside(to))
+        ++to;
+    first = from;
+    end = std::max(from, to);
 }
 
 // Visits every destination pixel of the mapping whose source sample lies in `box`, calling
 // pixel(out, column, row-from-top). Each row visits only the run of pixels whose source lies in the
 // box, found from the row's start and step, so a turned glyph costs about what an upright one does.
-template <typename Pixel>
-void ForEachSample(TextEffectState& s, const CellMapping& map, const InkBox& box, Pixel pixel)
+//
+// `rowRun(sv, left, right)` may narrow the columns [left, right) of sample row sv that can give ink; it is
+// asked for rows of upright glyphs, where a whole pixel row reads one sample row.
+struct WholeRows
+{
+    void operator()(std::int64_t, std::int64_t&, std::int64_t&) const {}
+};
+
+template <typename Pixel, typename RowRun = WholeRows>
+void ForEachSample(TextEffectState& s, const CellMapping& map, const InkBox& box, Pixel pixel,
+                   RowRun rowRun = {})
 {
     const std::int64_t stepU = map.StepUX();
     const std::int64_t stepV = map.StepVX();
     const std::int64_t lowU = std::int64_t{box.left} << 16, highU = std::int64_t{box.right} << 16;
     const std::int64_t lowV = std::int64_t{box.top} << 16, highV = std::int64_t{box.bottom} << 16;
+    const double reciprocalU = stepU != 0 ? 1.0 / static_cast<double>(stepU) : 0.0;
+    const double reciprocalV = stepV != 0 ? 1.0 / static_cast<double>(stepV) : 0.0;
     for (int y = map.top; y < map.bottom; ++y) {
         std::int64_t u = 0, v = 0;
         map.Source(map.stepFrom, y, u, v);
@@ -267,8 +291,16 @@ void ForEachSample(TextEffectState& s, const CellMapping& map, const InkBox& box
         u += (map.left - map.stepFrom) * stepU;
         v += (map.left - map.stepFrom) * stepV;
         std::int64_t first = 0, end = map.right - map.left;
-        StepsWithin(u, stepU, lowU, highU, first, end);
-        StepsWithin(v, stepV, lowV, highV, first, end);
+        if (stepV == 0) {
+            const std::int64_t sv = v >> 16;
+            if (sv < box.top || sv >= box.bottom)
+                continue;
+            std::int64_t left = box.left, right = box.right;
+            rowRun(sv, left, right);
+            StepsWithin(u, stepU, reciprocalU, left << 16, right << 16, first, end);
+        }
+        StepsWithin(u, stepU, reciprocalU, lowU, highU, first, end);
+        StepsWithin(v, stepV, reciprocalV, lowV, highV, first, end);
         if (first >= end)
             continue;
         u += first * stepU;
@@ -307,6 +339,23 @@ void BlitGlyph(TextEffectState& s, const CellMapping& map, const std::uint8_t* c
     const std::int64_t cellHeight = s.glyphCellHeight;
     const std::int64_t cellWidth = s.glyphCellWidth;
     const int shift = s.glyphCellShift;
+    auto blend = [&](std::uint8_t* out, int ink) {
+        if (ink == 0)
+            return;
+        out[0] = BlendInk(out[0], blue, ink, alpha);
+        out[1] = BlendInk(out[1], green, ink, alpha);
+        out[2] = BlendInk(out[2], red, ink, alpha);
+    };
+    // A box clear of the cell's right and top edges (nearly every glyph) always has the right and upper
+    // neighbours, so its pixels need no edge tests.
+    if (box.right < cellWidth && box.top >= 1) {
+        ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
+            const std::uint8_t* here = cell + ((cellHeight - 1 - sv) << shift) + su;
+            const std::uint8_t* upper = here + cellWidth;
+            blend(out, (here[0] == 0) + (here[1] == 0) + (upper[0] == 0) + (upper[1] == 0));
+        });
+        return;
+    }
     ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
         // The sample, its right neighbour, the one above and the one above right (bottom-up cell).
         const std::int64_t row = cellHeight - 1 - sv;
@@ -323,11 +372,7 @@ void BlitGlyph(TextEffectState& s, const CellMapping& map, const std::uint8_t* c
             if (hasRight && upper[1] == 0)
                 ++ink;
         }
-        if (ink == 0)
-            return;
-        out[0] = BlendInk(out[0], blue, ink, alpha);
-        out[1] = BlendInk(out[1], green, ink, alpha);
-        out[2] = BlendInk(out[2], red, ink, alpha);
+        blend(out, ink);
     });
 }
 
@@ -732,6 +777,8 @@ bool BuildSoftCells(TextEffectState& state, const TextEffectParams& block,
         return false;
     soft.levels.assign(radii.size(), std::vector<std::uint8_t>(cellSamples * firstGlyph.size(), 0));
     soft.ink.assign(firstGlyph.size(), InkBox{});
+    soft.rowRuns.assign(radii.size(), std::vector<SoftCells::RowRun>(
+                                          static_cast<std::size_t>(soft.cellHeight) * firstGlyph.size()));
 
     std::vector<std::uint16_t> coverage(cellSamples), blurred(cellSamples), line;
     const std::int64_t glyphCellBytes = std::int64_t{s.glyphCellWidth} * s.glyphCellHeight;
@@ -770,7 +817,10 @@ bool BuildSoftCells(TextEffectState& state, const TextEffectParams& block,
                 }
             }
             std::uint8_t* out = soft.levels[l].data() + c * cellSamples;
+            SoftCells::RowRun* runs = soft.rowRuns[l].data() + c * static_cast<std::size_t>(soft.cellHeight);
             for (int v = 0; v < soft.cellHeight; ++v) {
+                SoftCells::RowRun& run = runs[v];
+                run = {soft.cellWidth, 0};
                 for (int u = 0; u < soft.cellWidth; ++u) {
                     const std::size_t at =
                         static_cast<std::size_t>(v) * soft.cellWidth + static_cast<std::size_t>(u);
@@ -782,6 +832,8 @@ bool BuildSoftCells(TextEffectState& state, const TextEffectParams& block,
                                   : static_cast<std::uint8_t>(std::min<int>(blurred[at], 255));
                     if (out[at] == 0)
                         continue;
+                    run.left = std::min(run.left, u);
+                    run.right = std::max(run.right, u + 1);
                     box.left = std::min(box.left, u);
                     box.right = std::max(box.right, u + 1);
                     box.top = std::min(box.top, v);
@@ -839,19 +891,31 @@ std::int32_t DrawSoftGlyph(TextEffectState& state, std::int32_t x, std::int32_t 
     const auto green = static_cast<int>((colour >> 8) & 255);
     const auto red = static_cast<int>(colour & 255);
     const std::int64_t width = soft.cellWidth;
-    ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
-        const std::int64_t at = sv * width + su;
-        int c = a[at];
-        if (fraction != 0)
-            c += ((b[at] - c) * fraction) >> 8;
-        if (c == 0)
-            return;
-        const int weight = c * opacity; // Up to 65025: 16 bits of blend.
-        // Arithmetic shifts round negative steps down, as the sharp blend does.
-        out[0] = static_cast<std::uint8_t>(out[0] + (((blue - out[0]) * weight) >> 16));
-        out[1] = static_cast<std::uint8_t>(out[1] + (((green - out[1]) * weight) >> 16));
-        out[2] = static_cast<std::uint8_t>(out[2] + (((red - out[2]) * weight) >> 16));
-    });
+    // Upright rows visit only the columns that have coverage at either of the two levels.
+    const SoftCells::RowRun* runsA = soft.rowRuns[lower].data() + cellIndex * soft.cellHeight;
+    const SoftCells::RowRun* runsB = soft.rowRuns[upper].data() + cellIndex * soft.cellHeight;
+    auto rowRun = [&](std::int64_t sv, std::int64_t& left, std::int64_t& right) {
+        const SoftCells::RowRun& runA = runsA[sv];
+        const SoftCells::RowRun& runB = runsB[sv];
+        left = std::max<std::int64_t>(left, std::min(runA.left, runB.left));
+        right = std::min<std::int64_t>(right, std::max(runA.right, runB.right));
+    };
+    ForEachSample(
+        s, map, box,
+        [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
+            const std::int64_t at = sv * width + su;
+            int c = a[at];
+            if (fraction != 0)
+                c += ((b[at] - c) * fraction) >> 8;
+            if (c == 0)
+                return;
+            const int weight = c * opacity; // Up to 65025: 16 bits of blend.
+            // Arithmetic shifts round negative steps down, as the sharp blend does.
+            out[0] = static_cast<std::uint8_t>(out[0] + (((blue - out[0]) * weight) >> 16));
+            out[1] = static_cast<std::uint8_t>(out[1] + (((green - out[1]) * weight) >> 16));
+            out[2] = static_cast<std::uint8_t>(out[2] + (((red - out[2]) * weight) >> 16));
+        },
+        rowRun);
     return 1;
 }
 

@@ -35,6 +35,15 @@ struct SoftCells
     std::vector<std::vector<std::uint8_t>> levels; ///< One sheet per radius, one cell per character.
     std::vector<std::int32_t> cellOf;              ///< The cell of each glyph (repeated letters share).
     std::vector<InkBox> ink;                       ///< Per cell, the samples with coverage at any level.
+    /// The columns of one sample row with coverage, right exclusive; empty (right <= left) for none.
+    struct RowRun
+    {
+        std::int32_t left = 0;
+        std::int32_t right = 0;
+    };
+    /// Per level, per cell, per sample row (counted from the cell's top): where its coverage lies, so an
+    /// upright soft glyph visits only those columns.
+    std::vector<std::vector<RowRun>> rowRuns;
 };
 
 /// The per-caption state of a running text effect: the caption's metrics and its two glyph sheets.
@@ -160,10 +169,8 @@ constexpr std::int32_t NormaliseAngle(std::int32_t angle)
 /// colour outright: full coverage at full opacity moves 252/256 of the way.
 constexpr std::uint8_t BlendInk(std::uint8_t old, std::uint8_t colour, int inkCount, int alpha)
 {
-    const int product = (colour - old) * inkCount * alpha;
-    // Floor division by 256: negative products round down, as an arithmetic shift does.
-    const int step = product >= 0 ? product / 256 : -((-product + 255) / 256);
-    return static_cast<std::uint8_t>(old + step);
+    // Floor division by 256: shifts of negative values are arithmetic, so negative products round down.
+    return static_cast<std::uint8_t>(old + (((colour - old) * inkCount * alpha) >> 8));
 }
 
 /// Sines and cosines of 0..3599 tenths of a degree as truncated 16.16 integers. Process-wide, built
