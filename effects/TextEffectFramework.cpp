@@ -224,45 +224,6 @@ std::uint8_t* PixelAt(std::uint8_t* bits, std::int32_t width, std::int32_t heigh
                       4;
 }
 
-// The steps k of [first, end) for which low <= start + k × step < high; first >= end when there are none.
-// Exact in integers, so it picks precisely the positions a test at every step would: each bound is
-// estimated through `reciprocal` (1 / step) and then moved until the test it stands for holds.
-[[gnu::always_inline]] inline void StepsWithin(std::int64_t start, std::int64_t step, double reciprocal,
-                                               std::int64_t low, std::int64_t high, std::int64_t& first,
-                                               std::int64_t& end)
-{
-    if (step == 0) {
-        if (start < low || start >= high)
-            end = first;
-        return;
-    }
-    auto inside = [&](std::int64_t k) {
-        const std::int64_t at = start + k * step;
-        return at >= low && at < high;
-    };
-    // Where the line crosses the two edges, in steps; the run lies between them.
-    const double a = static_cast<double>(low - start) * reciprocal;
-    const double b = static_cast<double>(high - start) * reciprocal;
-    const double lowest = std::min(a, b), highest = std::max(a, b);
-    if (highest < static_cast<double>(first) - 2 || lowest > static_cast<double>(end) + 2) {
-        end = first;
-        return;
-    }
-    // Truncation is within a step of the bound; the tests below settle the last step.
-    std::int64_t from = std::max(first, static_cast<std::int64_t>(lowest) - 1);
-    std::int64_t to = std::min(end, static_cast<std::int64_t>(highest) + 2);
-    while (from < to && !inside(from))
-        ++from;
-    while (from > first && inside(from - 1))
-        --from;
-    while (to > from && !inside(to - 1))
-        --to;
-    while (to < end && inside(to))
-        ++to;
-    first = from;
-    end = std::max(from, to);
-}
-
 // Visits every destination pixel of the mapping whose source sample lies in `box`, calling
 // pixel(out, column, row-from-top). Each row visits only the run of pixels whose source lies in the
 // box, found from the row's start and step, so a turned glyph costs about what an upright one does.

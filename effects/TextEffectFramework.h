@@ -3,6 +3,7 @@
 #include "effects/EffectProtocol.h"
 #include "platform/Font.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -156,6 +157,47 @@ bool BuildSoftCells(TextEffectState& state, const TextEffectParams& block,
 std::int32_t DrawSoftGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint32_t colour,
                            std::int32_t opacity, std::int32_t glyphIndex, std::int32_t blur,
                            std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle);
+
+/// Narrows [first, end) to the steps k for which low <= start + k × step < high: where a row of pixels,
+/// stepping through a cell in 16.16 samples, stays inside one edge pair of an ink box. first >= end when
+/// there are none. Exact in integers, so it picks precisely the steps a test at every step would: each
+/// bound is estimated through `reciprocal` (1.0 / step, taken once by the caller; unused for a step of
+/// 0) and then moved until the test it stands for holds.
+[[gnu::always_inline]] inline void StepsWithin(std::int64_t start, std::int64_t step, double reciprocal,
+                                               std::int64_t low, std::int64_t high, std::int64_t& first,
+                                               std::int64_t& end)
+{
+    if (step == 0) {
+        if (start < low || start >= high)
+            end = first;
+        return;
+    }
+    auto inside = [&](std::int64_t k) {
+        const std::int64_t at = start + k * step;
+        return at >= low && at < high;
+    };
+    // Where the line crosses the two edges, in steps; the run lies between them.
+    const double a = static_cast<double>(low - start) * reciprocal;
+    const double b = static_cast<double>(high - start) * reciprocal;
+    const double lowest = std::min(a, b), highest = std::max(a, b);
+    if (highest < static_cast<double>(first) - 2 || lowest > static_cast<double>(end) + 2) {
+        end = first;
+        return;
+    }
+    // Truncation is within a step of the bound; the tests below settle the last step.
+    std::int64_t from = std::max(first, static_cast<std::int64_t>(lowest) - 1);
+    std::int64_t to = std::min(end, static_cast<std::int64_t>(highest) + 2);
+    while (from < to && !inside(from))
+        ++from;
+    while (from > first && inside(from - 1))
+        --from;
+    while (to > from && !inside(to - 1))
+        --to;
+    while (to < end && inside(to))
+        ++to;
+    first = from;
+    end = std::max(from, to);
+}
 
 /// An angle in tenths of a degree brought into 0..3599.
 constexpr std::int32_t NormaliseAngle(std::int32_t angle)
