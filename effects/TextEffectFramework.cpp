@@ -312,46 +312,45 @@ void DrawShadow(TextEffectState& s, const CellMapping& map, const std::uint8_t* 
     });
 }
 
-void BlitGlyph(TextEffectState& s, const CellMapping& map, const std::uint8_t* cell, const InkBox& box,
+// The ink count (0..4) a pixel reads at each sample of `box` in a bottom-up glyph cell: the sample, its
+// right neighbour, the one above and the one above right, those beyond the cell's edges counting as no
+// ink. Samples outside the box stay 0.
+void CountInk(const std::uint8_t* cell, std::uint8_t* counts, int cellWidth, int cellHeight, int shift,
+              const InkBox& box)
+{
+    for (int sv = box.top; sv < box.bottom; ++sv) {
+        const int row = cellHeight - 1 - sv;
+        const std::uint8_t* here = cell + (static_cast<std::size_t>(row) << shift);
+        const std::uint8_t* upper = row + 1 < cellHeight ? here + cellWidth : nullptr;
+        std::uint8_t* out = counts + (static_cast<std::size_t>(row) << shift);
+        for (int su = box.left; su < box.right; ++su) {
+            const bool hasRight = su + 1 < cellWidth;
+            int ink = here[su] == 0 ? 1 : 0;
+            if (hasRight && here[su + 1] == 0)
+                ++ink;
+            if (upper != nullptr) {
+                if (upper[su] == 0)
+                    ++ink;
+                if (hasRight && upper[su + 1] == 0)
+                    ++ink;
+            }
+            out[su] = static_cast<std::uint8_t>(ink);
+        }
+    }
+}
+
+void BlitGlyph(TextEffectState& s, const CellMapping& map, const std::uint8_t* counts, const InkBox& box,
                std::uint8_t blue, std::uint8_t green, std::uint8_t red, int alpha)
 {
     const std::int64_t cellHeight = s.glyphCellHeight;
-    const std::int64_t cellWidth = s.glyphCellWidth;
     const int shift = s.glyphCellShift;
-    auto blend = [&](std::uint8_t* out, int ink) {
+    ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
+        const int ink = counts[((cellHeight - 1 - sv) << shift) + su];
         if (ink == 0)
             return;
         out[0] = BlendInk(out[0], blue, ink, alpha);
         out[1] = BlendInk(out[1], green, ink, alpha);
         out[2] = BlendInk(out[2], red, ink, alpha);
-    };
-    // A box clear of the cell's right and top edges (nearly every glyph) always has the right and upper
-    // neighbours, so its pixels need no edge tests.
-    if (box.right < cellWidth && box.top >= 1) {
-        ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
-            const std::uint8_t* here = cell + ((cellHeight - 1 - sv) << shift) + su;
-            const std::uint8_t* upper = here + cellWidth;
-            blend(out, (here[0] == 0) + (here[1] == 0) + (upper[0] == 0) + (upper[1] == 0));
-        });
-        return;
-    }
-    ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
-        // The sample, its right neighbour, the one above and the one above right (bottom-up cell).
-        const std::int64_t row = cellHeight - 1 - sv;
-        const std::uint8_t* here = cell + (row << shift) + su;
-        const bool hasRight = su + 1 < cellWidth;
-        const bool hasUpper = row + 1 < cellHeight;
-        int ink = here[0] == 0 ? 1 : 0;
-        if (hasRight && here[1] == 0)
-            ++ink;
-        if (hasUpper) {
-            const std::uint8_t* upper = here + cellWidth;
-            if (upper[0] == 0)
-                ++ink;
-            if (hasRight && upper[1] == 0)
-                ++ink;
-        }
-        blend(out, ink);
     });
 }
 
@@ -558,6 +557,7 @@ int BuildTextState(const TextEffectParams& block)
             static_cast<std::size_t>(s.glyphCellWidth) * static_cast<std::size_t>(s.glyphCellHeight);
         s.shadowBits.assign(shadowCellBytes * static_cast<std::size_t>(count), 0);
         s.glyphBits.assign(glyphCellBytes * static_cast<std::size_t>(count), 255);
+        s.inkCounts.assign(glyphCellBytes * static_cast<std::size_t>(count), 0);
         s.shadowInk.assign(static_cast<std::size_t>(count), InkBox{});
         s.glyphInk.assign(static_cast<std::size_t>(count), InkBox{});
         s.glyphAdvances.assign(static_cast<std::size_t>(count), 0);
@@ -578,6 +578,8 @@ int BuildTextState(const TextEffectParams& block)
                 const auto from = static_cast<std::size_t>(earlier->second);
                 std::memcpy(shadowCell, s.shadowBits.data() + from * shadowCellBytes, shadowCellBytes);
                 std::memcpy(glyphCell, s.glyphBits.data() + from * glyphCellBytes, glyphCellBytes);
+                std::memcpy(s.inkCounts.data() + at * glyphCellBytes,
+                            s.inkCounts.data() + from * glyphCellBytes, glyphCellBytes);
                 s.shadowInk[at] = s.shadowInk[from];
                 s.glyphInk[at] = s.glyphInk[from];
                 s.glyphAdvances[at] = s.glyphAdvances[from];
@@ -592,6 +594,8 @@ int BuildTextState(const TextEffectParams& block)
                 s.shadowInk[at] = cells.shadowInk;
                 s.glyphInk[at] = cells.glyphInk;
                 s.glyphAdvances[at] = cells.advance;
+                CountInk(glyphCell, s.inkCounts.data() + at * glyphCellBytes, s.glyphCellWidth,
+                         s.glyphCellHeight, s.glyphCellShift, cells.glyphInk);
                 continue;
             }
             if (shadow) {
@@ -614,6 +618,8 @@ int BuildTextState(const TextEffectParams& block)
                 ink.bottom = std::min(s.glyphCellHeight, ink.bottom + 1);
             }
             s.glyphInk[at] = ink;
+            CountInk(glyphCell, s.inkCounts.data() + at * glyphCellBytes, s.glyphCellWidth, s.glyphCellHeight,
+                     s.glyphCellShift, ink);
             const auto abc = s.font->Abc(character);
             s.glyphAdvances[at] =
                 abc ? std::abs(abc->a) + abc->b + std::abs(abc->c) : m.maxCharWidth + m.overhang;
@@ -683,9 +689,9 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     CellMapping map;
     if (!MapCell(map, centreU, centreV, box, centreX, centreY, sx, sy, angle, clip))
         return 1;
-    const std::uint8_t* cell =
-        s.glyphBits.data() + static_cast<std::size_t>(glyphIndex) * s.glyphCellHeight * s.glyphCellWidth;
-    BlitGlyph(s, map, cell, box, static_cast<std::uint8_t>(colour >> 16),
+    const std::uint8_t* counts =
+        s.inkCounts.data() + static_cast<std::size_t>(glyphIndex) * s.glyphCellHeight * s.glyphCellWidth;
+    BlitGlyph(s, map, counts, box, static_cast<std::uint8_t>(colour >> 16),
               static_cast<std::uint8_t>(colour >> 8), static_cast<std::uint8_t>(colour), opacity / 4);
     return 1;
 }
