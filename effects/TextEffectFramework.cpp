@@ -557,7 +557,14 @@ int BuildTextState(const TextEffectParams& block)
             static_cast<std::size_t>(s.glyphCellWidth) * static_cast<std::size_t>(s.glyphCellHeight);
         s.shadowBits.assign(shadowCellBytes * static_cast<std::size_t>(count), 0);
         s.glyphBits.assign(glyphCellBytes * static_cast<std::size_t>(count), 255);
-        s.inkCounts.assign(glyphCellBytes * static_cast<std::size_t>(count), 0);
+        s.inkCounts.clear();
+        s.inkCountCell.assign(static_cast<std::size_t>(count), 0);
+        // A character's counts, made once: a new cell of them for each character first seen.
+        auto newCountCell = [&](std::size_t glyph) {
+            s.inkCountCell[glyph] = static_cast<std::int32_t>(s.inkCounts.size() / glyphCellBytes);
+            s.inkCounts.resize(s.inkCounts.size() + glyphCellBytes, 0);
+            return s.inkCounts.data() + s.inkCounts.size() - glyphCellBytes;
+        };
         s.shadowInk.assign(static_cast<std::size_t>(count), InkBox{});
         s.glyphInk.assign(static_cast<std::size_t>(count), InkBox{});
         s.glyphAdvances.assign(static_cast<std::size_t>(count), 0);
@@ -578,8 +585,7 @@ int BuildTextState(const TextEffectParams& block)
                 const auto from = static_cast<std::size_t>(earlier->second);
                 std::memcpy(shadowCell, s.shadowBits.data() + from * shadowCellBytes, shadowCellBytes);
                 std::memcpy(glyphCell, s.glyphBits.data() + from * glyphCellBytes, glyphCellBytes);
-                std::memcpy(s.inkCounts.data() + at * glyphCellBytes,
-                            s.inkCounts.data() + from * glyphCellBytes, glyphCellBytes);
+                s.inkCountCell[at] = s.inkCountCell[from];
                 s.shadowInk[at] = s.shadowInk[from];
                 s.glyphInk[at] = s.glyphInk[from];
                 s.glyphAdvances[at] = s.glyphAdvances[from];
@@ -594,8 +600,8 @@ int BuildTextState(const TextEffectParams& block)
                 s.shadowInk[at] = cells.shadowInk;
                 s.glyphInk[at] = cells.glyphInk;
                 s.glyphAdvances[at] = cells.advance;
-                CountInk(glyphCell, s.inkCounts.data() + at * glyphCellBytes, s.glyphCellWidth,
-                         s.glyphCellHeight, s.glyphCellShift, cells.glyphInk);
+                CountInk(glyphCell, newCountCell(at), s.glyphCellWidth, s.glyphCellHeight, s.glyphCellShift,
+                         cells.glyphInk);
                 continue;
             }
             if (shadow) {
@@ -618,8 +624,7 @@ int BuildTextState(const TextEffectParams& block)
                 ink.bottom = std::min(s.glyphCellHeight, ink.bottom + 1);
             }
             s.glyphInk[at] = ink;
-            CountInk(glyphCell, s.inkCounts.data() + at * glyphCellBytes, s.glyphCellWidth, s.glyphCellHeight,
-                     s.glyphCellShift, ink);
+            CountInk(glyphCell, newCountCell(at), s.glyphCellWidth, s.glyphCellHeight, s.glyphCellShift, ink);
             const auto abc = s.font->Abc(character);
             s.glyphAdvances[at] =
                 abc ? std::abs(abc->a) + abc->b + std::abs(abc->c) : m.maxCharWidth + m.overhang;
@@ -648,7 +653,8 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     TextEffectState& s = state;
     if (s.dcBits == nullptr || s.width <= 0 || s.height <= 0 || glyphIndex < 0 ||
         static_cast<std::size_t>(glyphIndex) >= s.glyphAdvances.size() ||
-        static_cast<std::size_t>(glyphIndex) >= s.glyphInk.size())
+        static_cast<std::size_t>(glyphIndex) >= s.glyphInk.size() ||
+        static_cast<std::size_t>(glyphIndex) >= s.inkCountCell.size())
         return 1;
     PictureBand clip{0, 0, s.width, s.height};
     if (band != nullptr) {
@@ -690,7 +696,8 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     if (!MapCell(map, centreU, centreV, box, centreX, centreY, sx, sy, angle, clip))
         return 1;
     const std::uint8_t* counts =
-        s.inkCounts.data() + static_cast<std::size_t>(glyphIndex) * s.glyphCellHeight * s.glyphCellWidth;
+        s.inkCounts.data() + static_cast<std::size_t>(s.inkCountCell[static_cast<std::size_t>(glyphIndex)]) *
+                                 s.glyphCellHeight * s.glyphCellWidth;
     BlitGlyph(s, map, counts, box, static_cast<std::uint8_t>(colour >> 16),
               static_cast<std::uint8_t>(colour >> 8), static_cast<std::uint8_t>(colour), opacity / 4);
     return 1;

@@ -78,9 +78,11 @@ struct TextEffectState
     std::int32_t glyphSheetHeight = 0;
     std::int32_t glyphCellHeight = 0;
     std::vector<std::uint8_t> glyphBits;
-    /// Laid out as the glyph sheet: within each glyph's ink box, how many of the 2 × 2 samples a pixel
-    /// reads there are ink (0..4), counted once at init so a frame reads one byte per pixel.
+    /// Cells laid out as the glyph sheet's: within a glyph's ink box, how many of the 2 × 2 samples a
+    /// pixel reads there are ink (0..4), counted once at init so a frame reads one byte per pixel. One
+    /// cell per character of the caption; `inkCountCell` names each glyph's.
     std::vector<std::uint8_t> inkCounts;
+    std::vector<std::int32_t> inkCountCell;
 
     /// The caption's font at double size (what the glyph sheet was drawn with).
     std::unique_ptr<platform::Font> font;
