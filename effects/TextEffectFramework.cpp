@@ -1,5 +1,6 @@
 #include "effects/TextEffectFramework.h"
 
+#include "base/Assert.h"
 #include "platform/CodePage.h"
 #include "records/CaptionFont.h"
 
@@ -11,6 +12,11 @@
 #include <string>
 #include <unordered_map>
 #include <mutex>
+#include <type_traits>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace lumenar::effects {
 
@@ -224,35 +230,67 @@ std::uint8_t* PixelAt(std::uint8_t* bits, std::int32_t width, std::int32_t heigh
 }
 
 // Visits every destination pixel of the mapping whose source sample lies in `box`, calling
-// pixel(out, column, row-from-top). Upright glyphs (no turn) test the row once.
-template <typename Pixel>
-void ForEachSample(TextEffectState& s, const CellMapping& map, const InkBox& box, Pixel pixel)
+// pixel(out, column, row-from-top). Each row visits only the run of pixels whose source lies in the
+// box, found from the row's start and step, so a turned glyph costs about what an upright one does.
+//
+// `rowRun(sv, left, right)` may narrow the columns [left, right) of sample row sv that can give ink; it is
+// asked for rows of upright glyphs, where a whole pixel row reads one sample row.
+struct WholeRows
+{
+    void operator()(std::int64_t, std::int64_t&, std::int64_t&) const {}
+};
+
+//
+// `uprightRun(out, u, stepU, sv, count)`, when given, takes whole runs of upright rows instead of `pixel`:
+// `count` pixels from `out` reading sample row sv at columns (u + k × stepU) >> 16.
+template <typename Pixel, typename RowRun = WholeRows, typename UprightRun = std::nullptr_t>
+void ForEachSample(TextEffectState& s, const CellMapping& map, const InkBox& box, Pixel pixel,
+                   RowRun rowRun = {}, UprightRun uprightRun = nullptr)
 {
     const std::int64_t stepU = map.StepUX();
     const std::int64_t stepV = map.StepVX();
+    const std::int64_t lowU = std::int64_t{box.left} << 16, highU = std::int64_t{box.right} << 16;
+    const std::int64_t lowV = std::int64_t{box.top} << 16, highV = std::int64_t{box.bottom} << 16;
+    const double reciprocalU = stepU != 0 ? 1.0 / static_cast<double>(stepU) : 0.0;
+    const double reciprocalV = stepV != 0 ? 1.0 / static_cast<double>(stepV) : 0.0;
     for (int y = map.top; y < map.bottom; ++y) {
         std::int64_t u = 0, v = 0;
         map.Source(map.stepFrom, y, u, v);
         // Stepping from the same start as the unclipped glyph keeps the rounding of its positions.
         u += (map.left - map.stepFrom) * stepU;
         v += (map.left - map.stepFrom) * stepV;
-        std::uint8_t* out = PixelAt(s.dcBits, s.width, s.height, map.left, y);
+        std::int64_t first = 0, end = map.right - map.left;
         if (stepV == 0) {
             const std::int64_t sv = v >> 16;
             if (sv < box.top || sv >= box.bottom)
                 continue;
-            for (int x = map.left; x < map.right; ++x, u += stepU, out += 4) {
-                const std::int64_t su = u >> 16;
-                if (su >= box.left && su < box.right)
-                    pixel(out, su, sv);
+            std::int64_t left = box.left, right = box.right;
+            rowRun(sv, left, right);
+            StepsWithin(u, stepU, reciprocalU, left << 16, right << 16, first, end);
+        }
+        StepsWithin(u, stepU, reciprocalU, lowU, highU, first, end);
+        StepsWithin(v, stepV, reciprocalV, lowV, highV, first, end);
+        if (first >= end)
+            continue;
+        u += first * stepU;
+        v += first * stepV;
+        std::uint8_t* out = PixelAt(s.dcBits, s.width, s.height, map.left + static_cast<int>(first), y);
+        if (stepV == 0) { // The whole row reads one sample row.
+            const std::int64_t sv = v >> 16;
+            if constexpr (std::is_same_v<UprightRun, std::nullptr_t>) {
+                for (std::int64_t k = first; k < end; ++k, u += stepU, out += 4)
+                    pixel(out, u >> 16, sv);
+            } else {
+                uprightRun(out, u, stepU, sv, end - first);
             }
             continue;
         }
-        for (int x = map.left; x < map.right; ++x, u += stepU, v += stepV, out += 4) {
+        for (std::int64_t k = first; k < end; ++k, u += stepU, v += stepV, out += 4) {
             const std::int64_t su = u >> 16;
             const std::int64_t sv = v >> 16;
-            if (su >= box.left && su < box.right && sv >= box.top && sv < box.bottom)
-                pixel(out, su, sv);
+            LUM_ASSERT(su >= box.left && su < box.right && sv >= box.top && sv < box.bottom,
+                       "row run leaves the ink box");
+            pixel(out, su, sv);
         }
     }
 }
@@ -274,28 +312,40 @@ void DrawShadow(TextEffectState& s, const CellMapping& map, const std::uint8_t* 
     });
 }
 
-void BlitGlyph(TextEffectState& s, const CellMapping& map, const std::uint8_t* cell, const InkBox& box,
+// The ink count (0..4) a pixel reads at each sample of `box` in a bottom-up glyph cell: the sample, its
+// right neighbour, the one above and the one above right, those beyond the cell's edges counting as no
+// ink. Samples outside the box stay 0.
+void CountInk(const std::uint8_t* cell, std::uint8_t* counts, int cellWidth, int cellHeight, int shift,
+              const InkBox& box)
+{
+    for (int sv = box.top; sv < box.bottom; ++sv) {
+        const int row = cellHeight - 1 - sv;
+        const std::uint8_t* here = cell + (static_cast<std::size_t>(row) << shift);
+        const std::uint8_t* upper = row + 1 < cellHeight ? here + cellWidth : nullptr;
+        std::uint8_t* out = counts + (static_cast<std::size_t>(row) << shift);
+        for (int su = box.left; su < box.right; ++su) {
+            const bool hasRight = su + 1 < cellWidth;
+            int ink = here[su] == 0 ? 1 : 0;
+            if (hasRight && here[su + 1] == 0)
+                ++ink;
+            if (upper != nullptr) {
+                if (upper[su] == 0)
+                    ++ink;
+                if (hasRight && upper[su + 1] == 0)
+                    ++ink;
+            }
+            out[su] = static_cast<std::uint8_t>(ink);
+        }
+    }
+}
+
+void BlitGlyph(TextEffectState& s, const CellMapping& map, const std::uint8_t* counts, const InkBox& box,
                std::uint8_t blue, std::uint8_t green, std::uint8_t red, int alpha)
 {
     const std::int64_t cellHeight = s.glyphCellHeight;
-    const std::int64_t cellWidth = s.glyphCellWidth;
     const int shift = s.glyphCellShift;
     ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
-        // The sample, its right neighbour, the one above and the one above right (bottom-up cell).
-        const std::int64_t row = cellHeight - 1 - sv;
-        const std::uint8_t* here = cell + (row << shift) + su;
-        const bool hasRight = su + 1 < cellWidth;
-        const bool hasUpper = row + 1 < cellHeight;
-        int ink = here[0] == 0 ? 1 : 0;
-        if (hasRight && here[1] == 0)
-            ++ink;
-        if (hasUpper) {
-            const std::uint8_t* upper = here + cellWidth;
-            if (upper[0] == 0)
-                ++ink;
-            if (hasRight && upper[1] == 0)
-                ++ink;
-        }
+        const int ink = counts[((cellHeight - 1 - sv) << shift) + su];
         if (ink == 0)
             return;
         out[0] = BlendInk(out[0], blue, ink, alpha);
@@ -507,6 +557,14 @@ int BuildTextState(const TextEffectParams& block)
             static_cast<std::size_t>(s.glyphCellWidth) * static_cast<std::size_t>(s.glyphCellHeight);
         s.shadowBits.assign(shadowCellBytes * static_cast<std::size_t>(count), 0);
         s.glyphBits.assign(glyphCellBytes * static_cast<std::size_t>(count), 255);
+        s.inkCounts.clear();
+        s.inkCountCell.assign(static_cast<std::size_t>(count), 0);
+        // A character's counts, made once: a new cell of them for each character first seen.
+        auto newCountCell = [&](std::size_t glyph) {
+            s.inkCountCell[glyph] = static_cast<std::int32_t>(s.inkCounts.size() / glyphCellBytes);
+            s.inkCounts.resize(s.inkCounts.size() + glyphCellBytes, 0);
+            return s.inkCounts.data() + s.inkCounts.size() - glyphCellBytes;
+        };
         s.shadowInk.assign(static_cast<std::size_t>(count), InkBox{});
         s.glyphInk.assign(static_cast<std::size_t>(count), InkBox{});
         s.glyphAdvances.assign(static_cast<std::size_t>(count), 0);
@@ -527,6 +585,7 @@ int BuildTextState(const TextEffectParams& block)
                 const auto from = static_cast<std::size_t>(earlier->second);
                 std::memcpy(shadowCell, s.shadowBits.data() + from * shadowCellBytes, shadowCellBytes);
                 std::memcpy(glyphCell, s.glyphBits.data() + from * glyphCellBytes, glyphCellBytes);
+                s.inkCountCell[at] = s.inkCountCell[from];
                 s.shadowInk[at] = s.shadowInk[from];
                 s.glyphInk[at] = s.glyphInk[from];
                 s.glyphAdvances[at] = s.glyphAdvances[from];
@@ -541,6 +600,8 @@ int BuildTextState(const TextEffectParams& block)
                 s.shadowInk[at] = cells.shadowInk;
                 s.glyphInk[at] = cells.glyphInk;
                 s.glyphAdvances[at] = cells.advance;
+                CountInk(glyphCell, newCountCell(at), s.glyphCellWidth, s.glyphCellHeight, s.glyphCellShift,
+                         cells.glyphInk);
                 continue;
             }
             if (shadow) {
@@ -563,6 +624,7 @@ int BuildTextState(const TextEffectParams& block)
                 ink.bottom = std::min(s.glyphCellHeight, ink.bottom + 1);
             }
             s.glyphInk[at] = ink;
+            CountInk(glyphCell, newCountCell(at), s.glyphCellWidth, s.glyphCellHeight, s.glyphCellShift, ink);
             const auto abc = s.font->Abc(character);
             s.glyphAdvances[at] =
                 abc ? std::abs(abc->a) + abc->b + std::abs(abc->c) : m.maxCharWidth + m.overhang;
@@ -591,7 +653,8 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     TextEffectState& s = state;
     if (s.dcBits == nullptr || s.width <= 0 || s.height <= 0 || glyphIndex < 0 ||
         static_cast<std::size_t>(glyphIndex) >= s.glyphAdvances.size() ||
-        static_cast<std::size_t>(glyphIndex) >= s.glyphInk.size())
+        static_cast<std::size_t>(glyphIndex) >= s.glyphInk.size() ||
+        static_cast<std::size_t>(glyphIndex) >= s.inkCountCell.size())
         return 1;
     PictureBand clip{0, 0, s.width, s.height};
     if (band != nullptr) {
@@ -632,9 +695,10 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     CellMapping map;
     if (!MapCell(map, centreU, centreV, box, centreX, centreY, sx, sy, angle, clip))
         return 1;
-    const std::uint8_t* cell =
-        s.glyphBits.data() + static_cast<std::size_t>(glyphIndex) * s.glyphCellHeight * s.glyphCellWidth;
-    BlitGlyph(s, map, cell, box, static_cast<std::uint8_t>(colour >> 16),
+    const std::uint8_t* counts =
+        s.inkCounts.data() + static_cast<std::size_t>(s.inkCountCell[static_cast<std::size_t>(glyphIndex)]) *
+                                 s.glyphCellHeight * s.glyphCellWidth;
+    BlitGlyph(s, map, counts, box, static_cast<std::uint8_t>(colour >> 16),
               static_cast<std::uint8_t>(colour >> 8), static_cast<std::uint8_t>(colour), opacity / 4);
     return 1;
 }
@@ -705,6 +769,8 @@ bool BuildSoftCells(TextEffectState& state, const TextEffectParams& block,
         return false;
     soft.levels.assign(radii.size(), std::vector<std::uint8_t>(cellSamples * firstGlyph.size(), 0));
     soft.ink.assign(firstGlyph.size(), InkBox{});
+    soft.rowRuns.assign(radii.size(), std::vector<SoftCells::RowRun>(
+                                          static_cast<std::size_t>(soft.cellHeight) * firstGlyph.size()));
 
     std::vector<std::uint16_t> coverage(cellSamples), blurred(cellSamples), line;
     const std::int64_t glyphCellBytes = std::int64_t{s.glyphCellWidth} * s.glyphCellHeight;
@@ -743,7 +809,10 @@ bool BuildSoftCells(TextEffectState& state, const TextEffectParams& block,
                 }
             }
             std::uint8_t* out = soft.levels[l].data() + c * cellSamples;
+            SoftCells::RowRun* runs = soft.rowRuns[l].data() + c * static_cast<std::size_t>(soft.cellHeight);
             for (int v = 0; v < soft.cellHeight; ++v) {
+                SoftCells::RowRun& run = runs[v];
+                run = {soft.cellWidth, 0};
                 for (int u = 0; u < soft.cellWidth; ++u) {
                     const std::size_t at =
                         static_cast<std::size_t>(v) * soft.cellWidth + static_cast<std::size_t>(u);
@@ -755,6 +824,8 @@ bool BuildSoftCells(TextEffectState& state, const TextEffectParams& block,
                                   : static_cast<std::uint8_t>(std::min<int>(blurred[at], 255));
                     if (out[at] == 0)
                         continue;
+                    run.left = std::min(run.left, u);
+                    run.right = std::max(run.right, u + 1);
                     box.left = std::min(box.left, u);
                     box.right = std::max(box.right, u + 1);
                     box.top = std::min(box.top, v);
@@ -812,19 +883,65 @@ std::int32_t DrawSoftGlyph(TextEffectState& state, std::int32_t x, std::int32_t 
     const auto green = static_cast<int>((colour >> 8) & 255);
     const auto red = static_cast<int>(colour & 255);
     const std::int64_t width = soft.cellWidth;
-    ForEachSample(s, map, box, [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
-        const std::int64_t at = sv * width + su;
+    // Upright rows visit only the columns that have coverage at either of the two levels.
+    const SoftCells::RowRun* runsA = soft.rowRuns[lower].data() + cellIndex * soft.cellHeight;
+    const SoftCells::RowRun* runsB = soft.rowRuns[upper].data() + cellIndex * soft.cellHeight;
+    auto rowRun = [&](std::int64_t sv, std::int64_t& left, std::int64_t& right) {
+        const SoftCells::RowRun& runA = runsA[sv];
+        const SoftCells::RowRun& runB = runsB[sv];
+        left = std::max<std::int64_t>(left, std::min(runA.left, runB.left));
+        right = std::min<std::int64_t>(right, std::max(runA.right, runB.right));
+    };
+    // The weight of sample `at`: its coverage (between the two levels) times the opacity, up to 65025.
+    auto weightAt = [&](std::int64_t at) {
         int c = a[at];
         if (fraction != 0)
             c += ((b[at] - c) * fraction) >> 8;
-        if (c == 0)
-            return;
-        const int weight = c * opacity; // Up to 65025: 16 bits of blend.
-        // Arithmetic shifts round negative steps down, as the sharp blend does.
+        return c * opacity;
+    };
+    // No test for a weight of 0 below: it leaves the pixel as it is, and a branch on it is mispredicted
+    // all along the glyph's edges. Arithmetic shifts round negative steps down, as the sharp blend does.
+    auto blendPixel = [&](std::uint8_t* out, int weight) {
         out[0] = static_cast<std::uint8_t>(out[0] + (((blue - out[0]) * weight) >> 16));
         out[1] = static_cast<std::uint8_t>(out[1] + (((green - out[1]) * weight) >> 16));
         out[2] = static_cast<std::uint8_t>(out[2] + (((red - out[2]) * weight) >> 16));
-    });
+    };
+    auto uprightRun = [&](std::uint8_t* out, std::int64_t u, std::int64_t stepU, std::int64_t sv,
+                          std::int64_t count) {
+        const std::int64_t row = sv * width;
+        std::int64_t k = 0;
+#if defined(__SSE2__)
+        // Two pixels at a time in 16-bit lanes. A weight of 32768 or more reads as negative in a signed
+        // lane; the high half of that product is ((d × weight) >> 16) − d exactly, so d is added back.
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i colours =
+            _mm_setr_epi16(static_cast<short>(blue), static_cast<short>(green), static_cast<short>(red), 0,
+                           static_cast<short>(blue), static_cast<short>(green), static_cast<short>(red), 0);
+        for (; k + 2 <= count; k += 2, u += 2 * stepU, out += 8) {
+            const int w0 = weightAt(row + (u >> 16));
+            const int w1 = weightAt(row + ((u + stepU) >> 16));
+            const auto s0 = static_cast<short>(static_cast<std::uint16_t>(w0));
+            const auto s1 = static_cast<short>(static_cast<std::uint16_t>(w1));
+            // The fourth byte of each pixel has no weight and stays as it is.
+            const __m128i weights = _mm_setr_epi16(s0, s0, s0, 0, s1, s1, s1, 0);
+            const __m128i pixels =
+                _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(out)), zero);
+            const __m128i d = _mm_sub_epi16(colours, pixels);
+            const __m128i high = _mm_mulhi_epi16(d, weights);
+            const __m128i step = _mm_add_epi16(high, _mm_and_si128(d, _mm_cmplt_epi16(weights, zero)));
+            const __m128i blended = _mm_add_epi16(pixels, step);
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(blended, zero));
+        }
+#endif
+        for (; k < count; ++k, u += stepU, out += 4)
+            blendPixel(out, weightAt(row + (u >> 16)));
+    };
+    ForEachSample(
+        s, map, box,
+        [&](std::uint8_t* out, std::int64_t su, std::int64_t sv) {
+            blendPixel(out, weightAt(sv * width + su));
+        },
+        rowRun, uprightRun);
     return 1;
 }
 

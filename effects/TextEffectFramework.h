@@ -3,6 +3,7 @@
 #include "effects/EffectProtocol.h"
 #include "platform/Font.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -35,6 +36,15 @@ struct SoftCells
     std::vector<std::vector<std::uint8_t>> levels; ///< One sheet per radius, one cell per character.
     std::vector<std::int32_t> cellOf;              ///< The cell of each glyph (repeated letters share).
     std::vector<InkBox> ink;                       ///< Per cell, the samples with coverage at any level.
+    /// The columns of one sample row with coverage, right exclusive; empty (right <= left) for none.
+    struct RowRun
+    {
+        std::int32_t left = 0;
+        std::int32_t right = 0;
+    };
+    /// Per level, per cell, per sample row (counted from the cell's top): where its coverage lies, so an
+    /// upright soft glyph visits only those columns.
+    std::vector<std::vector<RowRun>> rowRuns;
 };
 
 /// The per-caption state of a running text effect: the caption's metrics and its two glyph sheets.
@@ -68,6 +78,11 @@ struct TextEffectState
     std::int32_t glyphSheetHeight = 0;
     std::int32_t glyphCellHeight = 0;
     std::vector<std::uint8_t> glyphBits;
+    /// Cells laid out as the glyph sheet's: within a glyph's ink box, how many of the 2 × 2 samples a
+    /// pixel reads there are ink (0..4), counted once at init so a frame reads one byte per pixel. One
+    /// cell per character of the caption; `inkCountCell` names each glyph's.
+    std::vector<std::uint8_t> inkCounts;
+    std::vector<std::int32_t> inkCountCell;
 
     /// The caption's font at double size (what the glyph sheet was drawn with).
     std::unique_ptr<platform::Font> font;
@@ -148,6 +163,47 @@ std::int32_t DrawSoftGlyph(TextEffectState& state, std::int32_t x, std::int32_t 
                            std::int32_t opacity, std::int32_t glyphIndex, std::int32_t blur,
                            std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle);
 
+/// Narrows [first, end) to the steps k for which low <= start + k × step < high: where a row of pixels,
+/// stepping through a cell in 16.16 samples, stays inside one edge pair of an ink box. first >= end when
+/// there are none. Exact in integers, so it picks precisely the steps a test at every step would: each
+/// bound is estimated through `reciprocal` (1.0 / step, taken once by the caller; unused for a step of
+/// 0) and then moved until the test it stands for holds.
+[[gnu::always_inline]] inline void StepsWithin(std::int64_t start, std::int64_t step, double reciprocal,
+                                               std::int64_t low, std::int64_t high, std::int64_t& first,
+                                               std::int64_t& end)
+{
+    if (step == 0) {
+        if (start < low || start >= high)
+            end = first;
+        return;
+    }
+    auto inside = [&](std::int64_t k) {
+        const std::int64_t at = start + k * step;
+        return at >= low && at < high;
+    };
+    // Where the line crosses the two edges, in steps; the run lies between them.
+    const double a = static_cast<double>(low - start) * reciprocal;
+    const double b = static_cast<double>(high - start) * reciprocal;
+    const double lowest = std::min(a, b), highest = std::max(a, b);
+    if (highest < static_cast<double>(first) - 2 || lowest > static_cast<double>(end) + 2) {
+        end = first;
+        return;
+    }
+    // Truncation is within a step of the bound; the tests below settle the last step.
+    std::int64_t from = std::max(first, static_cast<std::int64_t>(lowest) - 1);
+    std::int64_t to = std::min(end, static_cast<std::int64_t>(highest) + 2);
+    while (from < to && !inside(from))
+        ++from;
+    while (from > first && inside(from - 1))
+        --from;
+    while (to > from && !inside(to - 1))
+        --to;
+    while (to < end && inside(to))
+        ++to;
+    first = from;
+    end = std::max(from, to);
+}
+
 /// An angle in tenths of a degree brought into 0..3599.
 constexpr std::int32_t NormaliseAngle(std::int32_t angle)
 {
@@ -160,10 +216,8 @@ constexpr std::int32_t NormaliseAngle(std::int32_t angle)
 /// colour outright: full coverage at full opacity moves 252/256 of the way.
 constexpr std::uint8_t BlendInk(std::uint8_t old, std::uint8_t colour, int inkCount, int alpha)
 {
-    const int product = (colour - old) * inkCount * alpha;
-    // Floor division by 256: negative products round down, as an arithmetic shift does.
-    const int step = product >= 0 ? product / 256 : -((-product + 255) / 256);
-    return static_cast<std::uint8_t>(old + step);
+    // Floor division by 256: shifts of negative values are arithmetic, so negative products round down.
+    return static_cast<std::uint8_t>(old + (((colour - old) * inkCount * alpha) >> 8));
 }
 
 /// Sines and cosines of 0..3599 tenths of a degree as truncated 16.16 integers. Process-wide, built

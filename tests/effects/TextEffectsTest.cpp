@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -167,6 +168,64 @@ TEST(TextEffectFramework, BlendArithmeticAtTheCorners)
         EXPECT_EQ(BlendInk(static_cast<std::uint8_t>(row.old), static_cast<std::uint8_t>(row.colour), row.ink,
                            row.alpha),
                   row.expected);
+    }
+}
+
+// The run of a pixel row inside a box edge pair, found from the row's start and step, must be exactly the
+// steps that testing every pixel would keep, or a turned, scaled, mirrored or clipped glyph would lose or
+// gain a pixel at its edges (or read outside its cell).
+TEST(TextEffectFramework, RowRunsAreTheStepsATestAtEveryPixelKeeps)
+{
+    struct Row
+    {
+        const char* name;
+        std::int32_t scale;      // 16.16, as DrawGlyph takes it.
+        std::int64_t first, end; // The steps left by the other axis (or the whole row).
+    };
+    const Row rows[] = {
+        {"own size", 65536, 0, 160},
+        {"twice the size", 131072, 0, 320},
+        {"a fifth of the size", 13107, 0, 40},
+        {"mirrored", -65536, 0, 160},
+        {"mirrored and enlarged", -98304, 0, 240},
+        {"narrowed by the other axis", 65536, 37, 71},
+        {"tiny", 8, 0, 8},
+    };
+    const SinCos& table = SinCosTable();
+    const std::int64_t low = std::int64_t{12} << 16, high = std::int64_t{75} << 16;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::int64_t half = row.scale / 2;
+        const std::int64_t samplesPerPixel = (std::int64_t{1} << 32) / (std::llabs(half) < 4 ? 4 : half);
+        for (int angle = 0; angle < 3600; angle += 7) {
+            for (const auto& trig : {table.cosine, table.sine}) {
+                const std::int64_t step = (trig[static_cast<std::size_t>(angle)] * samplesPerPixel) >> 16;
+                // Starts inside, on and around both edges, and far outside (a glyph clipped at the
+                // picture's edge steps from beyond it).
+                for (const std::int64_t start :
+                     {low - 1, low, high - 1, high, std::int64_t{40} << 16, (std::int64_t{40} << 16) + 0x8000,
+                      -(std::int64_t{300} << 16) + 12345, (std::int64_t{400} << 16) - 777}) {
+                    std::int64_t first = row.first, end = row.end;
+                    StepsWithin(start, step, step != 0 ? 1.0 / static_cast<double>(step) : 0.0, low, high,
+                                first, end);
+                    std::int64_t expectFirst = row.end, expectEnd = row.end;
+                    for (std::int64_t k = row.first; k < row.end; ++k) {
+                        const std::int64_t at = start + k * step;
+                        if (at >= low && at < high) {
+                            expectFirst = std::min(expectFirst, k);
+                            expectEnd = k + 1;
+                        }
+                    }
+                    if (expectFirst >= expectEnd) {
+                        EXPECT_GE(first, end) << "angle " << angle << " start " << start << " step " << step;
+                        continue;
+                    }
+                    ASSERT_EQ(first, expectFirst)
+                        << "angle " << angle << " start " << start << " step " << step;
+                    ASSERT_EQ(end, expectEnd) << "angle " << angle << " start " << start << " step " << step;
+                }
+            }
+        }
     }
 }
 
