@@ -2,6 +2,7 @@
 
 #include "base/Assert.h"
 #include "platform/CodePage.h"
+#include "platform/Cpu.h"
 #include "records/CaptionFont.h"
 
 #include <algorithm>
@@ -13,10 +14,6 @@
 #include <unordered_map>
 #include <mutex>
 #include <type_traits>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace lumenar::effects {
 
@@ -906,33 +903,16 @@ std::int32_t DrawSoftGlyph(TextEffectState& state, std::int32_t x, std::int32_t 
         out[1] = static_cast<std::uint8_t>(out[1] + (((green - out[1]) * weight) >> 16));
         out[2] = static_cast<std::uint8_t>(out[2] + (((red - out[2]) * weight) >> 16));
     };
+    const bool wide = SoftRunSse2Built() && platform::Simd().sse2;
     auto uprightRun = [&](std::uint8_t* out, std::int64_t u, std::int64_t stepU, std::int64_t sv,
                           std::int64_t count) {
         const std::int64_t row = sv * width;
         std::int64_t k = 0;
-#if defined(__SSE2__)
-        // Two pixels at a time in 16-bit lanes. A weight of 32768 or more reads as negative in a signed
-        // lane; the high half of that product is ((d × weight) >> 16) − d exactly, so d is added back.
-        const __m128i zero = _mm_setzero_si128();
-        const __m128i colours =
-            _mm_setr_epi16(static_cast<short>(blue), static_cast<short>(green), static_cast<short>(red), 0,
-                           static_cast<short>(blue), static_cast<short>(green), static_cast<short>(red), 0);
-        for (; k + 2 <= count; k += 2, u += 2 * stepU, out += 8) {
-            const int w0 = weightAt(row + (u >> 16));
-            const int w1 = weightAt(row + ((u + stepU) >> 16));
-            const auto s0 = static_cast<short>(static_cast<std::uint16_t>(w0));
-            const auto s1 = static_cast<short>(static_cast<std::uint16_t>(w1));
-            // The fourth byte of each pixel has no weight and stays as it is.
-            const __m128i weights = _mm_setr_epi16(s0, s0, s0, 0, s1, s1, s1, 0);
-            const __m128i pixels =
-                _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(out)), zero);
-            const __m128i d = _mm_sub_epi16(colours, pixels);
-            const __m128i high = _mm_mulhi_epi16(d, weights);
-            const __m128i step = _mm_add_epi16(high, _mm_and_si128(d, _mm_cmplt_epi16(weights, zero)));
-            const __m128i blended = _mm_add_epi16(pixels, step);
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(blended, zero));
+        if (wide) {
+            k = BlendSoftRunSse2(out, a + row, b + row, fraction, opacity, u, stepU, count, colour);
+            u += k * stepU;
+            out += k * 4;
         }
-#endif
         for (; k < count; ++k, u += stepU, out += 4)
             blendPixel(out, weightAt(row + (u >> 16)));
     };

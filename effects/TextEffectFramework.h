@@ -204,6 +204,16 @@ std::int32_t DrawSoftGlyph(TextEffectState& state, std::int32_t x, std::int32_t 
     end = std::max(from, to);
 }
 
+/// The soft glyph's upright run, two pixels at a time: pixel k takes the coverage at sample
+/// (u + k × stepU) >> 16 of `a` (blended a `fraction`/256 of the way towards `b`), times `opacity`, and
+/// moves each colour byte that part of 65536 towards `colour` (0xBBGGRR), rounding down; the fourth
+/// byte stays. Draws the largest even number of pixels up to `count` and returns it; the caller draws
+/// the rest the same way one at a time. Where SSE2 is not built (SoftRunSse2Built), draws nothing.
+bool SoftRunSse2Built();
+std::int64_t BlendSoftRunSse2(std::uint8_t* out, const std::uint8_t* a, const std::uint8_t* b, int fraction,
+                              int opacity, std::int64_t u, std::int64_t stepU, std::int64_t count,
+                              std::uint32_t colour);
+
 /// An angle in tenths of a degree brought into 0..3599.
 constexpr std::int32_t NormaliseAngle(std::int32_t angle)
 {
