@@ -98,7 +98,7 @@ std::string FileNameInFolder(std::string_view filmName)
     std::string name = platform::SplitPath(filmName).name;
     std::replace(name.begin(), name.end(), '\0', '_');
     if (name.empty() || name == "." || name == "..")
-        name.insert(0, "_");
+        name = "_" + name;
     return name;
 }
 
