@@ -641,6 +641,35 @@ int BuildTextState(const TextEffectParams& block)
     return built ? 1 : 0;
 }
 
+namespace {
+
+// Where a glyph turns: about the centre of its cell (advance × cell height samples, in 16.16 sheet
+// samples), which lands at (centreX, centreY) in 16.16 picture pixels when (x, y) is the glyph's origin.
+struct GlyphPivot
+{
+    std::int64_t advance; // In sheet samples.
+    std::int64_t sx, sy;
+    std::int64_t centreU, centreV;
+    std::int64_t centreX, centreY;
+};
+
+GlyphPivot PivotOf(const TextEffectState& s, std::int32_t x, std::int32_t y, std::int32_t glyphIndex,
+                   std::int32_t scaleX, std::int32_t scaleY)
+{
+    GlyphPivot p{};
+    p.sx = SheetScale(scaleX);
+    p.sy = SheetScale(scaleY);
+    p.advance = s.glyphAdvances[static_cast<std::size_t>(glyphIndex)];
+    p.centreU = p.advance << 15;
+    p.centreV = static_cast<std::int64_t>(s.glyphCellHeight) << 15;
+    p.centreX = (static_cast<std::int64_t>(x) << 16) + ((p.centreU * p.sx) >> 16);
+    p.centreY = (static_cast<std::int64_t>(y) << 16) +
+                (((p.centreV - (static_cast<std::int64_t>(s.sheetAscent) << 16)) * p.sy) >> 16);
+    return p;
+}
+
+} // namespace
+
 std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, std::uint16_t character,
                        std::uint32_t colour, std::int32_t opacity, std::int32_t shadow,
                        std::int32_t glyphIndex, std::int32_t scaleX, std::int32_t scaleY, std::int32_t angle,
@@ -662,15 +691,10 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
     }
     angle = NormaliseAngle(angle);
     opacity = std::clamp(opacity, 0, 255);
-    const std::int64_t sx = SheetScale(scaleX);
-    const std::int64_t sy = SheetScale(scaleY);
-    const std::int64_t advance = s.glyphAdvances[static_cast<std::size_t>(glyphIndex)];
-    // The glyph turns about the centre of its cell (advance × cell height samples); (x, y) is its origin.
-    const std::int64_t centreU = advance << 15;
-    const std::int64_t centreV = static_cast<std::int64_t>(s.glyphCellHeight) << 15;
-    const std::int64_t centreX = (static_cast<std::int64_t>(x) << 16) + ((centreU * sx) >> 16);
-    const std::int64_t centreY = (static_cast<std::int64_t>(y) << 16) +
-                                 (((centreV - (static_cast<std::int64_t>(s.sheetAscent) << 16)) * sy) >> 16);
+    const GlyphPivot pivot = PivotOf(s, x, y, glyphIndex, scaleX, scaleY);
+    const std::int64_t sx = pivot.sx, sy = pivot.sy;
+    const std::int64_t centreU = pivot.centreU, centreV = pivot.centreV;
+    const std::int64_t centreX = pivot.centreX, centreY = pivot.centreY;
 
     if (shadow != 0 && static_cast<std::size_t>(glyphIndex) < s.shadowInk.size()) {
         const std::int64_t offset = (std::abs(s.metrics.height) / 36 + 3) * std::int64_t{65536};
@@ -688,7 +712,7 @@ std::int32_t DrawGlyph(TextEffectState& state, std::int32_t x, std::int32_t y, s
 
     // Only the glyph's own advance of its cell is drawn.
     InkBox box = s.glyphInk[static_cast<std::size_t>(glyphIndex)];
-    box.right = static_cast<std::int32_t>(std::min<std::int64_t>(box.right, advance));
+    box.right = static_cast<std::int32_t>(std::min<std::int64_t>(box.right, pivot.advance));
     CellMapping map;
     if (!MapCell(map, centreU, centreV, box, centreX, centreY, sx, sy, angle, clip))
         return 1;
@@ -860,15 +884,11 @@ std::int32_t DrawSoftGlyph(TextEffectState& state, std::int32_t x, std::int32_t 
     const std::uint8_t* a = soft.levels[lower].data() + cellIndex * cellSamples;
     const std::uint8_t* b = soft.levels[upper].data() + cellIndex * cellSamples;
 
-    const std::int64_t sx = SheetScale(scaleX);
-    const std::int64_t sy = SheetScale(scaleY);
-    const std::int64_t advance = s.glyphAdvances[static_cast<std::size_t>(glyphIndex)];
-    // The same turning centre and origin as DrawGlyph, moved into the margin.
-    const std::int64_t centreU = advance << 15;
-    const std::int64_t centreV = static_cast<std::int64_t>(s.glyphCellHeight) << 15;
-    const std::int64_t centreX = (static_cast<std::int64_t>(x) << 16) + ((centreU * sx) >> 16);
-    const std::int64_t centreY = (static_cast<std::int64_t>(y) << 16) +
-                                 (((centreV - (static_cast<std::int64_t>(s.sheetAscent) << 16)) * sy) >> 16);
+    // The same turning centre and origin as DrawGlyph, moved into the margin below.
+    const GlyphPivot pivot = PivotOf(s, x, y, glyphIndex, scaleX, scaleY);
+    const std::int64_t sx = pivot.sx, sy = pivot.sy;
+    const std::int64_t centreU = pivot.centreU, centreV = pivot.centreV;
+    const std::int64_t centreX = pivot.centreX, centreY = pivot.centreY;
     const std::int64_t margin = std::int64_t{soft.margin} << 16;
     // Coverage is stored at the sample the mapping names (the lower of the pair the sharp blit reads).
     const InkBox& box = soft.ink[cellIndex];
