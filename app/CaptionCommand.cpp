@@ -1,12 +1,14 @@
 #include "app/Commands.h"
 
 #include "app/CaptionJson.h"
+#include "app/FilmManifest.h"
 #include "app/InputFiles.h"
 #include "app/PictureFiles.h"
 #include "app/Previews.h"
 #include "base/StrCat.h"
 #include "effects/EffectRegistry.h"
 #include "effects/EffectTables.h"
+#include "platform/CodePage.h"
 #include "platform/ImageFile.h"
 #include "playback/CaptionLayout.h"
 #include "records/CaptionFont.h"
@@ -23,8 +25,8 @@ namespace {
 
 constexpr const char* kCaptionHelp =
     "usage: lumenar caption --on PICTURE --text TEXT [--effect N] [--progress n/d] [--x X --y Y\n"
-    "         --height H --face NAME --weight W --italic --colour 0xBBGGRR --align 0|1|2 --spacing P\n"
-    "         --shadow 0|1] [--frame WxH] [--frames K [--frame-ms M]] -o OUT\n"
+    "         --height H --face NAME --weight W --italic --colour C --align 0|1|2 --spacing P\n"
+    "         --shadow 0|1 --codepage N] [--frame WxH] [--frames K [--frame-ms M]] -o OUT\n"
     "       lumenar caption --glyphs --text TEXT [same caption options] [--on PICTURE | --frame WxH]\n"
     "\n"
     "Draws one caption on PICTURE (PNG, BMP or JPEG) the way the player does: the caption is scaled\n"
@@ -33,18 +35,21 @@ constexpr const char* kCaptionHelp =
     "progress n/d (default 1/1) and released. Writes OUT (.png, .bmp or .ppm).\n"
     "\n"
     "options (defaults are the film's default caption style):\n"
-    "  --text TEXT     the caption, taken as bytes of code page 1252; \\r\\n breaks a line, \\\\ is a\n"
-    "                  backslash; at most 255 bytes\n"
+    "  --text TEXT     the caption in UTF-8; \\r\\n breaks a line, \\\\ is a backslash; at most 255\n"
+    "                  bytes once in the code page\n"
+    "  --codepage N    the code page the caption is written in (default 1252; 1250-1258, 932, 936,\n"
+    "                  949, 950): a character it cannot hold is an error\n"
     "  --x X --y Y     top-left corner (default 40 40)\n"
     "  --height H      font height, negative for the character height (default -48)\n"
     "  --face NAME     font family (default: the first TrueType face of Arial, else any)\n"
     "  --weight W      400 regular, 700 bold (default: the face's own)\n"
-    "  --colour C      text colour as 0xBBGGRR (default 0xFFFFFF)\n"
+    "  --colour C      text colour as 0xBBGGRR or #RRGGBB (default 0xFFFFFF)\n"
     "  --align A       0 left, 1 centre, 2 right (default 0)\n"
     "  --spacing P     baseline distance in percent of the font height (default 100)\n"
     "  --shadow S      1 draws a drop shadow (default 1)\n"
     "  --frame WxH     frame size: PICTURE is stretched to it (default: PICTURE's size, or 800x600)\n"
-    "  --effect N      text-effect row, 0-53 ('lumenar effects' lists them)\n"
+    "  --effect N      text-effect row by number (0-53) or name, or the start of one name\n"
+    "                  ('lumenar effects' lists them)\n"
     "  --frames K      render K frames (2-1000) from progress 0 to full instead of one: OUT is an\n"
     "                  animated .webp or .gif, or else a folder that receives frame-000.png...\n"
     "  --frame-ms M    how long each frame of an animation shows (default 80)\n"
@@ -104,7 +109,8 @@ int CaptionCommand(Args args)
     FrameOptions frames;
     int frameWidth = 0, frameHeight = 0;
     bool haveText = false, glyphsOnly = false, haveProgress = false;
-    std::string on, out, text;
+    std::string on, out, text, face;
+    int codePage = platform::kDefaultCodePage;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
         if (arg == "--help" || arg == "-h") {
@@ -134,13 +140,16 @@ int CaptionCommand(Args args)
         } else if (arg == "--text") {
             text = Unescape(value);
             haveText = true;
-            if (text.size() > kMaxCaptionBytes)
-                return Fail(arg, "a caption holds at most 255 bytes");
+        } else if (arg == "--codepage") {
+            if (!integer(0, 65535) || !platform::IsSupportedCodePage(static_cast<int>(number)) ||
+                !platform::CharSetOfCodePage(static_cast<int>(number)))
+                return Fail(value, "not a code page a caption can record (1250-1258, 932, 936, 949, 950)");
+            codePage = static_cast<int>(number);
         } else if (arg == "--effect") {
-            if (!integer(0, effects::kTextTableRows - 1))
-                return Fail(value,
-                            base::StrCat("not a text-effect row (0-", effects::kTextTableRows - 1, ")"));
-            effect = number;
+            const auto resolved = effects::ResolveEffectRow(effects::kTextTable, value);
+            if (!resolved.ok())
+                return Fail(value, resolved.error().message);
+            effect = *resolved;
         } else if (arg == "--progress") {
             if (!ParseProgress(value, n, d))
                 return Fail(value, kProgressMessage);
@@ -154,20 +163,20 @@ int CaptionCommand(Args args)
                 return Fail(value, "not a font height (-2000 to 2000)");
             record.font.height = static_cast<std::int32_t>(number);
         } else if (arg == "--face") {
-            if (value.empty() || value.size() >= sizeof record.font.faceName)
-                return Fail(value, "a face name has 1 to 31 bytes");
-            std::memset(record.font.faceName, 0, sizeof record.font.faceName);
-            std::memcpy(record.font.faceName, value.data(), value.size());
+            face = value;
         } else if (arg == "--weight") {
             if (!integer(0, 1000))
                 return Fail(value, "not a weight (0 to 1000)");
             record.font.weight = static_cast<std::int32_t>(number);
-        } else if (arg == "--colour") {
+        } else if (arg == "--colour" || arg == "--color") {
             char* end = nullptr;
             const unsigned long colour = std::strtoul(value.c_str(), &end, 16);
-            if (value.empty() || *end != '\0' || colour > 0xFFFFFF)
-                return Fail(value, "not a colour (0xBBGGRR)");
-            record.colour = static_cast<std::uint32_t>(colour);
+            if (const auto hash = ParseHashColour(value))
+                record.colour = *hash;
+            else if (value.empty() || *end != '\0' || colour > 0xFFFFFF)
+                return Fail(value, "not a colour (0xBBGGRR or #RRGGBB)");
+            else
+                record.colour = static_cast<std::uint32_t>(colour);
         } else if (arg == "--align") {
             if (!integer(0, 2))
                 return Fail(value, "alignment is 0, 1 or 2");
@@ -189,6 +198,24 @@ int CaptionCommand(Args args)
     }
     if (!haveText)
         return Fail("caption", "--text is needed");
+    // Text and face come as UTF-8 and go into the caption in its code page, which its font records.
+    auto converted = platform::FromUtf8(text, codePage);
+    if (!converted.ok())
+        return Fail("--text", converted.error().message);
+    text = std::move(*converted);
+    if (text.size() > kMaxCaptionBytes)
+        return Fail("--text", base::StrCat("a caption holds at most 255 bytes (this one has ", text.size(),
+                                           " in code page ", codePage, ")"));
+    record.font.charSet = platform::CharSetOfCodePage(codePage).value_or(0);
+    if (!face.empty()) {
+        auto faceBytes = platform::FromUtf8(face, codePage);
+        if (!faceBytes.ok())
+            return Fail("--face", faceBytes.error().message);
+        if (faceBytes->size() >= sizeof record.font.faceName)
+            return Fail(face, "a face name has 1 to 31 bytes");
+        std::memset(record.font.faceName, 0, sizeof record.font.faceName);
+        std::memcpy(record.font.faceName, faceBytes->data(), faceBytes->size());
+    }
     if (!glyphsOnly && (on.empty() || out.empty()))
         return Fail("caption", "--on and -o are needed (or --glyphs to print the layout)");
     if (frames.frames != 0 && (haveProgress || glyphsOnly))

@@ -29,7 +29,8 @@ constexpr const char* kEffectHelp =
     "\n"
     "Renders one frame of picture-effect row N going from picture A to picture B (PNG, BMP or JPEG\n"
     "files of the same size) at progress n/d, and writes it to OUT (.png, .bmp or .ppm). N is a row of\n"
-    "the picture table, 0-98 ('lumenar effects' lists them).\n"
+    "the picture table: its number (0-98), its name in any case ('flip-right' for \"Flip right\"), or\n"
+    "the start of one name ('lumenar effects' lists them).\n"
     "\n"
     "options:\n"
     "  --seed S       seed the effects' random generator with S instead of the time, so the random\n"
@@ -91,9 +92,10 @@ int EffectCommand(Args args)
                 return taken;
         } else if (arg == "--picture") {
             // The player clamps a film's out-of-range rows; asked for by number, a wrong row is an error.
-            if (!ParseInt(value, 0, effects::kPictureTableRows - 1, row))
-                return Fail(
-                    value, base::StrCat("not a picture-effect row (0-", effects::kPictureTableRows - 1, ")"));
+            const auto resolved = effects::ResolveEffectRow(effects::kPictureTable, value);
+            if (!resolved.ok())
+                return Fail(value, resolved.error().message);
+            row = *resolved;
             haveRow = true;
         } else if (arg == "--seed") {
             if (!ParseInt(value, 0, UINT32_MAX, seed))

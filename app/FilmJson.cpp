@@ -3,6 +3,7 @@
 #include "platform/CodePage.h"
 
 #include <cstdio>
+#include <optional>
 #include <string>
 
 namespace lumenar::app {
@@ -35,10 +36,10 @@ public:
         out_ += std::to_string(value);
         needComma_ = true;
     }
-    void Text(const char* key, const std::string& bytes)
+    void Text(const char* key, const std::string& bytes, std::optional<int> codePage = std::nullopt)
     {
         Key(key);
-        Quoted(platform::ToUtf8(bytes, codePage_));
+        Quoted(platform::ToUtf8(bytes, codePage.value_or(codePage_)));
         needComma_ = true;
     }
     void Open(char bracket)
@@ -136,7 +137,7 @@ void WriteStyle(JsonWriter& json, const records::TextRecord& style)
     json.Int("clipPrecision", f.clipPrecision);
     json.Int("quality", f.quality);
     json.Int("pitchAndFamily", f.pitchAndFamily);
-    json.Text("faceName", FixedField(f.faceName, sizeof f.faceName));
+    json.Text("faceName", FixedField(f.faceName, sizeof f.faceName), platform::CodePageOfCharSet(f.charSet));
     json.Close('}');
     json.Int("colour", style.colour);
     json.Int("lineSpacing", style.lineSpacing);
@@ -177,7 +178,8 @@ void WriteItem(JsonWriter& json, const film::FilmItem& item)
         json.Open('{');
         json.Int("ordinal", text.ordinal);
         json.Int("effect", text.effect);
-        json.Text("text", text.text);
+        // A caption whose font names its character set is read in that set's page.
+        json.Text("text", text.text, platform::CodePageOfCharSet(text.style.font.charSet));
         WriteStyle(json, text.style);
         json.Close('}');
     }

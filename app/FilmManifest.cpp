@@ -1,9 +1,13 @@
 #include "app/FilmManifest.h"
 
 #include "base/ByteReader.h"
+#include "effects/EffectRegistry.h"
 #include "base/StrCat.h"
 #include "film/FilmReceiver.h"
+#include "platform/CodePage.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -126,6 +130,8 @@ struct Builder
     ManifestFilm out;
     std::optional<film::FilmItem> item;
     film::ItemMedia media;
+    bool effectLine = false;   // The item has an `effect` line,
+    bool effectMsLine = false; // and an `effect-ms` line.
 
     base::Result<std::vector<std::uint8_t>> Load(const std::string& name, int line)
     {
@@ -135,10 +141,31 @@ struct Builder
         return bytes;
     }
 
+    // Text as the film holds it: the manifest's UTF-8 in the film's code page.
+    base::Result<std::string> InCodePage(const std::string& utf8, int line)
+    {
+        auto converted = platform::FromUtf8(utf8, out.codePage);
+        if (!converted.ok())
+            return LineError(line, converted.error().message);
+        return converted;
+    }
+
+    base::Result<std::int32_t> EffectRow(int table, const std::string& text, int line)
+    {
+        auto row = effects::ResolveEffectRow(table, text);
+        if (!row.ok())
+            return LineError(line, StrCat("effect \"", text, "\": ", row.error().message));
+        return *row;
+    }
+
     void FinishItem()
     {
         if (!item)
             return;
+        // A transition named without a length would play as a cut: give it a second.
+        if (effectLine && !effectMsLine && item->effectMs == 0)
+            item->effectMs = kDefaultEffectMs;
+        effectLine = effectMsLine = false;
         const std::int32_t number = out.film.AddItem(*item);
         for (const film::FilmText& text : item->texts)
             out.film.AddText(number, text);
@@ -164,20 +191,27 @@ struct Builder
             const std::string value = words[i].substr(eq + 1);
             records::TextRecord& style = caption.style;
             if (key == "text") {
-                if (value.size() > 255)
-                    return LineError(line, StrCat("caption text has ", value.size(), " bytes (at most 255)"));
-                caption.text = value;
+                caption.text = LUM_TRY(InCodePage(value, line));
+                if (caption.text.size() > 255)
+                    return LineError(line, StrCat("caption text has ", caption.text.size(),
+                                                  " bytes in code page ", out.codePage, " (at most 255)"));
                 hasText = true;
             } else if (key == "face") {
-                if (value.size() >= sizeof style.font.faceName)
+                const std::string face = LUM_TRY(InCodePage(value, line));
+                if (face.size() >= sizeof style.font.faceName)
                     return LineError(line, StrCat("font face \"", value, "\" is longer than 31 bytes"));
                 std::memset(style.font.faceName, 0, sizeof style.font.faceName);
-                std::memcpy(style.font.faceName, value.data(), value.size());
+                std::memcpy(style.font.faceName, face.data(), face.size());
+            } else if (key == "effect") {
+                caption.effect = LUM_TRY(EffectRow(effects::kTextTable, value, line));
+            } else if ((key == "colour" || key == "color") && value.starts_with('#')) {
+                const auto colour = ParseHashColour(value);
+                if (!colour)
+                    return LineError(line, StrCat("colour \"", value, "\" is not #RRGGBB"));
+                style.colour = *colour;
             } else {
                 const std::int32_t number = LUM_TRY(Number(value, line, key));
-                if (key == "effect")
-                    caption.effect = number;
-                else if (key == "x")
+                if (key == "x")
                     style.x = number;
                 else if (key == "y")
                     style.y = number;
@@ -201,6 +235,8 @@ struct Builder
         }
         if (!hasText)
             return LineError(line, "a caption needs text=\"…\"");
+        // The font records the page its text is in, so that a player reads it back in that page.
+        caption.style.font.charSet = platform::CharSetOfCodePage(out.codePage).value_or(0);
         item->texts.push_back(caption);
         return {};
     }
@@ -239,7 +275,7 @@ struct Builder
             }
             return {};
         }
-        if (key == "music" || key == "advance" || key == "loop") {
+        if (key == "music" || key == "advance" || key == "loop" || key == "codepage") {
             if (item)
                 return LineError(line,
                                  StrCat("\"", key, "\" is a film setting: put it before the first photo"));
@@ -258,6 +294,11 @@ struct Builder
                     out.film.SetAdvanceMode(film::kAdvanceManual);
                 else
                     return LineError(line, StrCat("advance \"", words[1], "\" is not automatic or manual"));
+            } else if (key == "codepage") {
+                const std::int32_t page = LUM_TRY(Number(words[1], line, "codepage"));
+                if (!platform::IsSupportedCodePage(page) || !platform::CharSetOfCodePage(page))
+                    return LineError(line, StrCat("code page ", page, " is not one a film can record"));
+                out.codePage = page;
             } else {
                 out.film.SetLoop(LUM_TRY(Number(words[1], line, "loop")));
             }
@@ -290,12 +331,16 @@ struct Builder
             return {};
         }
         LUM_TRY(expect(1));
+        if (key == "effect") {
+            item->effect = LUM_TRY(EffectRow(effects::kPictureTable, words[1], line));
+            effectLine = true;
+            return {};
+        }
         const std::int32_t value = LUM_TRY(Number(words[1], line, key));
-        if (key == "effect")
-            item->effect = value;
-        else if (key == "effect-ms")
+        if (key == "effect-ms") {
             item->effectMs = value;
-        else if (key == "seconds")
+            effectMsLine = true;
+        } else if (key == "seconds")
             item->displaySeconds = value;
         else
             return LineError(line, StrCat("unknown setting \"", key, "\""));
@@ -304,6 +349,17 @@ struct Builder
 };
 
 } // namespace
+
+std::optional<std::uint32_t> ParseHashColour(std::string_view text)
+{
+    if (text.size() != 7 || text[0] != '#' || !std::all_of(text.begin() + 1, text.end(), [](char c) {
+            return std::isxdigit(static_cast<unsigned char>(c));
+        }))
+        return std::nullopt;
+    const auto rgb =
+        static_cast<std::uint32_t>(std::strtoul(std::string(text.substr(1)).c_str(), nullptr, 16));
+    return ((rgb & 0xFF) << 16) | (rgb & 0xFF00) | (rgb >> 16);
+}
 
 base::Result<ManifestFilm> ReadFilmManifest(std::string_view text, const ManifestFileReader& readFile)
 {

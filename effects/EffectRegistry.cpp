@@ -1,5 +1,6 @@
 #include "effects/EffectRegistry.h"
 
+#include "base/StrCat.h"
 #include "effects/Random.h"
 #include "platform/MessageBox.h"
 #include "platform/ProgramFiles.h"
@@ -11,10 +12,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <cctype>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 namespace lumenar::effects {
 
@@ -299,6 +302,106 @@ void EffectRegistry::SetNamesFile(std::string path)
 {
     std::lock_guard<std::mutex> hold(namesFileLock);
     NamesFileOverride() = std::move(path);
+}
+
+namespace {
+
+// Lower case, with '-' and '_' read as spaces, so that `flip-right` names "Flip right".
+std::string Folded(std::string_view text)
+{
+    std::string out(text);
+    for (char& c : out)
+        c = c == '-' || c == '_' ? ' ' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+std::size_t EditDistance(std::string_view a, std::string_view b)
+{
+    std::vector<std::size_t> row(b.size() + 1);
+    for (std::size_t j = 0; j <= b.size(); ++j)
+        row[j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const std::size_t above = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
+            diagonal = above;
+        }
+    }
+    return row[b.size()];
+}
+
+// Quoted names for one line of an error: the first six, and how many more.
+std::string Listed(const std::vector<std::string>& names)
+{
+    constexpr std::size_t kShown = 6;
+    std::string out;
+    for (std::size_t i = 0; i < names.size() && i < kShown; ++i)
+        out += base::StrCat(i == 0 ? "" : ", ", "\"", names[i], "\"");
+    if (names.size() > kShown)
+        out += base::StrCat(" and ", names.size() - kShown, " more");
+    return out;
+}
+
+} // namespace
+
+base::Result<int> ResolveEffectRow(int table, std::string_view text)
+{
+    const bool picture = table == kPictureTable;
+    const int count = picture ? kPictureEffectCount : kTextEffectCount;
+    const char* kind = picture ? "picture" : "text";
+    const std::string_view digits = text.starts_with('-') ? text.substr(1) : text;
+    if (!digits.empty() &&
+        std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+        const long row = text.size() <= 4 ? std::strtol(std::string(text).c_str(), nullptr, 10) : count;
+        if (row < 0 || row >= count)
+            return base::Error{base::ErrorCode::BadData,
+                               base::StrCat("not a ", kind, "-effect row (0-", count - 1, ")")};
+        return static_cast<int>(row);
+    }
+    const auto names = ReadNames(NamesFilePath());
+    if (!names)
+        return base::Error{base::ErrorCode::NotFound,
+                           base::StrCat("the effect names file ", NamesFilePath(), " cannot be read")};
+    const std::string wanted = Folded(text);
+    std::vector<std::string> rowNames(static_cast<std::size_t>(count));
+    std::vector<int> starting;
+    const EffectEntry* rows = Table(table);
+    for (int i = 0; i < count; ++i) {
+        const auto found = names->find(rows[i].nameId);
+        rowNames[static_cast<std::size_t>(i)] = found != names->end() ? found->second : std::string();
+        const std::string folded = Folded(rowNames[static_cast<std::size_t>(i)]);
+        if (folded.empty())
+            continue;
+        if (folded == wanted)
+            return i;
+        if (!wanted.empty() && folded.starts_with(wanted))
+            starting.push_back(i);
+    }
+    if (starting.size() == 1)
+        return starting[0];
+    std::vector<std::string> listed;
+    if (!starting.empty()) {
+        for (int i : starting)
+            listed.push_back(rowNames[static_cast<std::size_t>(i)]);
+        return base::Error{base::ErrorCode::BadData,
+                           base::StrCat("names more than one ", kind, " effect: ", Listed(listed))};
+    }
+    // The closest names, by edit distance from the start of each name as long as what was typed.
+    std::vector<std::pair<std::size_t, int>> ranked;
+    for (int i = 0; i < count; ++i) {
+        const std::string folded = Folded(rowNames[static_cast<std::size_t>(i)]);
+        if (!folded.empty())
+            ranked.emplace_back(
+                std::min(EditDistance(wanted, folded), EditDistance(wanted, folded.substr(0, wanted.size()))),
+                i);
+    }
+    std::stable_sort(ranked.begin(), ranked.end());
+    for (std::size_t i = 0; i < ranked.size() && i < 3; ++i)
+        listed.push_back(rowNames[static_cast<std::size_t>(ranked[i].second)]);
+    return base::Error{base::ErrorCode::BadData,
+                       base::StrCat("names no ", kind, " effect; the closest are ", Listed(listed))};
 }
 
 } // namespace lumenar::effects

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "base/Result.h"
 #include "effects/EffectProtocol.h"
 #include "effects/EffectTables.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace lumenar::effects {
 
@@ -99,5 +101,12 @@ private:
     int pictureCount_ = kPictureEffectCount;
     int textCount_ = kTextEffectCount;
 };
+
+/// The row of `table` that a person means by `text`: a row number, or a row's name as `lumenar effects`
+/// lists it, in any case, with '-' or '_' for spaces, or the start of exactly one name. An exact name
+/// wins over longer names it starts. Fails with a message to follow the text ("names more than one
+/// picture effect: …"), which lists the candidates of an ambiguous start or the names closest to an
+/// unknown one. Reads the names file; touches no registry state.
+base::Result<int> ResolveEffectRow(int table, std::string_view text);
 
 } // namespace lumenar::effects

@@ -535,7 +535,7 @@ int BuildTextState(const TextEffectParams& block)
         s.metrics = s.font->Metrics();
         const platform::TextMetrics& m = s.metrics;
         s.sheetAscent = m.ascent;
-        const int codePage = platform::ActiveCodePage();
+        const int codePage = records::CaptionCodePage(record.font);
 
         // The shadow sheet, with a margin of 6 samples for the spread shadow; the glyph sheet (ink 0 on
         // 255), each glyph on the baseline of its own cell.

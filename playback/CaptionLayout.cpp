@@ -34,7 +34,7 @@ int LayoutCaption(const records::TextRecord& record, const char* text, std::span
     const platform::TextMetrics m = records::HalvedMetrics(doubleSize);
     const int doubleHeight = doubleSize.height;
 
-    const int codePage = platform::ActiveCodePage();
+    const int codePage = records::CaptionCodePage(record.font);
     const std::size_t n = std::strlen(text);
     // Line widths of this layout; entries past the last line stay 0.
     std::array<std::int32_t, kMaxLines> lineWidths{};

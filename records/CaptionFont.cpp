@@ -70,8 +70,7 @@ platform::FontRequest CaptionFontRequest(const records::LogFont& font, int heigh
 {
     platform::FontRequest request;
     const std::size_t faceLength = strnlen(font.faceName, sizeof font.faceName);
-    request.faceUtf8 =
-        platform::ToUtf8(std::string_view(font.faceName, faceLength), platform::ActiveCodePage());
+    request.faceUtf8 = platform::ToUtf8(std::string_view(font.faceName, faceLength), CaptionCodePage(font));
     // Heights beyond any screen are cut to a size fonts can still be made at.
     request.height = static_cast<int>(
         std::clamp<std::int64_t>(static_cast<std::int64_t>(font.height) * heightFactor, -8192, 8192));
@@ -79,6 +78,11 @@ platform::FontRequest CaptionFontRequest(const records::LogFont& font, int heigh
     request.weight = font.weight;
     request.italic = font.italic != 0;
     return request;
+}
+
+int CaptionCodePage(const LogFont& font)
+{
+    return platform::CodePageOfCharSet(font.charSet).value_or(platform::ActiveCodePage());
 }
 
 } // namespace lumenar::records

@@ -25,4 +25,8 @@ platform::TextMetrics HalvedMetrics(platform::TextMetrics doubleSize);
 /// double-size measuring and glyph sheets). Heights beyond any screen are cut to 8192 pixels.
 platform::FontRequest CaptionFontRequest(const LogFont& font, int heightFactor);
 
+/// The code page a caption's text and face name are written in: the one its font's character set
+/// names, or the system's (ActiveCodePage) for the ANSI set and sets we do not convert.
+int CaptionCodePage(const LogFont& font);
+
 } // namespace lumenar::records

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <string>
 
 namespace lumenar::platform {
@@ -122,6 +123,51 @@ char32_t CharacterToUnicode(std::uint16_t code, int codePage)
         bytes[length++] = static_cast<char>(code >> 8);
     bytes[length++] = static_cast<char>(code & 0xFF);
     return DecodeUtf8(Convert(std::string_view(bytes, length), codePage));
+}
+
+base::Result<std::string> FromUtf8(std::string_view utf8, int codePage)
+{
+    const auto failed = [&](std::string message) {
+        return base::Error{base::ErrorCode::BadData, std::move(message)};
+    };
+    if (!IsSupportedCodePage(codePage))
+        return failed("code page " + std::to_string(codePage) + " is not one we convert");
+    iconv_t cd = iconv_open(IconvName(codePage).c_str(), "UTF-8");
+    if (cd == reinterpret_cast<iconv_t>(-1))
+        return failed("code page " + std::to_string(codePage) + " is not one we convert");
+    std::string out;
+    char buffer[1024];
+    char* in = const_cast<char*>(utf8.data());
+    std::size_t inLeft = utf8.size();
+    while (inLeft > 0) {
+        char* outPtr = buffer;
+        std::size_t outLeft = sizeof buffer;
+        const std::size_t done = iconv(cd, &in, &inLeft, &outPtr, &outLeft);
+        out.append(buffer, static_cast<std::size_t>(outPtr - buffer));
+        if (done != static_cast<std::size_t>(-1) || errno == E2BIG)
+            continue;
+        iconv_close(cd);
+        const std::size_t at = static_cast<std::size_t>(in - utf8.data());
+        // Tell a character the page lacks from bytes that are not UTF-8 at all.
+        const auto lead = static_cast<std::uint8_t>(*in);
+        const std::size_t length = lead < 0x80             ? 1
+                                   : (lead & 0xE0) == 0xC0 ? 2
+                                   : (lead & 0xF0) == 0xE0 ? 3
+                                   : (lead & 0xF8) == 0xF0 ? 4
+                                                           : 0;
+        bool valid = length != 0 && length <= inLeft;
+        for (std::size_t i = 1; valid && i < length; ++i)
+            valid = (static_cast<std::uint8_t>(in[i]) & 0xC0) == 0x80;
+        if (!valid)
+            return failed("the text is not UTF-8 at byte " + std::to_string(at + 1));
+        char hex[16];
+        std::snprintf(hex, sizeof hex, "U+%04X",
+                      static_cast<unsigned>(DecodeUtf8(std::string_view(in, length))));
+        return failed("\"" + std::string(in, length) + "\" (" + hex + ") has no place in code page " +
+                      std::to_string(codePage));
+    }
+    iconv_close(cd);
+    return out;
 }
 
 } // namespace lumenar::platform

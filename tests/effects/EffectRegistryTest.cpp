@@ -140,6 +140,46 @@ TEST_F(EffectRegistryTest, ClampsRowNumbers)
     EXPECT_EQ(registry.RunText(54, EffectRender, text), 0);
 }
 
+// What a person types resolves to the row `lumenar effects` shows under that name, or to one line
+// that says what was meant.
+TEST_F(EffectRegistryTest, RowsByNumberOrName)
+{
+    struct Row
+    {
+        int table;
+        const char* text;
+        int row;             // -1: refused,
+        const char* message; // with a message that starts so.
+    } rows[] = {
+        {kPictureTable, "12", 12, ""},
+        {kPictureTable, "Flip right", 0, ""},
+        {kPictureTable, "FLIP-RIGHT", 0, ""},
+        {kPictureTable, "flip_r", 0, ""},
+        {kPictureTable, "random", 98, ""},
+        {kTextTable, "letters fade in", 5, ""}, // Exact, though longer names start with it.
+        {kTextTable, "Letters fade in s", 6, ""},
+        {kPictureTable, "99", -1, "not a picture-effect row (0-98)"},
+        {kTextTable, "54", -1, "not a text-effect row (0-53)"},
+        {kTextTable, "-1", -1, "not a text-effect row (0-53)"},
+        {kPictureTable, "00000000000000000001", -1, "not a picture-effect row"},
+        {kPictureTable, "flip", -1, "names more than one picture effect: \"Flip right\", \"Flip left\""},
+        {kTextTable, "letters", -1, "names more than one text effect"},
+        {kPictureTable, "flp rihgt", -1, "names no picture effect; the closest are \"Flip right\""},
+        {kPictureTable, "", -1, "names no picture effect"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.text);
+        const auto resolved = ResolveEffectRow(row.table, row.text);
+        if (row.row >= 0) {
+            ASSERT_TRUE(resolved.ok()) << resolved.error().message;
+            EXPECT_EQ(*resolved, row.row);
+        } else {
+            ASSERT_FALSE(resolved.ok());
+            EXPECT_EQ(resolved.error().message.rfind(row.message, 0), 0u) << resolved.error().message;
+        }
+    }
+}
+
 TEST_F(EffectRegistryTest, NamesAndTheReadPastATable)
 {
     EffectRegistry registry;
