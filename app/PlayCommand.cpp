@@ -2,12 +2,15 @@
 // does, through the shared library's class factory, places it in a window and pumps its messages.
 #include "app/Commands.h"
 
+#include "app/ViewerKeys.h"
+
 #include "lumenar/lumenar.h"
 #include "platform/ImageFile.h"
 #include "platform/SharedLibrary.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -29,20 +32,27 @@ namespace lumenar::app {
 namespace {
 
 constexpr const char* kPlayHelp =
-    "usage: lumenar play FILM|URL [--back-color C] [--fill-color C] [--size WxH] [--headless]\n"
-    "                    [--dump DIR] [--seconds N]\n"
+    "usage: lumenar play FILM|URL [--back-color C] [--fill-color C] [--size WxH] [--fullscreen]\n"
+    "                    [--loop] [--headless] [--dump DIR] [--seconds N] [--press KEY@MS,...]\n"
     "\n"
     "Plays a film stream from a file or an http, https or file address in the player control, loaded\n"
-    "from liblumenar.so as any host loads it. The film starts while it is still arriving. Right-click\n"
-    "the picture for Play and Stop; Page Down and Page Up step in manual films, Escape skips a caption.\n"
+    "from liblumenar.so as any host loads it. The film starts while it is still arriving, and the\n"
+    "picture fills the window at the window's own resolution. Right-click the picture for Play and Stop.\n"
     "\n"
     "  --back-color C, --fill-color C   the control's colours (0xBBGGRR or decimal)\n"
-    "  --size WxH                       the control's size in pixels (default 800x600)\n"
+    "  --size WxH                       the window's size in pixels (default 800x600)\n"
+    "  --fullscreen                     play full screen, drawn at the screen's resolution\n"
+    "  --loop                           play the film again from the start each time it ends\n"
+    "  --press KEY@MS,...               press keys as a viewer would, each MS milliseconds after the\n"
+    "                                   window opens (KEY: space, right, pageup, f11, q, ctrl+q...)\n"
     "  --headless                       play without a window (also the case when there is no display)\n"
     "  --dump DIR                       write every presented frame as DIR/NNNNNN-<ms>.png, where ms\n"
     "                                   counts from the window's creation\n"
     "  --seconds N                      close after N seconds (otherwise: when the window is closed,\n"
     "                                   the film has ended, or on Ctrl-C)\n"
+    "\n"
+    "\n"
+    "%s"
     "\n"
     "The control is loaded from $LUMENAR_LIBRARY, or else from liblumenar.so next to this program.\n"
     "Exit status: 0 when the film played, 1 when the film cannot be completed (the address cannot be\n"
@@ -226,6 +236,60 @@ extern "C" void OnControlChange(void* context, std::int32_t dispid)
         *static_cast<bool*>(context) = true;
 }
 
+// The viewer's keys, seen before the control sees them (on the pumping thread).
+struct Viewer
+{
+    LumSequenceCtl* control = nullptr;
+    ViewerKeys keys;
+    bool quit = false;
+};
+
+extern "C" int32_t OnViewerKey(void* context, int32_t key, uint32_t modifiers)
+{
+    auto& viewer = *static_cast<Viewer*>(context);
+    const ViewerAction action = viewer.keys.Take(key, modifiers);
+    switch (action.kind) {
+    case ViewerAction::Kind::Quit:
+        viewer.quit = true;
+        return 1;
+    case ViewerAction::Kind::ToggleFullscreen:
+        viewer.control->vtbl->SetFullscreen(viewer.control,
+                                            viewer.control->vtbl->IsFullscreen(viewer.control) ? 0 : 1);
+        return 1;
+    case ViewerAction::Kind::Send:
+        viewer.control->vtbl->SendKey(viewer.control, action.key, 0);
+        return 1;
+    case ViewerAction::Kind::Pass:
+        break;
+    }
+    return 0;
+}
+
+struct Press
+{
+    long long ms;
+    NamedKey key;
+};
+
+// "space@1500,q@3000" in time order.
+bool ParsePresses(const std::string& text, std::vector<Press>& out)
+{
+    std::size_t start = 0;
+    while (start <= text.size()) {
+        const std::size_t end = std::min(text.find(',', start), text.size());
+        const std::string one = text.substr(start, end - start);
+        const std::size_t at = one.rfind('@');
+        long long ms = 0;
+        const auto key = at == std::string::npos ? std::nullopt : ParseKeyName(one.substr(0, at));
+        if (!key || !ParseInt(one.substr(at + 1), 0, 24LL * 3600 * 1000, ms))
+            return false;
+        out.push_back({ms, *key});
+        start = end + 1;
+    }
+    std::stable_sort(out.begin(), out.end(), [](const Press& a, const Press& b) { return a.ms < b.ms; });
+    return !out.empty();
+}
+
 // Releases a control (and with it its window) on every way out.
 struct ControlReference
 {
@@ -244,18 +308,27 @@ int PlayCommand(Args args)
     std::string film;
     std::string dumpFolder;
     std::uint32_t backColour = 0, fillColour = 0;
-    bool hasBack = false, hasFill = false, headless = false;
+    bool hasBack = false, hasFill = false, headless = false, fullscreen = false, loop = false;
+    std::vector<Press> presses;
     int width = 800, height = 600;
     long long seconds = 0;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
         const bool hasValue = i + 1 < args.size();
         if (arg == "--help" || arg == "-h") {
-            std::fputs(kPlayHelp, stdout);
+            std::printf(kPlayHelp, kViewerKeysHelp);
             return 0;
         }
         if (arg == "--headless") {
             headless = true;
+        } else if (arg == "--fullscreen") {
+            fullscreen = true;
+        } else if (arg == "--loop") {
+            loop = true;
+        } else if (arg == "--press") {
+            if (!hasValue || !ParsePresses(args[++i], presses))
+                return Fail(hasValue ? args[i] : arg,
+                            "not key presses (KEY@MS,... such as space@1500,q@3000)");
         } else if (arg == "--back-color" || arg == "--fill-color") {
             if (!hasValue)
                 return Fail(arg, "needs a colour (0xBBGGRR)");
@@ -322,6 +395,12 @@ int PlayCommand(Args args)
     if (hasFill)
         ctl->vtbl->SetFillColor(ctl, fillColour);
     ctl->vtbl->SetFile(ctl, film.c_str());
+    // A viewer wants the picture as large as the window, and the keys of a picture viewer.
+    ctl->vtbl->SetHostOptions(ctl, LUM_HOST_FRAME_FILLS_WINDOW);
+    ctl->vtbl->SetFullscreen(ctl, fullscreen ? 1 : 0);
+    Viewer viewer;
+    viewer.control = ctl;
+    ctl->vtbl->SetKeyFilter(ctl, &OnViewerKey, &viewer);
 
     bool filmFailed = false;
     std::uint32_t cookie = 0;
@@ -353,7 +432,13 @@ int PlayCommand(Args args)
     std::signal(SIGINT, OnInterrupt);
     std::signal(SIGTERM, OnInterrupt);
     std::string failure;
-    while (ctl->vtbl->Pump(ctl, 20) == LUM_S_OK && gInterrupted.load() == 0) {
+    std::size_t nextPress = 0;
+    while (ctl->vtbl->Pump(ctl, 20) == LUM_S_OK && gInterrupted.load() == 0 && !viewer.quit) {
+        const auto elapsedMs =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
+                .count();
+        for (; nextPress < presses.size() && presses[nextPress].ms <= elapsedMs; ++nextPress)
+            ctl->vtbl->SendKey(ctl, presses[nextPress].key.key, presses[nextPress].key.modifiers);
         if (filmFailed) {
             std::size_t needed = 0;
             ctl->vtbl->GetFailure(ctl, nullptr, 0, &needed);
@@ -366,10 +451,16 @@ int PlayCommand(Args args)
         }
         if (seconds > 0 && std::chrono::steady_clock::now() - start >= limit)
             break;
-        if (ctl->vtbl->IsPlaying(ctl) == 0)
+        if (ctl->vtbl->IsPlaying(ctl) == 0) {
+            if (loop && ctl->vtbl->HasEnded(ctl) == 1) {
+                ctl->vtbl->SendCommand(ctl, LUM_COMMAND_PLAY);
+                continue;
+            }
             break; // The film ended, or the viewer chose Stop.
+        }
     }
     ctl->vtbl->SetFrameSink(ctl, nullptr, nullptr);
+    ctl->vtbl->SetKeyFilter(ctl, nullptr, nullptr);
     ctl->vtbl->DestroyWindow(ctl);
     std::signal(SIGINT, SIG_DFL);
     std::signal(SIGTERM, SIG_DFL);

@@ -160,6 +160,11 @@ ControlState SequenceCtl::State() const
     return loaderReleased_ ? ControlState::Playing : ControlState::Created;
 }
 
+bool SequenceCtl::Ended() const
+{
+    return State() == ControlState::Stopped && player_ != nullptr && player_->ReachedEnd();
+}
+
 bool SequenceCtl::Downloading() const
 {
     return download_ != nullptr && !download_->Finished();
@@ -299,6 +304,7 @@ void SequenceCtl::NewSession()
 void SequenceCtl::StartSession()
 {
     player_ = std::make_unique<playback::PlayerWindow>();
+    player_->SetFrameFit(site_.frameFit);
     if (player_->Create(*host_, window_, film_.get(), 0, true) == 0)
         return; // No film loader without a player.
     handOver_ = playback::ItemHandOverOf(*player_, *host_);

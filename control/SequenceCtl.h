@@ -6,6 +6,7 @@
 #include "film/Film.h"
 #include "film/FilmReceiver.h"
 #include "platform/Window.h"
+#include "playback/FrameCompositor.h"
 
 #include <atomic>
 #include <cstdint>
@@ -52,6 +53,9 @@ struct ControlSite
     platform::SoundDevice* sound = nullptr; ///< Narration output; null: silent.
     platform::TimerService* timers = nullptr; ///< Null: the system's timers.
     std::function<bool()> hasMmx;             ///< The processor check; null asks the processor.
+    /// How the player's frame takes a window larger than 800 × 600: the control keeps the design size
+    /// unless its host asks for the whole window.
+    playback::FrameFit frameFit = playback::FrameFit::Design;
 };
 
 /// Where the control is in its life.
@@ -116,6 +120,8 @@ public:
 
     ControlState State() const;
     bool StopRequested() const { return flags_ && flags_->stopRequested.load() != 0; }
+    /// The session stopped because the film played to its end, not by the viewer's or the host's Stop.
+    bool Ended() const;
     /// Session observers (null without a session).
     film::Film* SessionFilm() { return film_.get(); }
     film::FilmReceiver* Receiver() { return receiver_.get(); }

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <tuple>
 
 #define LUM_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -93,6 +94,11 @@ struct ControlObject
     std::mutex sinkLock; // Guards frameSink and frameContext (read by presenting threads).
     LumFrameSink frameSink = nullptr;
     void* frameContext = nullptr;
+    std::uint32_t hostOptions = 0;
+    bool fullscreenWish = false;
+    bool ownWindow = false; // The window is the library's own (LUM_WINDOW_OWN), so it may go full screen.
+    LumKeyFilter keyFilter = nullptr; // Control's thread only, as the filter runs there.
+    void* keyContext = nullptr;
 
     void DestroyWindow()
     {
@@ -173,13 +179,21 @@ LumResult ControlCreateWindow(LumSequenceCtl* self, const LumSite* site)
     ControlObject& object = Object(self);
     if (object.host)
         return LUM_E_WRONGSTATE;
-    const int width = site->width > 0 ? site->width : 800;
-    const int height = site->height > 0 ? site->height : 600;
+    int width = site->width > 0 ? site->width : 800;
+    int height = site->height > 0 ? site->height : 600;
+    object.ownWindow = site->kind == LUM_WINDOW_OWN;
     switch (site->kind) {
     case LUM_WINDOW_OWN:
     case LUM_WINDOW_HEADLESS:
+        // A window wished full screen is made at the display's size, so the picture is drawn at the
+        // screen's own resolution rather than scaled up.
+        if (object.ownWindow && object.fullscreenWish)
+            if (const auto display = platform::WindowHost::DisplaySize())
+                std::tie(width, height) = *display;
         object.host = platform::WindowHost::Create(width, height, site->title ? site->title : "Lumenar",
                                                    site->kind == LUM_WINDOW_HEADLESS);
+        if (object.host && object.ownWindow && object.fullscreenWish)
+            object.host->SetFullscreen(true);
         break;
     case LUM_WINDOW_SDL:
         object.host = platform::WindowHost::Attach({site->sdlWindow, 0});
@@ -211,6 +225,12 @@ LumResult ControlCreateWindow(LumSequenceCtl* self, const LumSite* site)
         if (site->width > 0 && site->height > 0)
             controlSite.rect = {0, 0, site->width, site->height};
     }
+    object.host->SetKeyFilter([&object](int key, unsigned modifiers) {
+        return object.keyFilter != nullptr && object.keyFilter(object.keyContext, key, modifiers) != 0;
+    });
+    controlSite.frameFit = (object.hostOptions & LUM_HOST_FRAME_FILLS_WINDOW) != 0
+                               ? playback::FrameFit::Fill
+                               : playback::FrameFit::Design;
     controlSite.documentUrl = site->documentUrl ? site->documentUrl : "";
     controlSite.userMode = site->userMode != 0;
     controlSite.sound = object.sound.get();
@@ -386,6 +406,60 @@ LumResult ControlSetCompatibility(LumSequenceCtl*, uint32_t flags)
     return LUM_S_OK;
 }
 
+LumResult ControlSetHostOptions(LumSequenceCtl* self, uint32_t flags)
+{
+    ControlObject& object = Object(self);
+    if ((flags & ~LUM_HOST_FRAME_FILLS_WINDOW) != 0)
+        return LUM_E_INVALIDARG;
+    if (object.host)
+        return LUM_E_WRONGSTATE;
+    object.hostOptions = flags;
+    return LUM_S_OK;
+}
+
+LumResult ControlSetKeyFilter(LumSequenceCtl* self, LumKeyFilter filter, void* context)
+{
+    ControlObject& object = Object(self);
+    object.keyFilter = filter;
+    object.keyContext = context;
+    return LUM_S_OK;
+}
+
+LumResult ControlSendKey(LumSequenceCtl* self, int32_t key, uint32_t modifiers)
+{
+    ControlObject& object = Object(self);
+    if (!object.host)
+        return LUM_E_WRONGSTATE;
+    if (key <= 0 || key > 0xFFFF || (modifiers & ~(LUM_MOD_CTRL | LUM_MOD_SHIFT | LUM_MOD_ALT)) != 0)
+        return LUM_E_INVALIDARG;
+    object.host->InjectKey(key, modifiers);
+    return LUM_S_OK;
+}
+
+LumResult ControlSetFullscreen(LumSequenceCtl* self, int32_t on)
+{
+    ControlObject& object = Object(self);
+    if (!object.host) {
+        object.fullscreenWish = on != 0;
+        return LUM_S_OK;
+    }
+    if (!object.ownWindow && !object.host->IsHeadless())
+        return LUM_E_WRONGSTATE;
+    object.host->SetFullscreen(on != 0);
+    return LUM_S_OK;
+}
+
+int32_t ControlIsFullscreen(LumSequenceCtl* self)
+{
+    const ControlObject& object = Object(self);
+    return (object.host ? object.host->Fullscreen() : object.fullscreenWish) ? 1 : 0;
+}
+
+int32_t ControlHasEnded(LumSequenceCtl* self)
+{
+    return Object(self).control.Ended() ? 1 : 0;
+}
+
 const LumSequenceCtlVtbl kControlTable = {
     kSafeZero<ControlAddRef>,
     kSafeZero<ControlRelease>,
@@ -411,6 +485,12 @@ const LumSequenceCtlVtbl kControlTable = {
     kSafe<ControlSetFrameSink>,
     kSafe<ControlGetFailure>,
     kSafe<ControlSetCompatibility>,
+    kSafe<ControlSetHostOptions>,
+    kSafe<ControlSetKeyFilter>,
+    kSafe<ControlSendKey>,
+    kSafe<ControlSetFullscreen>,
+    kSafeZero<ControlIsFullscreen>,
+    kSafeZero<ControlHasEnded>,
 };
 
 struct FactoryHandle

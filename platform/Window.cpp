@@ -239,8 +239,21 @@ void WindowHost::SetFrameSink(FrameSink sink)
     sink_ = std::move(sink);
 }
 
-void WindowHost::InjectKey(int key)
+void WindowHost::SetKeyFilter(KeyFilter filter)
 {
+    std::lock_guard guard(filterLock_);
+    keyFilter_ = std::move(filter);
+}
+
+void WindowHost::InjectKey(int key, unsigned modifiers)
+{
+    KeyFilter filter;
+    {
+        std::lock_guard guard(filterLock_);
+        filter = keyFilter_;
+    }
+    if (filter && filter(key, modifiers))
+        return;
     {
         std::lock_guard guard(keyLock_);
         pressed_[key] = true;

@@ -10,7 +10,9 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lumenar::platform {
@@ -45,6 +47,18 @@ enum KeyCode : int
     kKeyDown = 0x28,
     kKeyAdd = 0x6B,
     kKeySubtract = 0x6D,
+    kKeyBack = 0x08,
+    kKeySpace = 0x20,
+    kKeyF11 = 0x7A,
+    // Letters are their upper-case character ('Q'); function keys F1..F12 are 0x70..0x7B.
+};
+
+/// Modifier keys held with a key, as key filters see them.
+enum KeyModifier : unsigned
+{
+    kModControl = 0x1,
+    kModShift = 0x2,
+    kModAlt = 0x4,
 };
 
 struct WindowRect
@@ -152,8 +166,20 @@ public:
     bool Pump(std::uint32_t timeoutMs);
     void Quit();
 
+    /// Sees every key the user presses (InjectKey) before any window: returning true takes the key, so
+    /// no window gets it. Called on the thread that injects (the window thread). Null removes it.
+    using KeyFilter = std::function<bool(int key, unsigned modifiers)>;
+    void SetKeyFilter(KeyFilter filter);
+
+    /// The display's size in pixels, when there is a display.
+    static std::optional<std::pair<int, int>> DisplaySize();
+    /// Shows the window over the whole screen, or in its own frame again; the picture keeps its size and
+    /// is scaled to the screen. The headless host only records it. Window thread.
+    virtual void SetFullscreen(bool on) { fullscreen_ = on; }
+    bool Fullscreen() const { return fullscreen_.load(); }
+
     /// Input as a user would give it (headless tests; also how the SDL back-end feeds its events in).
-    void InjectKey(int key);
+    void InjectKey(int key, unsigned modifiers = 0);
     void InjectMouseMove(int x, int y);
     void InjectDoubleClick(int x, int y);
     void InjectButtonUp(int x, int y);
@@ -232,6 +258,11 @@ private:
     std::atomic<int> pointerY_{-1};
     std::atomic<bool> quit_{false};
     std::uint64_t startMs_;
+    std::mutex filterLock_;
+    KeyFilter keyFilter_;
+
+protected:
+    std::atomic<bool> fullscreen_{false};
 };
 
 } // namespace lumenar::platform

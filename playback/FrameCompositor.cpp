@@ -88,11 +88,11 @@ Rect FitRect(int designWidth, int designHeight, int clientWidth, int clientHeigh
     return rect;
 }
 
-Rect FrameGeometry(int clientWidth, int clientHeight, bool large)
+Rect FrameGeometry(int clientWidth, int clientHeight, bool large, FrameFit fit)
 {
     int designWidth = large ? 800 : 640;
     int designHeight = large ? 600 : 480;
-    if (designWidth < clientWidth && designHeight < clientHeight) {
+    if (fit == FrameFit::Design && designWidth < clientWidth && designHeight < clientHeight) {
         int left = (clientWidth - designWidth) / 2;
         int top = (clientHeight - designHeight) / 2;
         return {left, top, left + designWidth, top + designHeight};

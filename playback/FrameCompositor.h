@@ -21,9 +21,17 @@ namespace lumenar::playback {
 /// The largest rectangle of the design's aspect ratio inside the client area, centred.
 Rect FitRect(int designWidth, int designHeight, int clientWidth, int clientHeight);
 
+/// How the frame takes a client area larger than the design size.
+enum class FrameFit
+{
+    Design, ///< Keeps the design size, centred: the control's own way.
+    Fill,   ///< Grows to the largest design-shaped rectangle: a host that wants the whole window.
+};
+
 /// Where the frame lies in a client area: the design size (800 × 600 when `large`, else 640 × 480)
-/// centred when it fits with room to spare in both directions, else FitRect made even-sized.
-Rect FrameGeometry(int clientWidth, int clientHeight, bool large);
+/// centred when it fits with room to spare in both directions (and `fit` is Design), else FitRect made
+/// even-sized.
+Rect FrameGeometry(int clientWidth, int clientHeight, bool large, FrameFit fit = FrameFit::Design);
 
 /// Resamples a 32- or 24-bit bottom-up picture of sw × sh onto `destination` (dw × dh, 32-bit, rows
 /// of dw × 4 bytes) with the integer bilinear filter. Compatibility: no rounding term, every step

@@ -9,6 +9,7 @@
 #include "playback/CaptionLayout.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <array>
 #include <chrono>
 
@@ -111,7 +112,7 @@ int PlayerWindow::Create(platform::WindowHost& host, platform::WindowId parent, 
                                [this](const platform::Message& m) { OnMessage(m); });
     if (window_ == 0)
         return 0;
-    frame_ = FrameGeometry(clientWidth, clientHeight, large);
+    frame_ = FrameGeometry(clientWidth, clientHeight, large, frameFit_);
 
     int bw = std::min(frame_.Width(), 20);
     int bh = std::min(frame_.Height(), 15);
@@ -232,6 +233,7 @@ void PlayerWindow::Step()
     // A film whose file has not arrived yet counts −1 items and is waited for; one whose items were
     // all removed on arrival counts 0 and ends here, as the item on screen is then number 0.
     if (current.index == state_.ItemCount()) {
+        reachedEnd_ = true;
         PostToParent(platform::kMsgCommand, kCommandStop);
         host_->Invalidate(button_);
     }
@@ -252,6 +254,16 @@ void PlayerWindow::Step()
     }
     // Taken again: the film may have grown while the photo was awaited. No repeat branch here.
     next = state_.Item(current.index + 1);
+    // A streamed film's advance mode arrives after playback has started, with the film's description:
+    // it is known for certain once the first item has, so it is taken again then.
+    if (stepsDone_ == 0) {
+        std::lock_guard guard(state_.filmLock);
+        if (state_.film != nullptr && state_.film->GetAdvanceMode() != playMode_) {
+            playMode_ = state_.film->GetAdvanceMode();
+            host_->AsyncKeyPressed(platform::kKeyPageUp);
+            host_->AsyncKeyPressed(platform::kKeyPageDown);
+        }
+    }
 
     state_.loaderGate.Suspend();
     Rect fromRect = ItemRect(current);

@@ -64,6 +64,10 @@ public:
     /// Whether the playback thread is waiting for a step request, none being pending. Any thread.
     bool Idle() const { return idle_.load() && state_.stepRequested.load() == 0; }
 
+    /// How the frame takes a client area larger than 800 × 600 (before Create; Design unless a host
+    /// asks for the whole window).
+    void SetFrameFit(FrameFit fit) { frameFit_ = fit; }
+
     /// Makes the window and its parts over `parent`'s client area and starts playback. Returns 1, or
     /// 0 when the window cannot be made. Window thread.
     int Create(platform::WindowHost& host, platform::WindowId parent, film::Film* film, int startNumber,
@@ -89,6 +93,8 @@ public:
     std::int32_t CurrentNumber() const { return state_.currentNumber.load(); }
     /// Number of steps that reached their end.
     std::int32_t StepsDone() const { return stepsDone_.load(); }
+    /// The film played to its last item and asked its control to stop. Any thread.
+    bool ReachedEnd() const { return reachedEnd_.load(); }
     /// When each step began (system clock, ms), in order; for measuring the pacing.
     std::vector<std::uint32_t> StepStartTimes();
     /// Where the worker threads' reports wait for the window's thread (null before Create). The film
@@ -128,7 +134,8 @@ private:
     std::unique_ptr<PhotoLoaderThread> loader_;
     std::thread playbackThread_;
     float captionScale_ = 1.0f;
-    std::int32_t playMode_ = film::kAdvanceAutomatic;
+    std::atomic<std::int32_t> playMode_{
+        film::kAdvanceAutomatic}; // Set by the playback thread, read by the window thread.
     std::uint32_t Now() const { return static_cast<std::uint32_t>(clock_->NowMs()); }
     void RequestStep();
 
@@ -143,10 +150,12 @@ private:
     std::atomic<bool> timerBusy_{false};
     std::atomic<bool> buttonShown_{false};
     std::atomic<std::int32_t> stepsDone_{0};
+    std::atomic<bool> reachedEnd_{false};
     std::atomic<bool> captionsSkipped_{false};
     bool started_ = false;
     std::mutex stepLogLock_;
     std::vector<std::uint32_t> stepStarts_;
+    FrameFit frameFit_ = FrameFit::Design;
 };
 
 } // namespace lumenar::playback

@@ -95,6 +95,30 @@ typedef struct LumGuid
 #define LUM_COMMAND_PLAY 0x8008u
 #define LUM_COMMAND_STOP 0x8009u
 
+/* Host options for SetHostOptions, all off unless a host asks for them (not persisted).
+ * LUM_HOST_FRAME_FILLS_WINDOW: the picture grows with the window instead of keeping its 800x600 frame
+ * centred in a larger one. */
+#define LUM_HOST_FRAME_FILLS_WINDOW 0x1u
+
+/* Keys as key filters see them and SendKey takes them: letters are their upper-case character ('Q'). */
+#define LUM_KEY_BACK 0x08
+#define LUM_KEY_RETURN 0x0D
+#define LUM_KEY_ESCAPE 0x1B
+#define LUM_KEY_SPACE 0x20
+#define LUM_KEY_PAGEUP 0x21
+#define LUM_KEY_PAGEDOWN 0x22
+#define LUM_KEY_LEFT 0x25
+#define LUM_KEY_UP 0x26
+#define LUM_KEY_RIGHT 0x27
+#define LUM_KEY_DOWN 0x28
+#define LUM_KEY_ADD 0x6B
+#define LUM_KEY_SUBTRACT 0x6D
+#define LUM_KEY_F11 0x7A
+/* Modifiers held with a key. */
+#define LUM_MOD_CTRL 0x1u
+#define LUM_MOD_SHIFT 0x2u
+#define LUM_MOD_ALT 0x4u
+
 /* Where the control's window lives. */
 typedef enum LumWindowKind
 {
@@ -135,6 +159,10 @@ typedef void (*LumPropertyChanged)(void* context, int32_t dispid);
  * and the milliseconds since the window was made. Called on the thread that presented (a playback
  * thread): copy what you need and return quickly; the pointer is valid only during the call. */
 typedef void (*LumFrameSink)(void* context, uint64_t ms, const uint8_t* bgrx, int32_t width, int32_t height);
+
+/* Called on the control's thread with every key the viewer presses (or SendKey sends), before the
+ * control sees it. Return non-zero to take the key: the control then never gets it. */
+typedef int32_t (*LumKeyFilter)(void* context, int32_t key, uint32_t modifiers);
 
 typedef struct LumSequenceCtl LumSequenceCtl;
 typedef struct LumSequenceCtlVtbl
@@ -188,6 +216,22 @@ typedef struct LumSequenceCtlVtbl
     /* Switches the LUM_COMPAT_* settings in `flags` on and every other off. LUM_E_INVALIDARG for an
      * unknown flag (nothing changes then). */
     LumResult (*SetCompatibility)(LumSequenceCtl* self, uint32_t flags);
+
+    /* Switches the LUM_HOST_* options in `flags` on and every other off; they take effect at the next
+     * CreateWindow (LUM_E_WRONGSTATE while a window exists; LUM_E_INVALIDARG for an unknown flag). */
+    LumResult (*SetHostOptions)(LumSequenceCtl* self, uint32_t flags);
+    /* Every key goes to `filter` first (NULL removes it). */
+    LumResult (*SetKeyFilter)(LumSequenceCtl* self, LumKeyFilter filter, void* context);
+    /* A key as if the viewer pressed it: the key filter sees it first. LUM_E_WRONGSTATE without a window. */
+    LumResult (*SendKey)(LumSequenceCtl* self, int32_t key, uint32_t modifiers);
+    /* Full screen (1) or a window (0). Before CreateWindow it is a wish: a LUM_WINDOW_OWN window is then
+     * made at the display's size, full screen. Afterwards it switches an own window, the picture keeping
+     * its size and scaled to the screen; LUM_E_WRONGSTATE for a window the host made. */
+    LumResult (*SetFullscreen)(LumSequenceCtl* self, int32_t on);
+    /* 1 while full screen (or wished so before CreateWindow), else 0. */
+    int32_t (*IsFullscreen)(LumSequenceCtl* self);
+    /* 1 once the film has played to its end by itself (not stopped by a command), else 0. */
+    int32_t (*HasEnded)(LumSequenceCtl* self);
 } LumSequenceCtlVtbl;
 struct LumSequenceCtl
 {

@@ -35,8 +35,19 @@ int KeyFromSdl(SDL_Keycode key)
     case SDLK_KP_MINUS:
         return kKeySubtract;
     default:
+        // Letters and function keys as the key codes the player's windows know them by.
+        if (key >= SDLK_a && key <= SDLK_z)
+            return 'A' + (key - SDLK_a);
+        if (key >= SDLK_F1 && key <= SDLK_F12)
+            return 0x70 + (key - SDLK_F1);
         return static_cast<int>(key & 0xFFFF);
     }
+}
+
+unsigned ModifiersFromSdl(Uint16 mod)
+{
+    return ((mod & KMOD_CTRL) != 0 ? kModControl : 0u) | ((mod & KMOD_SHIFT) != 0 ? kModShift : 0u) |
+           ((mod & KMOD_ALT) != 0 ? kModAlt : 0u);
 }
 
 /// The window an event is for; 0 for events of no window (quit, wake-ups).
@@ -159,7 +170,7 @@ protected:
             open = false;
             break;
         case SDL_KEYDOWN:
-            InjectKey(KeyFromSdl(event.key.keysym.sym));
+            InjectKey(KeyFromSdl(event.key.keysym.sym), ModifiersFromSdl(event.key.keysym.mod));
             break;
         case SDL_MOUSEMOTION:
             InjectMouseMove(event.motion.x, event.motion.y);
@@ -195,6 +206,13 @@ protected:
         SDL_RenderClear(renderer_);
         SDL_RenderCopy(renderer_, texture_, nullptr, nullptr);
         SDL_RenderPresent(renderer_);
+    }
+
+    void SetFullscreen(bool on) override
+    {
+        if (ownsWindow_ && SDL_SetWindowFullscreen(window_, on ? SDL_WINDOW_FULLSCREEN_DESKTOP : 0) == 0)
+            fullscreen_ = on;
+        ShowBackBuffer(BackBuffer());
     }
 
     void Wake() override
@@ -252,6 +270,22 @@ std::unique_ptr<WindowHost> MakeSdlWindowHost(int width, int height, const char*
     SDL_Window* window = SDL_CreateWindow(title, SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width,
                                           height, SDL_WINDOW_RESIZABLE);
     return HostOver(window, /*owns=*/true, width, height);
+}
+
+std::optional<std::pair<int, int>> WindowHost::DisplaySize()
+{
+    const char* driver = std::getenv("SDL_VIDEODRIVER");
+    if ((driver == nullptr || *driver == '\0') && std::getenv("DISPLAY") == nullptr &&
+        std::getenv("WAYLAND_DISPLAY") == nullptr)
+        return std::nullopt;
+    if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0)
+        return std::nullopt;
+    SDL_DisplayMode mode{};
+    const bool known = SDL_GetDesktopDisplayMode(0, &mode) == 0 && mode.w > 0 && mode.h > 0;
+    SDL_QuitSubSystem(SDL_INIT_VIDEO);
+    if (!known)
+        return std::nullopt;
+    return std::make_pair(mode.w, mode.h);
 }
 
 std::unique_ptr<WindowHost> WindowHost::Attach(const NativeWindow& native)

@@ -10,6 +10,8 @@ delivered items still play and closing mid-download neither hangs nor leaves fil
 be completed (404, a redirect loop, a film cut short, no usable temporary folder) ends the player
 within seconds with one line that says why and exit status 1.
 
+Then the viewer's keys (pressed with --press), a window larger than 800x600 and --loop.
+
 --window (run under xvfb-run): the same film in a real window; a screenshot of the screen while
 item 1 dwells must match the frame the headless player presents for item 1.
 """
@@ -36,11 +38,11 @@ def run(args, expect=0, env=None, timeout=120):
     return result
 
 
-def make_film(lumenar, folder, seconds):
+def make_film(lumenar, folder, seconds, advance="automatic", count=len(COLOURS)):
     """Noisy photos (so that they weigh what photos weigh) around a flat coloured centre."""
     os.makedirs(folder, exist_ok=True)
-    lines = ["advance automatic"]
-    for i, (r, g, b) in enumerate(COLOURS):
+    lines = ["advance " + advance]
+    for i, (r, g, b) in enumerate(COLOURS[:count]):
         ppm = os.path.join(folder, "p%d.ppm" % i)
         run(["convert", "-size", "800x600", "-seed", str(i + 1), "xc:rgb(%d,%d,%d)" % (r, g, b),
              "-attenuate", "0.6", "+noise", "Gaussian", "-fill", "rgb(%d,%d,%d)" % (r, g, b),
@@ -79,12 +81,12 @@ class Server:
         self.process.wait(timeout=10)
 
 
-def centre_colours(frames):
+def centre_colours(frames, crop="120x120+340+240"):
     """The mean colour of each frame's centre square, through one ImageMagick run per batch."""
     colours = []
     for start in range(0, len(frames), 40):
         batch = frames[start:start + 40]
-        out = run(["convert", *batch, "-crop", "120x120+340+240", "-scale", "1x1!", "-depth", "8",
+        out = run(["convert", *batch, "-crop", crop, "-scale", "1x1!", "-depth", "8",
                    "txt:-"]).stdout.decode()
         for line in out.splitlines():
             if line.startswith("0,0:"):
@@ -100,12 +102,12 @@ def item_of(colour):
     return best + 1 if sum((a - b) ** 2 for a, b in zip(colour, COLOURS[best])) < 30 ** 2 else 0
 
 
-def played_items(folder):
+def played_items(folder, crop="120x120+340+240"):
     """(item, ms) for every frame that shows one item whole, in frame order."""
     frames = sorted(os.listdir(folder))
     if not frames:
         fail("no frames in " + folder)
-    colours = centre_colours([os.path.join(folder, f) for f in frames])
+    colours = centre_colours([os.path.join(folder, f) for f in frames], crop)
     return [(item_of(c), int(f.split("-")[1].split(".")[0])) for f, c in zip(frames, colours)]
 
 
@@ -255,6 +257,39 @@ def window(lumenar, server, work):
         print("window screenshot against item 1 %s: PSNR %s dB" % (name, metric))
 
 
+def viewer(lumenar, work):
+    """The viewer's keys, pressed as a viewer would, step a manual film on and quit; the picture fills a
+    window larger than 800x600; --loop plays the film again."""
+    help_text = run([lumenar, "play", "--help"]).stdout.decode()
+    for key in ("Space, Right, Down", "F11", "Ctrl+Q"):
+        if key not in help_text:
+            fail("play --help does not list " + key)
+    film = make_film(lumenar, os.path.join(work, "manual"), seconds=1, advance="manual")
+    frames = os.path.join(work, "viewer-frames")
+    started = time.monotonic()
+    run([lumenar, "play", film, "--headless", "--size", "1000x750", "--dump", frames, "--seconds", "60",
+         "--press", "space@1500,right@3000,f11@3500,q@5000"])
+    if time.monotonic() - started > 30:
+        fail("q did not quit the player")
+    played = played_items(frames, "150x150+425+300")
+    order = [item for item, _ in played if item]
+    steps = [order[0]] + [b for a, b in zip(order, order[1:]) if a != b]
+    if steps != [1, 2, 3]:
+        fail("space and right showed items %s, not [1, 2, 3]" % steps)
+    last = sorted(os.listdir(frames))[-1]
+    size = run(["identify", "-format", "%wx%h", os.path.join(frames, last)]).stdout.decode()
+    edge = centre_colours([os.path.join(frames, last)], "20x20+5+365")[0]
+    if size != "1000x750" or item_of(edge) != 3:
+        fail("the picture does not fill a 1000x750 window (%s, left edge %s)" % (size, edge))
+    looped = os.path.join(work, "loop-frames")
+    run([lumenar, "play", make_film(lumenar, os.path.join(work, "loop"), seconds=1, count=2), "--headless",
+         "--loop", "--dump", looped, "--seconds", "7"])
+    order = [item for item, _ in played_items(looped) if item]
+    steps = [order[0]] + [b for a, b in zip(order, order[1:]) if a != b]
+    if steps[:3] != [1, 2, 1]:
+        fail("--loop showed items %s, not 1, 2 and 1 again" % steps)
+
+
 def main():
     if len(sys.argv) < 4:
         fail("usage: play_cli.py LUMENAR FILM_SERVER WORKDIR [--window]")
@@ -268,6 +303,7 @@ def main():
         window(lumenar, server, work)
     else:
         headless(lumenar, server, work)
+        viewer(lumenar, work)
 
 
 if __name__ == "__main__":

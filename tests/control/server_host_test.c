@@ -75,6 +75,18 @@ static void OnFrame(void* context, uint64_t ms, const uint8_t* bgrx, int32_t wid
         atomic_fetch_add(&frames, 1);
 }
 
+/* Takes F11 and lets every other key through, counting what it saw. */
+static int filtered[4];
+static int filteredCount = 0;
+static int32_t OnKey(void* context, int32_t key, uint32_t modifiers)
+{
+    (void)context;
+    if (filteredCount < 4)
+        filtered[filteredCount] = key | (int)(modifiers << 16);
+    ++filteredCount;
+    return key == LUM_KEY_F11;
+}
+
 static double Seconds(void)
 {
     struct timespec now;
@@ -153,6 +165,13 @@ int main(int argc, char** argv)
 
     /* Play headless until frames arrive and the film has been fully received. */
     CHECK(ctl->vtbl->Pump(ctl, 0) == LUM_S_FALSE); /* no window yet */
+    /* Host options and key sending before a window: options and the full-screen wish are kept. */
+    CHECK(ctl->vtbl->SetHostOptions(ctl, 0x80) == LUM_E_INVALIDARG);
+    CHECK(ctl->vtbl->SetHostOptions(ctl, LUM_HOST_FRAME_FILLS_WINDOW) == LUM_S_OK);
+    CHECK(ctl->vtbl->SendKey(ctl, LUM_KEY_SPACE, 0) == LUM_E_WRONGSTATE);
+    CHECK(ctl->vtbl->SetFullscreen(ctl, 1) == LUM_S_OK && ctl->vtbl->IsFullscreen(ctl) == 1);
+    CHECK(ctl->vtbl->SetFullscreen(ctl, 0) == LUM_S_OK && ctl->vtbl->IsFullscreen(ctl) == 0);
+    CHECK(ctl->vtbl->SetKeyFilter(ctl, OnKey, NULL) == LUM_S_OK);
     CHECK(ctl->vtbl->SetFrameSink(ctl, OnFrame, NULL) == LUM_S_OK);
     LumSite site;
     memset(&site, 0, sizeof site);
@@ -168,10 +187,19 @@ int main(int argc, char** argv)
     CHECK(atomic_load(&frames) > 0);
     CHECK(changeCount == 1 && changes[0] == LUM_DISPID_READYSTATE);
     CHECK(ctl->vtbl->IsPlaying(ctl) == 1);
+    CHECK(ctl->vtbl->SetHostOptions(ctl, 0) == LUM_E_WRONGSTATE);
+    /* Sent keys pass the filter first; the one it takes never reaches the control. */
+    CHECK(ctl->vtbl->SendKey(ctl, LUM_KEY_F11, LUM_MOD_CTRL) == LUM_S_OK);
+    CHECK(ctl->vtbl->SendKey(ctl, LUM_KEY_ESCAPE, 0) == LUM_S_OK);
+    CHECK(ctl->vtbl->SendKey(ctl, 0x10000, 0) == LUM_E_INVALIDARG);
+    CHECK(filteredCount == 2 && filtered[0] == (LUM_KEY_F11 | (int)(LUM_MOD_CTRL << 16)) &&
+          filtered[1] == LUM_KEY_ESCAPE);
+    CHECK(ctl->vtbl->SetFullscreen(ctl, 1) == LUM_S_OK && ctl->vtbl->IsFullscreen(ctl) == 1);
     CHECK(ctl->vtbl->SendCommand(ctl, LUM_COMMAND_STOP) == LUM_S_OK);
     CHECK(ctl->vtbl->SendCommand(ctl, 0x1234) == LUM_E_INVALIDARG);
     CHECK(ctl->vtbl->Pump(ctl, 0) == LUM_S_OK);
     CHECK(ctl->vtbl->IsPlaying(ctl) == 0);
+    CHECK(ctl->vtbl->HasEnded(ctl) == 0); /* Stopped by the host, not by the film's end. */
 
     char reason[256];
     CHECK(ctl->vtbl->GetFailure(ctl, reason, sizeof reason, &needed) == LUM_S_FALSE && reason[0] == '\0');
