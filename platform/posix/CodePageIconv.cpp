@@ -18,6 +18,29 @@ std::string IconvName(int codePage)
     return "CP" + std::to_string(codePage);
 }
 
+// Runs `bytes` through `cd` into `out`. At a character the converter cannot take (undefined or cut
+// short), `bad` is asked how many bytes to step over; 0 ends the run there, with `in` at the character.
+template <class Bad> void Run(iconv_t cd, std::string_view bytes, std::string& out, char*& in, Bad bad)
+{
+    char buffer[1024];
+    in = const_cast<char*>(bytes.data());
+    std::size_t inLeft = bytes.size();
+    while (inLeft > 0) {
+        char* outPtr = buffer;
+        std::size_t outLeft = sizeof buffer;
+        const std::size_t done = iconv(cd, &in, &inLeft, &outPtr, &outLeft);
+        out.append(buffer, static_cast<std::size_t>(outPtr - buffer));
+        if (done != static_cast<std::size_t>(-1) || errno == E2BIG)
+            continue;
+        const std::size_t skip = bad(in, inLeft);
+        if (skip == 0)
+            return;
+        in += skip;
+        inLeft -= skip;
+        iconv(cd, nullptr, nullptr, nullptr, nullptr);
+    }
+}
+
 // Converts with iconv, replacing each undefined or cut sequence by U+FFFD and stepping over one
 // character (two bytes where the first is a lead byte).
 std::string Convert(std::string_view bytes, int codePage)
@@ -29,23 +52,11 @@ std::string Convert(std::string_view bytes, int codePage)
         return std::string(bytes); // No converter at all: the bytes are the best we have.
     std::string out;
     out.reserve(bytes.size() * 3);
-    char buffer[1024];
-    char* in = const_cast<char*>(bytes.data());
-    std::size_t inLeft = bytes.size();
-    while (inLeft > 0) {
-        char* outPtr = buffer;
-        std::size_t outLeft = sizeof buffer;
-        const std::size_t done = iconv(cd, &in, &inLeft, &outPtr, &outLeft);
-        out.append(buffer, static_cast<std::size_t>(outPtr - buffer));
-        if (done != static_cast<std::size_t>(-1) || errno == E2BIG)
-            continue;
-        // EILSEQ or EINVAL: an undefined or incomplete character.
-        const std::size_t skip = IsLeadByte(codePage, static_cast<std::uint8_t>(*in)) && inLeft >= 2 ? 2 : 1;
+    char* in = nullptr;
+    Run(cd, bytes, out, in, [&](const char* at, std::size_t left) -> std::size_t {
         out.append(kReplacementUtf8);
-        in += skip;
-        inLeft -= skip;
-        iconv(cd, nullptr, nullptr, nullptr, nullptr);
-    }
+        return IsLeadByte(codePage, static_cast<std::uint8_t>(*at)) && left >= 2 ? 2 : 1;
+    });
     iconv_close(cd);
     return out;
 }
@@ -136,17 +147,14 @@ base::Result<std::string> FromUtf8(std::string_view utf8, int codePage)
     if (cd == reinterpret_cast<iconv_t>(-1))
         return failed("code page " + std::to_string(codePage) + " is not one we convert");
     std::string out;
-    char buffer[1024];
-    char* in = const_cast<char*>(utf8.data());
-    std::size_t inLeft = utf8.size();
-    while (inLeft > 0) {
-        char* outPtr = buffer;
-        std::size_t outLeft = sizeof buffer;
-        const std::size_t done = iconv(cd, &in, &inLeft, &outPtr, &outLeft);
-        out.append(buffer, static_cast<std::size_t>(outPtr - buffer));
-        if (done != static_cast<std::size_t>(-1) || errno == E2BIG)
-            continue;
-        iconv_close(cd);
+    char* in = nullptr;
+    std::size_t inLeft = 0;
+    Run(cd, utf8, out, in, [&](const char*, std::size_t left) -> std::size_t {
+        inLeft = left;
+        return 0;
+    });
+    iconv_close(cd);
+    if (inLeft > 0) {
         const std::size_t at = static_cast<std::size_t>(in - utf8.data());
         // Tell a character the page lacks from bytes that are not UTF-8 at all.
         const auto lead = static_cast<std::uint8_t>(*in);
@@ -166,7 +174,6 @@ base::Result<std::string> FromUtf8(std::string_view utf8, int codePage)
         return failed("\"" + std::string(in, length) + "\" (" + hex + ") has no place in code page " +
                       std::to_string(codePage));
     }
-    iconv_close(cd);
     return out;
 }
 
