@@ -2,6 +2,7 @@
 // does, through the shared library's class factory, places it in a window and pumps its messages.
 #include "app/Commands.h"
 
+#include "app/PlayFolder.h"
 #include "lumenar/lumenar.h"
 #include "platform/ImageFile.h"
 #include "platform/SharedLibrary.h"
@@ -29,12 +30,13 @@ namespace lumenar::app {
 namespace {
 
 constexpr const char* kPlayHelp =
-    "usage: lumenar play FILM|URL [--back-color C] [--fill-color C] [--size WxH] [--headless]\n"
+    "usage: lumenar play FILM|URL|DIR [--back-color C] [--fill-color C] [--size WxH] [--headless]\n"
     "                    [--dump DIR] [--seconds N]\n"
     "\n"
     "Plays a film stream from a file or an http, https or file address in the player control, loaded\n"
     "from liblumenar.so as any host loads it. The film starts while it is still arriving. Right-click\n"
     "the picture for Play and Stop; Page Down and Page Up step in manual films, Escape skips a caption.\n"
+    "A folder plays its photos as 'lumenar pack --photos DIR' packs them (five seconds each).\n"
     "\n"
     "  --back-color C, --fill-color C   the control's colours (0xBBGGRR or decimal)\n"
     "  --size WxH                       the control's size in pixels (default 800x600)\n"
@@ -283,6 +285,14 @@ int PlayCommand(Args args)
     }
     if (film.empty())
         return Fail("play", "no film given (try 'lumenar play --help')");
+    FolderFilmFile folderFilm; // Removed on every way out.
+    if (IsFolder(film)) {
+        auto packed = FolderFilmFile::Pack(film);
+        if (!packed.ok())
+            return Fail(film, packed.error().message);
+        folderFilm = std::move(*packed);
+        film = folderFilm.Path();
+    }
     if (!HasScheme(film)) {
         if (std::string problem = CheckLocalFilm(film); !problem.empty())
             return Fail(film, problem);
