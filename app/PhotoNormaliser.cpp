@@ -22,30 +22,29 @@ std::string Join(const std::vector<std::string>& parts, const char* separator)
     return out;
 }
 
-// One pass of the area filter along rows: `count` lines of `from` samples (4 bytes each, `step` bytes
-// apart within a line, `lineStep` apart between lines) become lines of `to` samples.
-void ShrinkLines(const float* source, float* target, int count, int from, int to, std::size_t step,
-                 std::size_t lineStep, std::size_t targetStep, std::size_t targetLineStep)
+// Which source samples cover each of `to` samples made from `from`, and by how much (the weights of
+// one sample add up to 1).
+struct Taps
 {
+    std::vector<int> first;
+    std::vector<std::vector<float>> weights;
+};
+
+Taps AreaTaps(int from, int to)
+{
+    Taps taps;
     const double scale = double(from) / to;
     for (int i = 0; i < to; ++i) {
         const double begin = i * scale, end = (i + 1) * scale;
         const int first = static_cast<int>(begin);
         const int last = std::min(from - 1, static_cast<int>(std::ceil(end)) - 1);
-        for (int line = 0; line < count; ++line) {
-            float sum[3] = {0, 0, 0};
-            for (int s = first; s <= last; ++s) {
-                const auto weight =
-                    static_cast<float>(std::min<double>(end, s + 1) - std::max<double>(begin, s));
-                const float* p = source + std::size_t(line) * lineStep + std::size_t(s) * step;
-                for (int c = 0; c < 3; ++c)
-                    sum[c] += weight * p[c];
-            }
-            float* q = target + std::size_t(line) * targetLineStep + std::size_t(i) * targetStep;
-            for (int c = 0; c < 3; ++c)
-                q[c] = sum[c] / static_cast<float>(scale);
-        }
+        taps.first.push_back(first);
+        std::vector<float>& weights = taps.weights.emplace_back();
+        for (int s = first; s <= last; ++s)
+            weights.push_back(
+                static_cast<float>((std::min<double>(end, s + 1) - std::max<double>(begin, s)) / scale));
     }
+    return taps;
 }
 
 } // namespace
@@ -103,20 +102,42 @@ BgrxPicture ShrinkPicture(const BgrxPicture& picture, int width, int height)
 {
     LUM_ASSERT(width > 0 && height > 0 && width <= picture.width && height <= picture.height,
                "a picture is only shrunk");
-    const std::size_t w = std::size_t(picture.width), h = std::size_t(picture.height);
-    std::vector<float> source(w * h * 4);
-    std::copy(picture.pixels.begin(), picture.pixels.end(), source.begin());
-    // Across first (every row), then down (every column of the narrower picture).
-    std::vector<float> across(std::size_t(width) * h * 4);
-    ShrinkLines(source.data(), across.data(), picture.height, picture.width, width, 4, w * 4, 4,
-                std::size_t(width) * 4);
-    std::vector<float> down(std::size_t(width) * std::size_t(height) * 4);
-    ShrinkLines(across.data(), down.data(), width, picture.height, height, std::size_t(width) * 4, 4,
-                std::size_t(width) * 4, 4);
-    BgrxPicture out{width, height, std::vector<std::uint8_t>(down.size())};
-    for (std::size_t i = 0; i < down.size(); ++i)
-        out.pixels[i] =
-            i % 4 == 3 ? 0 : static_cast<std::uint8_t>(std::clamp(std::lround(down[i]), 0L, 255L));
+    // Row by row, so that a large photo needs no second copy of itself: each source row is shrunk
+    // across, then added into the rows it covers.
+    const Taps across = AreaTaps(picture.width, width);
+    const Taps down = AreaTaps(picture.height, height);
+    const std::size_t stride = std::size_t(picture.width) * 4;
+    std::vector<float> row(std::size_t(width) * 3), sum(std::size_t(width) * 3);
+    BgrxPicture out{width, height, std::vector<std::uint8_t>(std::size_t(width) * std::size_t(height) * 4)};
+    for (int y = 0; y < height; ++y) {
+        std::fill(sum.begin(), sum.end(), 0.0f);
+        const std::vector<float>& rowWeights = down.weights[std::size_t(y)];
+        for (std::size_t k = 0; k < rowWeights.size(); ++k) {
+            const std::uint8_t* source =
+                picture.pixels.data() + stride * std::size_t(down.first[std::size_t(y)] + int(k));
+            for (int x = 0; x < width; ++x) {
+                const std::vector<float>& weights = across.weights[std::size_t(x)];
+                const std::uint8_t* p = source + std::size_t(across.first[std::size_t(x)]) * 4;
+                float b = 0, g = 0, r = 0;
+                for (std::size_t t = 0; t < weights.size(); ++t, p += 4) {
+                    b += weights[t] * p[0];
+                    g += weights[t] * p[1];
+                    r += weights[t] * p[2];
+                }
+                float* q = row.data() + std::size_t(x) * 3;
+                q[0] = b;
+                q[1] = g;
+                q[2] = r;
+            }
+            for (std::size_t i = 0; i < sum.size(); ++i)
+                sum[i] += rowWeights[k] * row[i];
+        }
+        std::uint8_t* target = out.pixels.data() + std::size_t(y) * std::size_t(width) * 4;
+        for (int x = 0; x < width; ++x)
+            for (int c = 0; c < 3; ++c)
+                target[x * 4 + c] = static_cast<std::uint8_t>(
+                    std::clamp(std::lround(sum[std::size_t(x) * 3 + std::size_t(c)]), 0L, 255L));
+    }
     return out;
 }
 

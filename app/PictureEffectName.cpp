@@ -20,8 +20,7 @@ base::Result<std::int32_t> ResolvePictureEffect(std::string_view text)
     if (error != std::errc{} || end != text.data() + text.size() || row < 0 ||
         row >= effects::kPictureTableRows)
         return base::Error{base::ErrorCode::InvalidInput,
-                           base::StrCat("effect \"", text, "\" is not a picture-effect row (0-",
-                                        effects::kPictureTableRows - 1,
+                           base::StrCat("not a picture-effect row (0-", effects::kPictureTableRows - 1,
                                         " or random; see 'lumenar effects')")};
     return row;
 }

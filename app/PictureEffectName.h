@@ -8,7 +8,8 @@
 namespace lumenar::app {
 
 /// The picture-effect row that `text` names: a row number (0-98) or "random" (the random row, which
-/// plays a row drawn anew for every transition). Fails with a message that says what is accepted.
+/// plays a row drawn anew for every transition). Fails with a message that says what is accepted
+/// (without `text`: the caller names it).
 base::Result<std::int32_t> ResolvePictureEffect(std::string_view text);
 
 } // namespace lumenar::app

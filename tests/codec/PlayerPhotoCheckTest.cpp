@@ -96,6 +96,18 @@ TEST(PlayerPhotoCheck, TellsWhatThePlayerCannotShow)
     }
 }
 
+TEST(PlayerPhotoCheck, NoPrefixOfAPhotoPassesAsWhole)
+{
+    const Bytes full = Encode(24, 16, platform::JpegChroma::Full);
+    ASSERT_TRUE(PlayerShowsAsIs(full));
+    for (std::size_t size = 0; size < full.size(); ++size) {
+        SCOPED_TRACE(size);
+        const Bytes prefix(full.begin(), full.begin() + static_cast<std::ptrdiff_t>(size));
+        EXPECT_FALSE(CheckPlayerPhoto(prefix).reasons.empty());
+        EXPECT_EQ(MoveScanOffChunkEdges(prefix), size < 2 ? Bytes{} : prefix);
+    }
+}
+
 // The player reads photos in 64 KiB chunks and misses a stuffed 0xFF 0x00 pair split by a chunk's end.
 TEST(PlayerPhotoCheck, MovesAStuffedPairOffTheChunkEdgeWithoutChangingPixels)
 {
