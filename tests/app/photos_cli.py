@@ -9,7 +9,7 @@ frame each one dwells on must match a reference ImageMagick draws from the same 
 over black, letterboxed into the 800x600 frame) within a PSNR bound. Photos the player shows as they
 are must be carried byte for byte and no line printed for them; every other one gets one line. A file
 that cannot be read fails pack with one line; a folder of mixed photos becomes one item per photo in
-natural name order; `lumenar play DIR` plays a folder directly.
+natural name order; masks are converted like photos; `lumenar play DIR` plays a folder directly.
 """
 import json
 import os
@@ -177,6 +177,16 @@ def main():
     lines = run([lumenar, "pack", manifest, "-o", os.path.join(work, "bad.film")], expect=2).stderr.decode().splitlines()
     if len(lines) != 1 or "line 2" not in lines[0] or "notes.heic" not in lines[0]:
         fail("a manifest photo no library reads should fail with one line naming its line, got %s" % lines)
+
+    # Masks are made fit like photos, and said so.
+    shutil.copy(os.path.join(folder, "13-alpha.png"), os.path.join(bad, "m.png"))
+    with open(manifest, "w") as f:
+        f.write("photo IMG_1.jpg\n  mask m.png\n")
+    masked = os.path.join(work, "masked.film")
+    notes = run([lumenar, "pack", manifest, "-o", masked]).stdout.decode().splitlines()
+    mask = json.loads(run([lumenar, "info", masked]).stdout)["items"][0]["mask"]["name"]
+    if len(notes) != 1 or not notes[0].startswith("mask of photo 1 (m.png): ") or not mask.endswith("_m.jpg"):
+        fail("a PNG mask should become m.jpg with one line saying so, got %s and %s" % (notes, mask))
 
     # A mixed folder: one item each, in natural order (IMG_2 before IMG_10), other files left out,
     # file names as captions.
