@@ -106,6 +106,11 @@ void Walk(std::span<const std::uint8_t> bytes, PlayerPhotoCheck& check, std::vec
             reasons.push_back("stray restart marker");
             return;
         }
+        if (scans > 0 && code != 0xDA) {
+            // The player removes stuffed bytes from every segment after the first scan.
+            reasons.push_back("segments after the scan");
+            return;
+        }
         if (pos + 4 > bytes.size()) {
             reasons.push_back("cut short (no end marker)");
             return;

@@ -68,6 +68,7 @@ TEST(PlayerPhotoCheck, TellsWhatThePlayerCannotShow)
         return b;
     }();
     const Bytes cut(full.begin(), full.end() - 40);
+    const Bytes commentAfterScan = InsertAt(full, full.size() - 2, {0xFF, 0xFE, 0x00, 0x04, 0xFF, 0x00});
     const Bytes png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n', 0, 0};
     struct Row
     {
@@ -84,6 +85,7 @@ TEST(PlayerPhotoCheck, TellsWhatThePlayerCannotShow)
         {"Adobe RGB", adobeRgb, {"RGB"}},
         {"fill byte before a marker", fill, {"fill bytes between segments"}},
         {"no end", cut, {"cut short (no end marker)"}},
+        {"comment after the scan", commentAfterScan, {"segments after the scan"}},
         {"EXIF orientation 6", InsertAt(full, 2, ExifSegment(6)), {"EXIF orientation 6"}},
         {"EXIF orientation 1", InsertAt(full, 2, ExifSegment(1)), {}},
         {"PNG", png, {"PNG"}},
