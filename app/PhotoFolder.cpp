@@ -27,8 +27,9 @@ bool IsDigit(char c)
 
 bool IsPhotoName(const std::string& name)
 {
+    // Hidden files are left out: "._IMG_1.jpg" is a copied Mac's resource fork, not a photo.
     const std::size_t dot = name.rfind('.');
-    if (dot == std::string::npos || dot == 0)
+    if (name.empty() || name[0] == '.' || dot == std::string::npos)
         return false;
     std::string extension = name.substr(dot + 1);
     std::transform(extension.begin(), extension.end(), extension.begin(), Lower);

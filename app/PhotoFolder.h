@@ -28,7 +28,8 @@ struct FolderFilmOptions
 bool NaturalLess(std::string_view a, std::string_view b);
 
 /// The names of the photo files (.jpg, .jpeg, .png, .webp, any case) directly in `folder`, in natural
-/// order. Other files and folders are left out. Fails when the folder cannot be read or holds no photo.
+/// order. Other files, hidden ones (names that start with a dot) and folders are left out. Fails when the
+/// folder cannot be read or holds no photo.
 base::Result<std::vector<std::string>> ListPhotoFiles(const std::string& folder);
 
 /// The manifest that makes the photos `names` (in that order) a film, automatic and played once.

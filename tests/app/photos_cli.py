@@ -196,7 +196,7 @@ def main():
     if len(notes) != 1 or not notes[0].startswith("mask of photo 1 (m.png): ") or not mask.endswith("_m.jpg"):
         fail("a PNG mask should become m.jpg with one line saying so, got %s and %s" % (notes, mask))
 
-    # A mixed folder: one item each, in natural order (IMG_2 before IMG_10), other files left out,
+    # A mixed folder: one item each, in natural order (IMG_2 before IMG_10), other and hidden files left out,
     # file names as captions.
     mixed = os.path.join(work, "mixed")
     os.makedirs(mixed)
@@ -207,6 +207,8 @@ def main():
         shutil.copy(os.path.join(folder, source), os.path.join(mixed, name))
     with open(os.path.join(mixed, "readme.txt"), "w") as f:
         f.write("not a photo\n")
+    with open(os.path.join(mixed, "._IMG_2.png"), "wb") as f:
+        f.write(b"\x00\x05\x16\x07 a copied Mac's resource fork")
     mixed_film = os.path.join(work, "mixed.film")
     run([lumenar, "pack", "--photos", mixed, "-o", mixed_film, "--captions", "names", "--effect", "random"])
     items = json.loads(run([lumenar, "info", mixed_film]).stdout)["items"]
