@@ -127,6 +127,7 @@ std::optional<JpegFrame> JpegSize(std::span<const std::uint8_t> bytes)
 struct Builder
 {
     const ManifestFileReader& readFile;
+    const ManifestPictureFilter& filter;
     ManifestFilm out;
     std::optional<film::FilmItem> item;
     film::ItemMedia media;
@@ -156,6 +157,24 @@ struct Builder
         if (!row.ok())
             return LineError(line, StrCat("effect \"", text, "\": ", row.error().message));
         return *row;
+    }
+
+    // Loads a photo or mask and passes it through the filter; returns its bytes and sets its film name.
+    base::Result<std::vector<std::uint8_t>> LoadPicture(const std::string& name, PictureRole role, int line,
+                                                        std::string& filmName)
+    {
+        FilmPicture picture{LUM_TRY(Load(name, line)), BaseName(name)};
+        if (picture.bytes.empty())
+            return LineError(line,
+                             StrCat(role == PictureRole::Photo ? "photo " : "mask ", name, " is empty"));
+        if (filter) {
+            auto filtered = filter(std::move(picture), role, static_cast<int>(out.media.size()) + 1);
+            if (!filtered.ok())
+                return LineError(line, StrCat(name, ": ", filtered.error().message));
+            picture = std::move(*filtered);
+        }
+        filmName = film::SizedName(picture.bytes.size(), picture.name);
+        return std::move(picture.bytes);
     }
 
     void FinishItem()
@@ -256,10 +275,7 @@ struct Builder
             item = film::FilmItem{};
             item->kind = film::kFilmItemPhoto;
             item->displaySeconds = 5;
-            media.photo = LUM_TRY(Load(words[1], line));
-            if (media.photo.empty())
-                return LineError(line, StrCat("photo ", words[1], " is empty"));
-            item->photo.cstrName = film::SizedName(media.photo.size(), BaseName(words[1]));
+            media.photo = LUM_TRY(LoadPicture(words[1], PictureRole::Photo, line, item->photo.cstrName));
             if (const auto size = JpegSize(media.photo)) {
                 item->width = size->width;
                 item->height = size->height;
@@ -312,6 +328,10 @@ struct Builder
             LUM_TRY(expect(1));
             std::vector<std::uint8_t>& bytes = key == "mask" ? media.mask : media.sound;
             film::FilmFile& file = key == "mask" ? item->mask : item->sound;
+            if (key == "mask") {
+                bytes = LUM_TRY(LoadPicture(words[1], PictureRole::Mask, line, file.cstrName));
+                return {};
+            }
             bytes = LUM_TRY(Load(words[1], line));
             if (bytes.empty())
                 return LineError(line, StrCat(key, " ", words[1], " is empty"));
@@ -361,9 +381,10 @@ std::optional<std::uint32_t> ParseHashColour(std::string_view text)
     return ((rgb & 0xFF) << 16) | (rgb & 0xFF00) | (rgb >> 16);
 }
 
-base::Result<ManifestFilm> ReadFilmManifest(std::string_view text, const ManifestFileReader& readFile)
+base::Result<ManifestFilm> ReadFilmManifest(std::string_view text, const ManifestFileReader& readFile,
+                                            const ManifestPictureFilter& filter)
 {
-    Builder builder{readFile, {}, std::nullopt, {}};
+    Builder builder{readFile, filter, {}, std::nullopt, {}};
     int number = 0;
     while (!text.empty()) {
         ++number;

@@ -35,6 +35,26 @@ inline constexpr std::int32_t kDefaultEffectMs = 1000;
 /// Loads the bytes of a file that a manifest names (as written in the manifest).
 using ManifestFileReader = std::function<base::Result<std::vector<std::uint8_t>>(const std::string& name)>;
 
+/// A photo or mask file as the film carries it: its bytes and the name it goes under.
+struct FilmPicture
+{
+    std::vector<std::uint8_t> bytes;
+    std::string name;
+};
+
+/// Whether a picture is an item's photo or its mask.
+enum class PictureRole
+{
+    Photo,
+    Mask,
+};
+
+/// Turns a photo or mask, as read, into what the film carries (for instance a PNG into a JPEG named
+/// ".jpg"), given its role and its item's number (1 for the first). Fails with a message for a file
+/// that cannot be used.
+using ManifestPictureFilter =
+    std::function<base::Result<FilmPicture>(FilmPicture picture, PictureRole role, int item)>;
+
 /// Reads a film manifest: one setting per line, '#' starts a comment, values with spaces in double
 /// quotes (\" and \\ inside them). Film settings come first, then each `photo` line starts an item:
 ///
@@ -51,7 +71,9 @@ using ManifestFileReader = std::function<base::Result<std::vector<std::uint8_t>>
 /// Files are loaded through `readFile`; the names written into the film are their base names prefixed
 /// with their byte counts, as the stream loader needs. A ".cda" music name is kept as it is and carries
 /// no bytes. An item's `size` defaults to the photo's own size when the photo is a JPEG picture.
-/// Fails with the line number and what was wrong there.
-base::Result<ManifestFilm> ReadFilmManifest(std::string_view text, const ManifestFileReader& readFile);
+/// Every photo and mask goes through `filter` when one is given. Fails with the line number and what
+/// was wrong there.
+base::Result<ManifestFilm> ReadFilmManifest(std::string_view text, const ManifestFileReader& readFile,
+                                            const ManifestPictureFilter& filter = {});
 
 } // namespace lumenar::app

@@ -2,6 +2,8 @@
 
 #include "app/FilmManifest.h"
 #include "app/InputFiles.h"
+#include "app/PackPhotosOptions.h"
+#include "app/PhotoFolder.h"
 #include "base/StrCat.h"
 #include "film/FilmStreamWriter.h"
 
@@ -15,6 +17,8 @@ namespace {
 
 constexpr const char* kPackHelp =
     "usage: lumenar pack MANIFEST -o OUT.film\n"
+    "       lumenar pack --photos DIR -o OUT.film [--seconds N] [--effect N|NAME] [--effect-ms N]\n"
+    "                    [--captions names]\n"
     "\n"
     "Packs the photos, masks, narration and music that MANIFEST names into one film stream, as the\n"
     "player downloads it. MANIFEST is text, one setting per line ('#' starts a comment, values with\n"
@@ -26,7 +30,7 @@ constexpr const char* kPackHelp =
     "  codepage N              the code page captions are written in (default 1252; 1250-1258, 932,\n"
     "                          936, 949, 950): the manifest is UTF-8, and a character the page cannot\n"
     "                          hold is an error\n"
-    "  photo FILE              starts an item (a baseline JPEG picture)\n"
+    "  photo FILE              starts an item (a JPEG, PNG or WebP photo)\n"
     "    mask FILE             its mask picture\n"
     "    sound FILE            narration: .ca (compressed) or .wav\n"
     "    effect N|NAME         picture transition by row number or name (see 'lumenar effects'),\n"
@@ -41,6 +45,21 @@ constexpr const char* kPackHelp =
     "\n"
     "The files keep their names in the film, prefixed with their byte counts (\"5120_song.wav\").\n"
     "\n"
+    "Photos and masks are made fit for the player: a baseline JPEG that the player shows as it is is\n"
+    "carried byte for byte; any other (progressive, greyscale, CMYK, halved chroma at a width the\n"
+    "player shears, turned by its EXIF orientation, larger than 4096 pixels a side, PNG, WebP) is\n"
+    "decoded, turned upright, scaled down to 4096 pixels on its long side if larger, and encoded anew\n"
+    "as a baseline 4:4:4 JPEG (a PNG's or WebP's transparency over black, its name ending in .jpg).\n"
+    "One line on stdout names each photo changed and why.\n"
+    "\n"
+    "--photos DIR packs every photo of a folder (.jpg, .jpeg, .png, .webp) in natural name order\n"
+    "(IMG_2 before IMG_10) as an automatic film:\n"
+    "  --seconds N             time on screen of each photo (default 5)\n"
+    "  --effect N|NAME         the transition into each photo, a row of 'lumenar effects' by number\n"
+    "                          or name, 'random' among them (default 41, a cross-fade)\n"
+    "  --effect-ms N           the length of each transition (default 1000)\n"
+    "  --captions names        show each photo's file name, without its extension, as its caption\n"
+    "\n"
     "Exit status: 0 when the film stream was written, 2 when the manifest or a file it names cannot be\n"
     "read or used, or the output cannot be written.\n";
 
@@ -50,13 +69,17 @@ int PackCommand(Args args)
 {
     std::string manifest;
     std::string output;
+    PackPhotosOptions photos;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
         if (arg == "--help" || arg == "-h") {
             std::fputs(kPackHelp, stdout);
             return 0;
         }
-        if (arg == "-o") {
+        if (auto taken = TakePackPhotosOption(args, i, photos); taken != OptionTaken::No) {
+            if (taken == OptionTaken::Bad)
+                return Fail(photos.badInput, photos.badMessage);
+        } else if (arg == "-o") {
             if (i + 1 >= args.size())
                 return Fail("pack", "-o needs a file name");
             output = args[++i];
@@ -68,6 +91,20 @@ int PackCommand(Args args)
             return Fail(arg, "pack reads one manifest");
         }
     }
+    if (!photos.folder.empty()) {
+        if (!manifest.empty())
+            return Fail(manifest, "pack takes a manifest or --photos DIR, not both");
+        if (output.empty())
+            return Fail("pack", "needs -o OUT.film (try 'lumenar pack --help')");
+        auto stream = PackPhotoFolder(photos.folder, photos.film, stdout);
+        if (!stream.ok())
+            return Fail(photos.folder, stream.error().message);
+        if (auto written = WriteOutputFile(output, *stream); !written.ok())
+            return Fail(output, written.error().message);
+        return 0;
+    }
+    if (photos.given)
+        return Fail("pack", "--seconds, --effect, --effect-ms and --captions go with --photos DIR");
     if (manifest.empty() || output.empty())
         return Fail("pack", "needs MANIFEST and -o OUT.film (try 'lumenar pack --help')");
 
@@ -82,7 +119,8 @@ int PackCommand(Args args)
             if (!bytes.ok())
                 return base::Error{bytes.error().code, base::StrCat(name, ": ", bytes.error().message)};
             return bytes;
-        });
+        },
+        NormalisingFilter(stdout));
     if (!film.ok())
         return Fail(manifest, film.error().message);
     for (const std::string& warning : film->warnings)

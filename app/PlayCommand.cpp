@@ -2,6 +2,7 @@
 // does, through the shared library's class factory, places it in a window and pumps its messages.
 #include "app/Commands.h"
 
+#include "app/PlayFolder.h"
 #include "app/ViewerKeys.h"
 
 #include "lumenar/lumenar.h"
@@ -32,12 +33,13 @@ namespace lumenar::app {
 namespace {
 
 constexpr const char* kPlayHelp =
-    "usage: lumenar play FILM|URL [--back-color C] [--fill-color C] [--size WxH] [--fullscreen]\n"
-    "                    [--loop] [--headless] [--dump DIR] [--seconds N] [--press KEY@MS,...]\n"
+    "usage: lumenar play FILM|URL|DIR [--back-color C] [--fill-color C] [--size WxH] [--fullscreen]\n"
+    "                        [--loop] [--headless] [--dump DIR] [--seconds N] [--press KEY@MS,...]\n"
     "\n"
     "Plays a film stream from a file or an http, https or file address in the player control, loaded\n"
     "from liblumenar.so as any host loads it. The film starts while it is still arriving, and the\n"
     "picture fills the window at the window's own resolution. Right-click the picture for Play and Stop.\n"
+    "A folder plays its photos as 'lumenar pack --photos DIR' packs them (five seconds each).\n"
     "\n"
     "  --back-color C, --fill-color C   the control's colours (0xBBGGRR or decimal)\n"
     "  --size WxH                       the window's size in pixels (default 800x600)\n"
@@ -356,6 +358,14 @@ int PlayCommand(Args args)
     }
     if (film.empty())
         return Fail("play", "no film given (try 'lumenar play --help')");
+    FolderFilmFile folderFilm; // Removed on every way out.
+    if (IsFolder(film)) {
+        auto packed = FolderFilmFile::Pack(film);
+        if (!packed.ok())
+            return Fail(film, packed.error().message);
+        folderFilm = std::move(*packed);
+        film = folderFilm.Path();
+    }
     if (!HasScheme(film)) {
         if (std::string problem = CheckLocalFilm(film); !problem.empty())
             return Fail(film, problem);

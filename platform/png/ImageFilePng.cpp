@@ -185,6 +185,35 @@ base::Result<BgrxPicture> ReadImageFile(const std::string& path)
     return Error{ErrorCode::Unsupported, StrCat(path, ": not a PNG or BMP picture")};
 }
 
+namespace detail {
+
+base::Result<DecodedImage> DecodePng(std::span<const std::uint8_t> bytes)
+{
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_memory(&image, bytes.data(), bytes.size()))
+        return Error{ErrorCode::BadData, StrCat("not a readable PNG (", image.message, ")")};
+    if (static_cast<std::int64_t>(image.width) * image.height > kMaxImageFilePixels) {
+        png_image_free(&image);
+        return Error{ErrorCode::TooLarge,
+                     StrCat("PNG picture of ", image.width, "x", image.height, " is too large")};
+    }
+    image.format = PNG_FORMAT_BGRA;
+    DecodedImage decoded;
+    BgrxPicture& picture = decoded.picture;
+    picture.width = static_cast<int>(image.width);
+    picture.height = static_cast<int>(image.height);
+    picture.pixels.resize(PNG_IMAGE_SIZE(image));
+    // A negative row stride stores the rows bottom-up.
+    const png_int_32 stride = -static_cast<png_int_32>(PNG_IMAGE_ROW_STRIDE(image));
+    if (!png_image_finish_read(&image, nullptr, picture.pixels.data(), stride, nullptr))
+        return Error{ErrorCode::BadData, StrCat("damaged PNG (", image.message, ")")};
+    decoded.hadAlpha = ComposeOverBlack(picture);
+    return decoded;
+}
+
+} // namespace detail
+
 base::Status WriteImageFile(const std::string& path, const BgrxPicture& picture)
 {
     if (picture.width <= 0 || picture.height <= 0 ||
