@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cmath>
 #include <mutex>
+#include <optional>
+#include <vector>
 
 namespace lumenar::platform {
 
@@ -77,21 +79,93 @@ std::optional<FoundFace> FindFace(const FontRequest& request)
     return found;
 }
 
+// The file of a scalable face that has `character`, when fontconfig knows one.
+std::optional<FoundFace> FindFaceWith(char32_t character)
+{
+    if (!FcInit())
+        return std::nullopt;
+    FcPattern* pattern = FcPatternCreate();
+    FcCharSet* wanted = FcCharSetCreate();
+    FcCharSetAddChar(wanted, static_cast<FcChar32>(character));
+    FcPatternAddCharSet(pattern, FC_CHARSET, wanted);
+    FcPatternAddBool(pattern, FC_SCALABLE, FcTrue);
+    FcConfigSubstitute(nullptr, pattern, FcMatchPattern);
+    FcDefaultSubstitute(pattern);
+    FcResult result = FcResultNoMatch;
+    FcPattern* match = FcFontMatch(nullptr, pattern, &result);
+    FcPatternDestroy(pattern);
+    std::optional<FoundFace> found;
+    FcCharSet* has = nullptr;
+    FcChar8* file = nullptr;
+    if (match != nullptr && FcPatternGetCharSet(match, FC_CHARSET, 0, &has) == FcResultMatch &&
+        FcCharSetHasChar(has, static_cast<FcChar32>(character)) &&
+        FcPatternGetString(match, FC_FILE, 0, &file) == FcResultMatch && file != nullptr) {
+        found = FoundFace{reinterpret_cast<const char*>(file), 0, {}};
+        FcPatternGetInteger(match, FC_INDEX, 0, &found->index);
+    }
+    if (match != nullptr)
+        FcPatternDestroy(match);
+    FcCharSetDestroy(wanted);
+    return found;
+}
+
 } // namespace
 
 struct Font::Impl
 {
     FT_Face face = nullptr;
+    // Faces that draw the characters the chosen one lacks (a Japanese caption in the stand-in for
+    // Arial, say), at the same size, as the system's font linking would. A few at most per font.
+    std::vector<FT_Face> fallbacks;
+    std::vector<char32_t> unfound; // Characters no face has: asked for once.
+    FT_F26Dot6 sizeX = 0, sizeY = 0;
+    FT_GlyphSlot slot = nullptr; // Of the last Load.
+
     ~Impl()
     {
         std::lock_guard<std::mutex> hold(libraryLock);
+        for (FT_Face fallback : fallbacks)
+            FT_Done_Face(fallback);
         if (face != nullptr)
             FT_Done_Face(face);
     }
+
+    FT_Face FaceFor(char32_t character)
+    {
+        if (character < 0x80 || FT_Get_Char_Index(face, character) != 0)
+            return face;
+        for (FT_Face fallback : fallbacks)
+            if (FT_Get_Char_Index(fallback, character) != 0)
+                return fallback;
+        constexpr std::size_t kMaxFallbacks = 4;
+        if (fallbacks.size() >= kMaxFallbacks ||
+            std::find(unfound.begin(), unfound.end(), character) != unfound.end())
+            return face;
+        std::lock_guard<std::mutex> hold(libraryLock);
+        const std::optional<FoundFace> found = FindFaceWith(character);
+        FT_Face opened = nullptr;
+        if (!found || FT_New_Face(Library(), found->file.c_str(), found->index, &opened) != 0) {
+            unfound.push_back(character);
+            return face;
+        }
+        if (FT_Set_Char_Size(opened, sizeX, sizeY, 72, 72) != 0 ||
+            FT_Get_Char_Index(opened, character) == 0) {
+            FT_Done_Face(opened);
+            unfound.push_back(character);
+            return face;
+        }
+        fallbacks.push_back(opened);
+        return opened;
+    }
+
     // Monochrome hinting: the glyphs are drawn without smoothing.
     bool Load(char32_t character, FT_Int32 flags)
     {
-        return FT_Load_Char(face, character, flags | FT_LOAD_TARGET_MONO) == 0;
+        FT_Face used = FaceFor(character);
+        if (FT_Load_Char(used, character, flags | FT_LOAD_TARGET_MONO) != 0)
+            return false;
+        slot = used->glyph;
+        return true;
     }
 };
 
@@ -129,8 +203,9 @@ base::Result<std::unique_ptr<Font>> Font::Create(const FontRequest& request)
         os2 != nullptr && os2->xAvgCharWidth > 0 ? os2->xAvgCharWidth : unitsPerEm / 2;
     const double emX =
         request.width > 0 ? std::clamp(request.width * unitsPerEm / averageUnits, 1.0, 4096.0) : em;
-    if (FT_Set_Char_Size(face, static_cast<FT_F26Dot6>(std::lround(emX * 64)),
-                         static_cast<FT_F26Dot6>(std::lround(em * 64)), 72, 72) != 0)
+    impl->sizeX = static_cast<FT_F26Dot6>(std::lround(emX * 64));
+    impl->sizeY = static_cast<FT_F26Dot6>(std::lround(em * 64));
+    if (FT_Set_Char_Size(face, impl->sizeX, impl->sizeY, 72, 72) != 0)
         return Error{ErrorCode::BadData,
                      StrCat("font ", found->family, " cannot be scaled to ", em, " pixels")};
 
@@ -159,14 +234,14 @@ int Font::Advance(char32_t character)
 {
     if (!impl_->Load(character, FT_LOAD_DEFAULT))
         return 0;
-    return Round26(impl_->face->glyph->advance.x);
+    return Round26(impl_->slot->advance.x);
 }
 
 std::optional<AbcWidths> Font::Abc(char32_t character)
 {
     if (!impl_->Load(character, FT_LOAD_DEFAULT))
         return std::nullopt;
-    const FT_Glyph_Metrics& g = impl_->face->glyph->metrics;
+    const FT_Glyph_Metrics& g = impl_->slot->metrics;
     AbcWidths abc;
     abc.a = Round26(g.horiBearingX);
     abc.b = Round26(g.width);
@@ -178,7 +253,7 @@ void Font::Draw(GraySheet sheet, int x, int baseline, char32_t character)
 {
     if (sheet.bits == nullptr || !impl_->Load(character, FT_LOAD_RENDER))
         return;
-    const FT_GlyphSlot slot = impl_->face->glyph;
+    const FT_GlyphSlot slot = impl_->slot;
     const FT_Bitmap& bitmap = slot->bitmap;
     const int left = x + slot->bitmap_left;
     const int top = baseline - slot->bitmap_top;

@@ -133,6 +133,21 @@ TEST(Font, ClassicMetricsAndMonochromeInk)
         ink += sample == 0;
     }
     EXPECT_GT(ink, 100);
+
+    // Characters the stand-in for Arial lacks come from a face that has them, at the same size: each
+    // is its own drawing, not one missing-glyph box for all, and takes about a square em.
+    auto drawn = [&](char32_t character) {
+        std::vector<std::uint8_t> cell(64 * 64, 255);
+        (*font)->Draw({cell.data(), 64, 64, 64, true}, 4, 50, character);
+        return cell;
+    };
+    const char32_t cjk[] = {U'\u65E5', U'\u30C6', U'\uD55C', U'\u96FB'}; // 日 テ 한 電
+    for (std::size_t i = 0; i < std::size(cjk); ++i) {
+        SCOPED_TRACE(static_cast<unsigned>(cjk[i]));
+        EXPECT_NEAR((*font)->Advance(cjk[i]), 48, 6);
+        for (std::size_t j = 0; j < i; ++j)
+            EXPECT_NE(drawn(cjk[i]), drawn(cjk[j]));
+    }
 }
 
 } // namespace
