@@ -4,6 +4,7 @@
 #include "app/PhotoNormaliser.h"
 #include "base/StrCat.h"
 #include "film/FilmStreamWriter.h"
+#include "platform/CodePage.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -114,9 +115,31 @@ base::Result<std::vector<std::string>> ListPhotoFiles(const std::string& folder)
     return names;
 }
 
+namespace {
+
+// The first code page that holds every caption, so that file names in any script become captions;
+// the film's default page when none does (packing then names the caption that does not fit).
+int CaptionCodePage(const std::vector<std::string>& captions)
+{
+    for (int page : {1252, 1250, 1251, 1253, 1254, 1255, 1256, 1257, 1258, 932, 936, 949, 950})
+        if (std::all_of(captions.begin(), captions.end(),
+                        [page](const std::string& text) { return platform::FromUtf8(text, page).ok(); }))
+            return page;
+    return platform::kDefaultCodePage;
+}
+
+} // namespace
+
 std::string FolderManifest(const std::vector<std::string>& names, const FolderFilmOptions& options)
 {
     std::string text = "advance automatic\nloop 0\n";
+    if (options.captionNames) {
+        std::vector<std::string> captions;
+        for (const std::string& name : names)
+            captions.push_back(WithoutExtension(name));
+        if (const int page = CaptionCodePage(captions); page != platform::kDefaultCodePage)
+            text += StrCat("codepage ", page, "\n");
+    }
     for (const std::string& name : names) {
         text += StrCat("photo ", Quoted(name), "\n  seconds ", options.seconds, "\n  effect ", options.effect,
                        "\n  effect-ms ", options.effectMs, "\n");

@@ -1,6 +1,7 @@
 #include "app/PhotoFolder.h"
 
 #include "app/PhotoNormaliser.h"
+#include "platform/CodePage.h"
 
 #include <gtest/gtest.h>
 
@@ -64,6 +65,15 @@ TEST(PhotoFolder, ManifestQuotesNamesAndCaptionsWithoutExtension)
         ASSERT_EQ(item.texts.size(), 1u);
         EXPECT_EQ(item.texts[0].text, captions[i]);
     }
+    // Names in another script take the first code page that holds them all.
+    auto japanese = ReadFilmManifest(FolderManifest({"東京.jpg", "テスト 2.jpg"}, options),
+                                     [](const std::string&) -> base::Result<Bytes> {
+                                         return Bytes{0xFF, 0xD8};
+                                     });
+    ASSERT_TRUE(japanese.ok()) << japanese.error().message;
+    const film::FilmText caption = japanese->film.GetItem(1).texts.at(0);
+    EXPECT_EQ(caption.style.font.charSet, 128); // Shift-JIS.
+    EXPECT_EQ(platform::ToUtf8(caption.text, 932), "東京");
 }
 
 TEST(PhotoNormaliser, ShrinksByAveragingTheAreaCovered)
