@@ -511,6 +511,9 @@ private:
 
 int Render(const RenderOptions& options)
 {
+    // From before the output exists: Ctrl-C at any moment removes what was written.
+    std::signal(SIGINT, OnRenderInterrupt);
+    std::signal(SIGTERM, OnRenderInterrupt);
     auto plan = PlanOutput(options.out);
     if (!plan)
         return Fail(options.out, plan.error().message);
@@ -574,8 +577,6 @@ int Render(const RenderOptions& options)
         return Fail(options.film, "the player could not start");
     }
 
-    std::signal(SIGINT, OnRenderInterrupt);
-    std::signal(SIGTERM, OnRenderInterrupt);
     Progress progress(platform::StandardErrorIsTerminal());
     std::uint64_t totalMs = 0;
     std::int32_t itemsCounted = -1;
