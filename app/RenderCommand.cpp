@@ -5,6 +5,7 @@
 #include "app/FrameTimeline.h"
 #include "base/StrCat.h"
 #include "control/SequenceCtl.h"
+#include "effects/EffectRegistry.h"
 #include "platform/AnimationFile.h"
 #include "platform/AudioOut.h"
 #include "platform/Clock.h"
@@ -43,7 +44,7 @@ using namespace std::chrono_literals;
 
 constexpr const char* kRenderHelp =
     "usage: lumenar render FILM|URL -o OUT [--fps N] [--size WxH] [--from S] [--to S] [--quality Q]\n"
-    "                      [--no-media]\n"
+    "                      [--seed S] [--no-media]\n"
     "\n"
     "Plays a film in the player on a clock of its own, as fast as the machine allows, and writes what\n"
     "the player shows, with the narration it plays, by the name of OUT:\n"
@@ -65,6 +66,8 @@ constexpr const char* kRenderHelp =
     "  --from S        start at S seconds into the film (default 0)\n"
     "  --to S          end at S seconds into the film (default: where the film ends)\n"
     "  --quality Q     1 (smallest file) to 100 (best picture) for a video (default 75)\n"
+    "  --seed S        the seed of the effects' random choices (default 1): the same film and options\n"
+    "                  give the same frames on every run\n"
     "  --no-media      leave out music and clips; the player does not play those yet, so this\n"
     "                  changes nothing for now\n"
     "\n"
@@ -462,6 +465,7 @@ struct RenderOptions
     std::uint64_t fromMs = 0;
     std::uint64_t toMs = 0;
     int quality = 75;
+    std::uint32_t seed = 1;
 };
 
 /// The time an item holds the screen when the player paces it: transition, caption pass and dwell.
@@ -556,6 +560,8 @@ int Render(const RenderOptions& options)
         pipeline.Picture(clock.NowMs(), topDown);
     });
 
+    // Effects that draw random choices draw the same ones on every run.
+    effects::EffectRegistry::FixSeed(options.seed);
     control::SequenceCtl control;
     control.SetFile(options.film);
     bool failed = false;
@@ -736,6 +742,10 @@ int RenderCommand(Args args)
             if (!hasValue || !ParseInt(args[++i], 1, 100, value))
                 return Fail(hasValue ? args[i] : arg, "not a quality (1 to 100)");
             options.quality = static_cast<int>(value);
+        } else if (arg == "--seed") {
+            if (!hasValue || !ParseInt(args[++i], 0, UINT32_MAX, value))
+                return Fail(hasValue ? args[i] : arg, "not a seed (0 to 4294967295)");
+            options.seed = static_cast<std::uint32_t>(value);
         } else if (arg == "--no-media") {
             // Music and clips are not played by the player yet: there is nothing to leave out.
         } else if (!arg.empty() && arg[0] == '-') {
