@@ -68,6 +68,8 @@ constexpr const char* kRenderHelp =
     "  --quality Q     1 (smallest file) to 100 (best picture) for a video (default 75)\n"
     "  --seed S        the seed of the effects' random choices (default 1): the same film and options\n"
     "                  give the same frames on every run\n"
+    "  --times         print where the time went: the player's (composing, effects, photos), the\n"
+    "                  colour conversion's and the encoders' busy seconds, which overlap\n"
     "  --no-media      leave out music and clips; the player does not play those yet, so this\n"
     "                  changes nothing for now\n"
     "\n"
@@ -108,6 +110,25 @@ public:
     virtual base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown) = 0;
     virtual base::Status Sound(std::span<const std::uint8_t>, const platform::WaveFormat&) { return {}; }
     virtual base::Status Finish(std::uint64_t endMs) = 0;
+    /// Seconds spent converting and encoding so far. Writer thread.
+    virtual platform::VideoTimings Timings() const = 0;
+};
+
+/// Adds the wall time of its scope to a total.
+class Stopwatch
+{
+public:
+    explicit Stopwatch(double& total) : total_(total), start_(std::chrono::steady_clock::now()) {}
+    ~Stopwatch()
+    {
+        total_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    }
+    Stopwatch(const Stopwatch&) = delete;
+    Stopwatch& operator=(const Stopwatch&) = delete;
+
+private:
+    double& total_;
+    std::chrono::steady_clock::time_point start_;
 };
 
 platform::BgrxPicture BottomUp(const std::vector<std::uint8_t>& topDown, int width, int height)
@@ -141,12 +162,19 @@ public:
             if (error)
                 return base::Error{base::ErrorCode::Io, base::StrCat(path, ": ", error.message())};
         } else {
-            LUM_TRY(platform::WriteImageFile(path, BottomUp(topDown, width_, height_)));
+            platform::BgrxPicture picture;
+            {
+                Stopwatch converting(timings_.convert);
+                picture = BottomUp(topDown, width_, height_);
+            }
+            Stopwatch encoding(timings_.encode);
+            LUM_TRY(platform::WriteImageFile(path, picture));
         }
         last_ = path;
         return {};
     }
     base::Status Finish(std::uint64_t) override { return {}; }
+    platform::VideoTimings Timings() const override { return timings_; }
 
 private:
     std::string folder_;
@@ -154,6 +182,7 @@ private:
     int height_;
     long number_ = 0;
     std::string last_;
+    platform::VideoTimings timings_;
 };
 
 class GifOutput final : public FrameOutput
@@ -169,6 +198,7 @@ public:
         if (shot.repeat && held_)
             return {};
         LUM_TRY(WriteHeld(shot.ms));
+        Stopwatch converting(timings_.convert);
         held_ = BottomUp(topDown, width_, height_);
         heldMs_ = shot.ms;
         return {};
@@ -176,8 +206,10 @@ public:
     base::Status Finish(std::uint64_t endMs) override
     {
         LUM_TRY(WriteHeld(endMs));
+        Stopwatch encoding(timings_.encode);
         return writer_->Finish();
     }
+    platform::VideoTimings Timings() const override { return timings_; }
 
 private:
     // GIF times are in hundredths: each frame ends on the hundredth nearest its end, so that the
@@ -186,6 +218,7 @@ private:
     {
         if (!held_)
             return {};
+        Stopwatch encoding(timings_.encode);
         const std::uint64_t start = (heldMs_ + 5) / 10 * 10;
         const std::uint64_t end = (untilMs + 5) / 10 * 10;
         if (end > start)
@@ -199,6 +232,7 @@ private:
     int height_;
     std::optional<platform::BgrxPicture> held_;
     std::uint64_t heldMs_ = 0;
+    platform::VideoTimings timings_;
 };
 
 class VideoOutput final : public FrameOutput
@@ -216,6 +250,7 @@ public:
         return writer_->AddSound(pcm, format);
     }
     base::Status Finish(std::uint64_t endMs) override { return writer_->Finish(endMs); }
+    platform::VideoTimings Timings() const override { return writer_->Timings(); }
 
 private:
     std::unique_ptr<platform::VideoWriter> writer_;
@@ -263,6 +298,8 @@ public:
         Stop();
         return status_;
     }
+    /// Where the writer's time went; after Finish.
+    platform::VideoTimings Timings() const { return output_->Timings(); }
     /// The first failure so far, if any (the writer stops writing after it). Any thread.
     std::optional<std::string> Failure()
     {
@@ -466,6 +503,7 @@ struct RenderOptions
     std::uint64_t toMs = 0;
     int quality = 75;
     std::uint32_t seed = 1;
+    bool times = false;
 };
 
 /// The time an item holds the screen when the player paces it: transition, caption pass and dwell.
@@ -593,6 +631,10 @@ int Render(const RenderOptions& options)
     std::int32_t stepsSeen = 0;
     std::uint64_t soundFrom = 0; // Where the sound not yet taken starts.
     int parked = 0;
+    const auto started = std::chrono::steady_clock::now();
+    double playerSeconds = 0; // Wall time while the player worked and the clock stood.
+    bool busy = false;
+    auto busySince = started;
     std::string failure;
     for (;;) {
         host->Pump(0);
@@ -615,6 +657,14 @@ int Render(const RenderOptions& options)
         const std::uint64_t now = clock.NowMs();
         const auto wait = clock.EarliestWait();
         const bool still = player == nullptr || player->Idle() || (wait && *wait > now);
+        if (!still && !busy) {
+            busy = true;
+            busySince = std::chrono::steady_clock::now();
+        } else if (still && busy) {
+            busy = false;
+            playerSeconds +=
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - busySince).count();
+        }
         if (!still || ++parked < 3) {
             if (!still) {
                 parked = 0;
@@ -700,6 +750,14 @@ int Render(const RenderOptions& options)
         std::fprintf(stderr, "lumenar: %s: %s\n", options.film.c_str(), failure.c_str());
         return 1;
     }
+    if (options.times) {
+        const double total =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        const platform::VideoTimings spent = pipeline.Timings();
+        std::fprintf(stderr, "times film=%.3f total=%.3f speed=%.2f player=%.3f convert=%.3f encode=%.3f\n",
+                     endMs / 1000.0, total, total > 0 ? endMs / 1000.0 / total : 0.0, playerSeconds,
+                     spent.convert, spent.encode);
+    }
     if (written.ok())
         written = Publish(*plan);
     if (!written.ok()) {
@@ -746,6 +804,8 @@ int RenderCommand(Args args)
             if (!hasValue || !ParseInt(args[++i], 0, UINT32_MAX, value))
                 return Fail(hasValue ? args[i] : arg, "not a seed (0 to 4294967295)");
             options.seed = static_cast<std::uint32_t>(value);
+        } else if (arg == "--times") {
+            options.times = true;
         } else if (arg == "--no-media") {
             // Music and clips are not played by the player yet: there is nothing to leave out.
         } else if (!arg.empty() && arg[0] == '-') {

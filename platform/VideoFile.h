@@ -32,6 +32,13 @@ struct VideoSettings
     bool withSound = true; ///< A sound track (silence where no sound was given).
 };
 
+/// Where a writer's time went so far, in seconds of the calling thread's wall time.
+struct VideoTimings
+{
+    double convert = 0; ///< Colour conversion of the pictures, resampling of the sound.
+    double encode = 0;  ///< Encoding and muxing.
+};
+
 /// A video being written frame by frame: pictures converted once to the encoder's colours, sound
 /// resampled to the encoder's rate, both muxed in time order. One thread at a time.
 class VideoWriter
@@ -52,6 +59,7 @@ public:
     /// silence to it), flushes the encoders and completes the file. A writer destroyed before Finish
     /// leaves an incomplete file, which its caller removes.
     virtual base::Status Finish(std::uint64_t endMs) = 0;
+    virtual VideoTimings Timings() const = 0;
 };
 
 /// Opens `path` for a video of `kind` (the extension of `path` does not matter, so a temporary name

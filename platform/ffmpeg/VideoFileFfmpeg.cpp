@@ -16,6 +16,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -68,6 +69,23 @@ base::Error AvError(const std::string& path, const char* what, int code)
 }
 
 constexpr int kSoundChannels = 2;
+
+/// Adds the wall time of its scope to a total.
+class Stopwatch
+{
+public:
+    explicit Stopwatch(double& total) : total_(total), start_(std::chrono::steady_clock::now()) {}
+    ~Stopwatch()
+    {
+        total_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    }
+    Stopwatch(const Stopwatch&) = delete;
+    Stopwatch& operator=(const Stopwatch&) = delete;
+
+private:
+    double& total_;
+    std::chrono::steady_clock::time_point start_;
+};
 
 class FfmpegVideoWriter final : public VideoWriter
 {
@@ -123,7 +141,11 @@ public:
             return AvError(path_, "no frame memory", r);
         const std::uint8_t* source[1] = {topDownBgrx.data()};
         const int strides[1] = {static_cast<int>(row)};
-        sws_scale(scaler_.get(), source, strides, 0, settings_.height, picture_->data, picture_->linesize);
+        {
+            Stopwatch converting(timings_.convert);
+            sws_scale(scaler_.get(), source, strides, 0, settings_.height, picture_->data,
+                      picture_->linesize);
+        }
         hasPicture_ = true;
         return EncodePicture(pts);
     }
@@ -171,9 +193,14 @@ public:
         }
         const int blocks = static_cast<int>(pcm.size() / std::max<std::uint16_t>(soundIn_.blockAlign, 1));
         const std::uint8_t* in[1] = {pcm.data()};
-        LUM_TRY(Resample(in, blocks));
+        {
+            Stopwatch converting(timings_.convert);
+            LUM_TRY(Resample(in, blocks));
+        }
         return DrainSound(false);
     }
+
+    VideoTimings Timings() const override { return timings_; }
 
     base::Status Finish(std::uint64_t endMs) override
     {
@@ -267,7 +294,7 @@ private:
         picture_->height = c->height;
         if (int a = av_frame_get_buffer(picture_.get(), 0); a < 0)
             return AvError(path_, "no frame memory", a);
-        scaler_.reset(sws_getContext(c->width, c->height, AV_PIX_FMT_BGR0, c->width, c->height, c->pix_fmt,
+        scaler_.reset(sws_getContext(c->width, c->height, AV_PIX_FMT_BGRA, c->width, c->height, c->pix_fmt,
                                      SWS_FAST_BILINEAR, nullptr, nullptr, nullptr));
         if (!scaler_)
             return base::Error{base::ErrorCode::Unsupported, base::StrCat(path_, ": no colour converter")};
@@ -327,6 +354,7 @@ private:
     // Sends a frame (null: end of stream) and writes every packet that comes out.
     base::Status Send(AVCodecContext* codec, AVStream* stream, AVFrame* frame)
     {
+        Stopwatch encoding(timings_.encode);
         if (int r = avcodec_send_frame(codec, frame); r < 0)
             return AvError(path_, "the encoder refused a frame", r);
         for (;;) {
@@ -435,6 +463,7 @@ private:
     std::int64_t lastPts_ = -1;
     std::int64_t lastDuration_ = 1;
     std::int64_t soundSamples_ = 0; // Samples sent to the sound encoder.
+    VideoTimings timings_;
 };
 
 } // namespace
