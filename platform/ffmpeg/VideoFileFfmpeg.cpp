@@ -288,15 +288,29 @@ private:
         if (int p = avcodec_parameters_from_context(videoStream_->codecpar, c); p < 0)
             return AvError(path_, "the video stream", p);
 
+        source_.reset(av_frame_alloc());
+        source_->format = AV_PIX_FMT_BGRA;
+        source_->width = c->width;
+        source_->height = c->height;
         picture_.reset(av_frame_alloc());
         picture_->format = c->pix_fmt;
         picture_->width = c->width;
         picture_->height = c->height;
         if (int a = av_frame_get_buffer(picture_.get(), 0); a < 0)
             return AvError(path_, "no frame memory", a);
-        scaler_.reset(sws_getContext(c->width, c->height, AV_PIX_FMT_BGRA, c->width, c->height, c->pix_fmt,
-                                     SWS_FAST_BILINEAR, nullptr, nullptr, nullptr));
-        if (!scaler_)
+        // The conversion runs in slices on every core while the encoder works on the frame before.
+        scaler_.reset(sws_alloc_context());
+        SwsContext* scaler = scaler_.get();
+        const bool configured = scaler != nullptr && av_opt_set_int(scaler, "srcw", c->width, 0) >= 0 &&
+                                av_opt_set_int(scaler, "srch", c->height, 0) >= 0 &&
+                                av_opt_set_int(scaler, "src_format", AV_PIX_FMT_BGRA, 0) >= 0 &&
+                                av_opt_set_int(scaler, "dstw", c->width, 0) >= 0 &&
+                                av_opt_set_int(scaler, "dsth", c->height, 0) >= 0 &&
+                                av_opt_set_int(scaler, "dst_format", c->pix_fmt, 0) >= 0 &&
+                                av_opt_set_int(scaler, "sws_flags", SWS_FAST_BILINEAR, 0) >= 0 &&
+                                av_opt_set_int(scaler, "threads", 0, 0) >= 0 &&
+                                sws_init_context(scaler, nullptr, nullptr) >= 0;
+        if (!configured)
             return base::Error{base::ErrorCode::Unsupported, base::StrCat(path_, ": no colour converter")};
         return {};
     }
@@ -452,6 +466,7 @@ private:
     CodecContextPtr sound_;
     AVStream* videoStream_ = nullptr;
     AVStream* soundStream_ = nullptr;
+    FramePtr source_; // Borrows the pixels of the picture being converted.
     FramePtr picture_;
     FramePtr chunk_;
     PacketPtr packet_;
