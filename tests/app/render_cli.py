@@ -13,6 +13,7 @@
 """
 import json
 import os
+import pty
 import shutil
 import signal
 import subprocess
@@ -163,7 +164,9 @@ KINDS = [
 def check_kinds(lumenar, film, work):
     for name, out, extra, video, rate, sound, start, end in KINDS:
         path = os.path.join(work, out)
-        run([lumenar, "render", film, "-o", path, "--size", SIZE, *extra])
+        quiet = run([lumenar, "render", film, "-o", path, "--size", SIZE, *extra]).stderr
+        if quiet:
+            fail("%s: a render to a pipe printed %r" % (name, quiet[:200]))
         info = probe(path)
         streams = {s["codec_type"]: s for s in info["streams"]}
         if streams.get("video", {}).get("codec_name") != video:
@@ -183,6 +186,28 @@ def check_kinds(lumenar, film, work):
             run([lumenar, "render", film, "-o", again, "--size", SIZE, *extra])
             if read(again) != read(path):
                 fail("%s: two renders of the same film differ" % name)
+
+
+def check_progress(lumenar, film, work):
+    """On a terminal the render shows where it is; the line is gone when it ends."""
+    master, slave = pty.openpty()
+    render = subprocess.Popen([lumenar, "render", film, "-o", os.path.join(work, "tty.mp4"), "--size", SIZE],
+                              stderr=slave, stdout=subprocess.DEVNULL)
+    os.close(slave)
+    shown = b""
+    while True:
+        try:
+            piece = os.read(master, 4096)
+        except OSError:
+            break
+        if not piece:
+            break
+        shown += piece
+    os.close(master)
+    if render.wait(timeout=60) != 0:
+        fail("a render on a terminal failed: %r" % shown)
+    if b"item " not in shown or b"x " not in shown or not shown.rstrip(b" ").endswith(b"\r"):
+        fail("no progress line on a terminal: %r" % shown[:300])
 
 
 def check_sync(lumenar, film, work):
@@ -293,6 +318,7 @@ def main():
     film = make_film(lumenar, os.path.join(work, "film"))
     check_bad(lumenar, film, work)
     check_kinds(lumenar, film, work)
+    check_progress(lumenar, film, work)
     check_sync(lumenar, film, work)
     check_frames(lumenar, film, server, work)
     check_interrupted(lumenar, film, server, work)
