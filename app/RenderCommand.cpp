@@ -486,6 +486,18 @@ base::Status Publish(const OutputPlan& plan)
     return {};
 }
 
+/// A writer's message as the user reads it: about the output's own name, not the temporary one.
+std::string ForUser(const OutputPlan& plan, std::string message)
+{
+    for (const std::string& prefix : {plan.workPath + ": ", plan.workPath}) {
+        if (message.rfind(prefix, 0) == 0) {
+            message.erase(0, prefix.size());
+            break;
+        }
+    }
+    return message;
+}
+
 void Discard(const OutputPlan& plan)
 {
     std::error_code error;
@@ -570,8 +582,10 @@ int Render(const RenderOptions& options)
         output = std::make_unique<PngFolderOutput>(plan->workPath, options.width, options.height);
     } else if (plan->kind == OutputPlan::Kind::Gif) {
         auto gif = platform::OpenAnimationFile(plan->workPath, options.width, options.height, 100);
-        if (!gif)
-            return Fail(options.out, gif.error().message);
+        if (!gif) {
+            Discard(*plan);
+            return Fail(options.out, ForUser(*plan, gif.error().message));
+        }
         output = std::make_unique<GifOutput>(std::move(*gif), options.width, options.height);
     } else {
         platform::VideoSettings settings;
@@ -582,7 +596,7 @@ int Render(const RenderOptions& options)
         auto video = platform::OpenVideoFile(plan->workPath, plan->video, settings);
         if (!video) {
             Discard(*plan);
-            return Fail(options.out, video.error().message);
+            return Fail(options.out, ForUser(*plan, video.error().message));
         }
         output = std::make_unique<VideoOutput>(std::move(*video));
     }
@@ -644,10 +658,8 @@ int Render(const RenderOptions& options)
             failure = control.Failure().empty() ? "the film cannot be completed" : control.Failure();
             break;
         }
-        if (auto broken = pipeline.Failure()) {
-            failure = *broken;
-            break;
-        }
+        if (pipeline.Failure())
+            break; // The output cannot be written: Finish returns why.
         const control::ControlState state = control.State();
         playback::PlayerWindow* player = control.Player();
         if (state != control::ControlState::Playing && state != control::ControlState::Created)
@@ -762,7 +774,8 @@ int Render(const RenderOptions& options)
         written = Publish(*plan);
     if (!written.ok()) {
         Discard(*plan);
-        std::fprintf(stderr, "lumenar: %s: %s\n", options.out.c_str(), written.error().message.c_str());
+        std::fprintf(stderr, "lumenar: %s: %s\n", options.out.c_str(),
+                     ForUser(*plan, written.error().message).c_str());
         return 1;
     }
     return 0;

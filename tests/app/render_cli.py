@@ -262,7 +262,8 @@ BAD = [
     ("unknown extension", ["-o", "x.avi"], 2, "not an output"),
     ("missing folder", ["-o", "/nonexistent/dir/x.mp4"], 2, "does not exist"),
     ("odd video size", ["-o", "x.mp4", "--size", "321x240"], 2, "even sizes"),
-    ("unwritable folder", ["-o", "/proc/x.mp4"], 2, "x.mp4"),
+    ("unwritable folder", ["-o", "/proc/x.mp4"], 2, "cannot be written"),
+    ("unwritable gif", ["-o", "/proc/x.gif"], 2, "cannot be written"),
 ]
 
 
@@ -272,6 +273,8 @@ def check_bad(lumenar, film, work):
         lines = result.stderr.decode().splitlines()
         if len(lines) != 1 or text not in lines[0] or not lines[0].startswith("lumenar: "):
             fail("%s: %s" % (name, lines))
+        if ".render-" in lines[0]:
+            fail("%s: the line names the temporary file: %s" % (name, lines[0]))
     if "x.mp4" in os.listdir(work) or "x.avi" in os.listdir(work):
         fail("a failed render left its output")
 
