@@ -2,14 +2,13 @@
 // allows, and writes what the player shows (and the narration it plays) to a video, a GIF or frames.
 #include "app/Commands.h"
 
-#include "app/FrameTimeline.h"
+#include "app/RenderOutput.h"
 #include "base/StrCat.h"
 #include "control/SequenceCtl.h"
 #include "effects/EffectRegistry.h"
 #include "platform/AnimationFile.h"
 #include "platform/AudioOut.h"
 #include "platform/Clock.h"
-#include "platform/ImageFile.h"
 #include "platform/Path.h"
 #include "platform/Process.h"
 #include "platform/Timer.h"
@@ -20,18 +19,11 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <deque>
 #include <filesystem>
-#include <fstream>
-#include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
-#include <variant>
 #include <vector>
 
 namespace lumenar::app {
@@ -100,319 +92,6 @@ bool ParseSeconds(const std::string& text, std::uint64_t& ms)
     ms = static_cast<std::uint64_t>(seconds * 1000 + 0.5);
     return true;
 }
-
-/// What the renderer writes to.
-class FrameOutput
-{
-public:
-    virtual ~FrameOutput() = default;
-    /// One frame of the picture `topDown` (BGRX, top row first).
-    virtual base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown) = 0;
-    virtual base::Status Sound(std::span<const std::uint8_t>, const platform::WaveFormat&) { return {}; }
-    virtual base::Status Finish(std::uint64_t endMs) = 0;
-    /// Seconds spent converting and encoding so far. Writer thread.
-    virtual platform::VideoTimings Timings() const = 0;
-};
-
-/// Adds the wall time of its scope to a total.
-class Stopwatch
-{
-public:
-    explicit Stopwatch(double& total) : total_(total), start_(std::chrono::steady_clock::now()) {}
-    ~Stopwatch()
-    {
-        total_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-    }
-    Stopwatch(const Stopwatch&) = delete;
-    Stopwatch& operator=(const Stopwatch&) = delete;
-
-private:
-    double& total_;
-    std::chrono::steady_clock::time_point start_;
-};
-
-platform::BgrxPicture BottomUp(const std::vector<std::uint8_t>& topDown, int width, int height)
-{
-    platform::BgrxPicture picture{width, height, {}};
-    const std::size_t row = std::size_t(width) * 4;
-    picture.pixels.resize(row * std::size_t(height));
-    for (int y = 0; y < height; ++y)
-        std::memcpy(picture.pixels.data() + std::size_t(height - 1 - y) * row,
-                    topDown.data() + std::size_t(y) * row, row);
-    return picture;
-}
-
-class PngFolderOutput final : public FrameOutput
-{
-public:
-    PngFolderOutput(std::string folder, int width, int height)
-        : folder_(std::move(folder)), width_(width), height_(height)
-    {
-    }
-    base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown) override
-    {
-        char name[64];
-        std::snprintf(name, sizeof name, "/%06ld-%llu.png", number_++,
-                      static_cast<unsigned long long>(shot.ms));
-        const std::string path = folder_ + name;
-        // A picture that stays is encoded once; its other frames are copies of the file.
-        if (shot.repeat && !last_.empty()) {
-            std::error_code error;
-            fs::copy_file(last_, path, fs::copy_options::overwrite_existing, error);
-            if (error)
-                return base::Error{base::ErrorCode::Io, base::StrCat(path, ": ", error.message())};
-        } else {
-            platform::BgrxPicture picture;
-            {
-                Stopwatch converting(timings_.convert);
-                picture = BottomUp(topDown, width_, height_);
-            }
-            Stopwatch encoding(timings_.encode);
-            LUM_TRY(platform::WriteImageFile(path, picture));
-        }
-        last_ = path;
-        return {};
-    }
-    base::Status Finish(std::uint64_t) override { return {}; }
-    platform::VideoTimings Timings() const override { return timings_; }
-
-private:
-    std::string folder_;
-    int width_;
-    int height_;
-    long number_ = 0;
-    std::string last_;
-    platform::VideoTimings timings_;
-};
-
-class GifOutput final : public FrameOutput
-{
-public:
-    GifOutput(std::unique_ptr<platform::AnimationWriter> writer, int width, int height)
-        : writer_(std::move(writer)), width_(width), height_(height)
-    {
-    }
-    base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown) override
-    {
-        // A repeat lengthens the frame held; a new picture writes it out.
-        if (shot.repeat && held_)
-            return {};
-        LUM_TRY(WriteHeld(shot.ms));
-        Stopwatch converting(timings_.convert);
-        held_ = BottomUp(topDown, width_, height_);
-        heldMs_ = shot.ms;
-        return {};
-    }
-    base::Status Finish(std::uint64_t endMs) override
-    {
-        LUM_TRY(WriteHeld(endMs));
-        Stopwatch encoding(timings_.encode);
-        return writer_->Finish();
-    }
-    platform::VideoTimings Timings() const override { return timings_; }
-
-private:
-    // GIF times are in hundredths: each frame ends on the hundredth nearest its end, so that the
-    // rounding never adds up; a frame shorter than that is left out.
-    base::Status WriteHeld(std::uint64_t untilMs)
-    {
-        if (!held_)
-            return {};
-        Stopwatch encoding(timings_.encode);
-        const std::uint64_t start = (heldMs_ + 5) / 10 * 10;
-        const std::uint64_t end = (untilMs + 5) / 10 * 10;
-        if (end > start)
-            LUM_TRY(writer_->AddFor(*held_, static_cast<int>(std::min<std::uint64_t>(end - start, 655350))));
-        held_.reset();
-        return {};
-    }
-
-    std::unique_ptr<platform::AnimationWriter> writer_;
-    int width_;
-    int height_;
-    std::optional<platform::BgrxPicture> held_;
-    std::uint64_t heldMs_ = 0;
-    platform::VideoTimings timings_;
-};
-
-class VideoOutput final : public FrameOutput
-{
-public:
-    explicit VideoOutput(std::unique_ptr<platform::VideoWriter> writer) : writer_(std::move(writer)) {}
-    base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown) override
-    {
-        if (shot.repeat)
-            return writer_->RepeatFrame(shot.ms);
-        return writer_->AddFrame(topDown, shot.ms);
-    }
-    base::Status Sound(std::span<const std::uint8_t> pcm, const platform::WaveFormat& format) override
-    {
-        return writer_->AddSound(pcm, format);
-    }
-    base::Status Finish(std::uint64_t endMs) override { return writer_->Finish(endMs); }
-    platform::VideoTimings Timings() const override { return writer_->Timings(); }
-
-private:
-    std::unique_ptr<platform::VideoWriter> writer_;
-};
-
-/// Takes the pictures the player presents and the sound it plays, in clock order, and writes them on
-/// a thread of its own, so that composing the next picture and encoding this one overlap. A full
-/// queue holds the presenting thread back: the clock does not move meanwhile, so nothing is lost.
-class RenderPipeline
-{
-public:
-    RenderPipeline(std::unique_ptr<FrameOutput> output, int fps, std::uint64_t fromMs, std::uint64_t toMs)
-        : output_(std::move(output)), timeline_(fps, fromMs, toMs), fromMs_(fromMs), toMs_(toMs),
-          writer_([this] { Run(); })
-    {
-    }
-    ~RenderPipeline() { Stop(); }
-
-    /// A picture presented at `ms` on the render clock. Any thread.
-    void Picture(std::uint64_t ms, const std::vector<std::uint8_t>& topDown)
-    {
-        std::unique_lock guard(lock_);
-        room_.wait(guard, [this] { return pictures_ < kMaxQueuedPictures || stop_; });
-        if (stop_)
-            return;
-        ++pictures_;
-        queue_.push_back(PictureEvent{ms, topDown});
-        changed_.notify_all();
-    }
-    /// Sound played from `atMs` on, in `format`.
-    void Sound(std::uint64_t atMs, std::vector<std::uint8_t> pcm, const platform::WaveFormat& format)
-    {
-        std::lock_guard guard(lock_);
-        queue_.push_back(SoundEvent{atMs, std::move(pcm), format});
-        changed_.notify_all();
-    }
-    /// Ends the output at `ms` and waits for the writer. Returns the first failure.
-    base::Status Finish(std::uint64_t ms)
-    {
-        {
-            std::lock_guard guard(lock_);
-            queue_.push_back(EndEvent{ms});
-            changed_.notify_all();
-        }
-        Stop();
-        return status_;
-    }
-    /// Where the writer's time went; after Finish.
-    platform::VideoTimings Timings() const { return output_->Timings(); }
-    /// The first failure so far, if any (the writer stops writing after it). Any thread.
-    std::optional<std::string> Failure()
-    {
-        std::lock_guard guard(lock_);
-        return failure_;
-    }
-
-private:
-    static constexpr int kMaxQueuedPictures = 6;
-    struct PictureEvent
-    {
-        std::uint64_t ms;
-        std::vector<std::uint8_t> topDown;
-    };
-    struct SoundEvent
-    {
-        std::uint64_t ms;
-        std::vector<std::uint8_t> pcm;
-        platform::WaveFormat format;
-    };
-    struct EndEvent
-    {
-        std::uint64_t ms;
-    };
-    using Event = std::variant<PictureEvent, SoundEvent, EndEvent>;
-
-    void Stop()
-    {
-        {
-            std::lock_guard guard(lock_);
-            stop_ = true;
-        }
-        changed_.notify_all();
-        room_.notify_all();
-        if (writer_.joinable())
-            writer_.join();
-    }
-
-    void Run()
-    {
-        for (;;) {
-            Event event;
-            {
-                std::unique_lock guard(lock_);
-                changed_.wait(guard, [this] { return stop_ || !queue_.empty(); });
-                if (queue_.empty())
-                    return;
-                event = std::move(queue_.front());
-                queue_.pop_front();
-                if (std::holds_alternative<PictureEvent>(event)) {
-                    --pictures_;
-                    room_.notify_all();
-                }
-            }
-            if (!status_.ok())
-                continue;
-            base::Status done = Handle(event);
-            if (!done.ok()) {
-                std::lock_guard guard(lock_);
-                failure_ = done.error().message;
-                status_ = std::move(done);
-            }
-        }
-    }
-
-    base::Status Handle(Event& event)
-    {
-        if (auto* picture = std::get_if<PictureEvent>(&event)) {
-            for (const Shot& shot : timeline_.Present(picture->ms))
-                LUM_TRY(output_->Add(shot, held_));
-            held_ = std::move(picture->topDown);
-            return {};
-        }
-        if (auto* sound = std::get_if<SoundEvent>(&event))
-            return Sound(*sound);
-        const std::uint64_t end = std::get<EndEvent>(event).ms;
-        for (const Shot& shot : timeline_.End(end))
-            LUM_TRY(output_->Add(shot, held_));
-        return output_->Finish(timeline_.EndMs());
-    }
-
-    // Keeps the part of the sound that falls within the rendered range.
-    base::Status Sound(const SoundEvent& sound)
-    {
-        const std::uint64_t align = std::max<std::uint16_t>(sound.format.blockAlign, 1);
-        auto byteAt = [&](std::uint64_t ms) {
-            const std::uint64_t bytes = ms * sound.format.avgBytesPerSec / 1000;
-            return bytes - bytes % align;
-        };
-        const std::uint64_t first = byteAt(sound.ms);
-        const std::uint64_t last = first + sound.pcm.size();
-        const std::uint64_t from = std::max(first, byteAt(fromMs_));
-        const std::uint64_t to = toMs_ == 0 ? last : std::min(last, byteAt(toMs_));
-        if (from >= to)
-            return {};
-        return output_->Sound(std::span(sound.pcm).subspan(from - first, to - from), sound.format);
-    }
-
-    std::unique_ptr<FrameOutput> output_;
-    FrameTimeline timeline_;
-    std::uint64_t fromMs_;
-    std::uint64_t toMs_;
-    std::vector<std::uint8_t> held_; // Writer thread: the picture on screen.
-    base::Status status_;            // Writer thread; read after the join.
-    std::mutex lock_;                // Guards queue_, pictures_, stop_ and failure_.
-    std::condition_variable changed_;
-    std::condition_variable room_;
-    std::deque<Event> queue_;
-    int pictures_ = 0;
-    bool stop_ = false;
-    std::optional<std::string> failure_;
-    std::thread writer_;
-};
 
 /// Where the output goes while it is written, and its final name.
 struct OutputPlan
@@ -579,14 +258,14 @@ int Render(const RenderOptions& options)
         fs::create_directories(plan->workPath, error);
         if (error)
             return Fail(options.out, "cannot make the folder for the frames: " + error.message());
-        output = std::make_unique<PngFolderOutput>(plan->workPath, options.width, options.height);
+        output = MakePngFolderOutput(plan->workPath, options.width, options.height);
     } else if (plan->kind == OutputPlan::Kind::Gif) {
         auto gif = platform::OpenAnimationFile(plan->workPath, options.width, options.height, 100);
         if (!gif) {
             Discard(*plan);
             return Fail(options.out, ForUser(*plan, gif.error().message));
         }
-        output = std::make_unique<GifOutput>(std::move(*gif), options.width, options.height);
+        output = MakeAnimationOutput(std::move(*gif), options.width, options.height);
     } else {
         platform::VideoSettings settings;
         settings.width = options.width;
@@ -598,7 +277,7 @@ int Render(const RenderOptions& options)
             Discard(*plan);
             return Fail(options.out, ForUser(*plan, video.error().message));
         }
-        output = std::make_unique<VideoOutput>(std::move(*video));
+        output = MakeVideoOutput(std::move(*video));
     }
 
     platform::ManualClock clock;
