@@ -31,6 +31,10 @@ FILM_MS = ITEM_STARTS_MS[-1] + TRANSITION_MS + DWELL_S * 1000
 FRAME_MS = 55  # The player's own frame period.
 
 
+# A sanitizer build lists the leak suppressions it used on stderr at exit: not the program's output.
+os.environ["LSAN_OPTIONS"] = ":".join(filter(None, [os.environ.get("LSAN_OPTIONS"), "print_suppressions=0"]))
+
+
 def fail(message):
     sys.exit("render_cli: " + message)
 
