@@ -252,7 +252,7 @@ int Render(const RenderOptions& options)
         return Fail(options.out, plan.error().message);
 
     // The output is opened first: an unwritable one fails before the film is fetched.
-    std::unique_ptr<FrameOutput> output;
+    std::unique_ptr<RenderOutput> output;
     if (plan->kind == OutputPlan::Kind::Frames) {
         std::error_code error;
         fs::create_directories(plan->workPath, error);

@@ -43,7 +43,7 @@ platform::BgrxPicture BottomUp(const std::vector<std::uint8_t>& topDown, int wid
     return picture;
 }
 
-class PngFolderOutput final : public FrameOutput
+class PngFolderOutput final : public RenderOutput
 {
 public:
     PngFolderOutput(std::string folder, int width, int height)
@@ -86,7 +86,7 @@ private:
     platform::VideoTimings timings_;
 };
 
-class AnimationOutput final : public FrameOutput
+class AnimationOutput final : public RenderOutput
 {
 public:
     AnimationOutput(std::unique_ptr<platform::AnimationWriter> writer, int width, int height)
@@ -136,7 +136,7 @@ private:
     platform::VideoTimings timings_;
 };
 
-class VideoOutput final : public FrameOutput
+class VideoOutput final : public RenderOutput
 {
 public:
     explicit VideoOutput(std::unique_ptr<platform::VideoWriter> writer) : writer_(std::move(writer)) {}
@@ -159,23 +159,23 @@ private:
 
 } // namespace
 
-std::unique_ptr<FrameOutput> MakePngFolderOutput(std::string folder, int width, int height)
+std::unique_ptr<RenderOutput> MakePngFolderOutput(std::string folder, int width, int height)
 {
     return std::make_unique<PngFolderOutput>(std::move(folder), width, height);
 }
 
-std::unique_ptr<FrameOutput> MakeAnimationOutput(std::unique_ptr<platform::AnimationWriter> writer, int width,
-                                                 int height)
+std::unique_ptr<RenderOutput> MakeAnimationOutput(std::unique_ptr<platform::AnimationWriter> writer,
+                                                  int width, int height)
 {
     return std::make_unique<AnimationOutput>(std::move(writer), width, height);
 }
 
-std::unique_ptr<FrameOutput> MakeVideoOutput(std::unique_ptr<platform::VideoWriter> writer)
+std::unique_ptr<RenderOutput> MakeVideoOutput(std::unique_ptr<platform::VideoWriter> writer)
 {
     return std::make_unique<VideoOutput>(std::move(writer));
 }
 
-RenderPipeline::RenderPipeline(std::unique_ptr<FrameOutput> output, int fps, std::uint64_t fromMs,
+RenderPipeline::RenderPipeline(std::unique_ptr<RenderOutput> output, int fps, std::uint64_t fromMs,
                                std::uint64_t toMs)
     : output_(std::move(output)), timeline_(fps, fromMs, toMs), fromMs_(fromMs), toMs_(toMs),
       writer_([this] { Run(); })

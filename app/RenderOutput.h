@@ -22,10 +22,10 @@ namespace lumenar::app {
 
 /// What a render writes to: frames of the pictures a player presented, and the sound it played.
 /// Writer thread only.
-class FrameOutput
+class RenderOutput
 {
 public:
-    virtual ~FrameOutput() = default;
+    virtual ~RenderOutput() = default;
     /// One frame of the picture `topDown` (BGRX, top row first, the output's size).
     virtual base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown) = 0;
     /// Sound that follows the sound before, from output time 0 on. Outputs without sound drop it.
@@ -37,11 +37,11 @@ public:
 };
 
 /// PNG files `folder/NNNNNN-<ms>.png`, numbered from 0; a repeated picture is a copy of its file.
-std::unique_ptr<FrameOutput> MakePngFolderOutput(std::string folder, int width, int height);
+std::unique_ptr<RenderOutput> MakePngFolderOutput(std::string folder, int width, int height);
 /// An animation whose frames last as long as their pictures stay, to the nearest 10 ms.
-std::unique_ptr<FrameOutput> MakeAnimationOutput(std::unique_ptr<platform::AnimationWriter> writer, int width,
-                                                 int height);
-std::unique_ptr<FrameOutput> MakeVideoOutput(std::unique_ptr<platform::VideoWriter> writer);
+std::unique_ptr<RenderOutput> MakeAnimationOutput(std::unique_ptr<platform::AnimationWriter> writer,
+                                                  int width, int height);
+std::unique_ptr<RenderOutput> MakeVideoOutput(std::unique_ptr<platform::VideoWriter> writer);
 
 /// Takes the pictures a player presents and the sound it plays, in clock order, and writes them to an
 /// output on a thread of its own, so that composing the next picture and encoding this one overlap. A
@@ -50,7 +50,7 @@ std::unique_ptr<FrameOutput> MakeVideoOutput(std::unique_ptr<platform::VideoWrit
 class RenderPipeline
 {
 public:
-    RenderPipeline(std::unique_ptr<FrameOutput> output, int fps, std::uint64_t fromMs, std::uint64_t toMs);
+    RenderPipeline(std::unique_ptr<RenderOutput> output, int fps, std::uint64_t fromMs, std::uint64_t toMs);
     ~RenderPipeline();
     RenderPipeline(const RenderPipeline&) = delete;
     RenderPipeline& operator=(const RenderPipeline&) = delete;
@@ -90,7 +90,7 @@ private:
     base::Status Handle(Event& event);
     base::Status CutSound(const SoundEvent& sound);
 
-    std::unique_ptr<FrameOutput> output_;
+    std::unique_ptr<RenderOutput> output_;
     FrameTimeline timeline_;
     std::uint64_t fromMs_;
     std::uint64_t toMs_;
