@@ -50,7 +50,8 @@ public:
         : folder_(std::move(folder)), width_(width), height_(height)
     {
     }
-    base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown) override
+    base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown,
+                     const std::shared_ptr<const platform::VideoPicture>&) override
     {
         char name[64];
         std::snprintf(name, sizeof name, "/%06ld-%llu.png", number_++,
@@ -93,7 +94,8 @@ public:
         : writer_(std::move(writer)), width_(width), height_(height)
     {
     }
-    base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown) override
+    base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown,
+                     const std::shared_ptr<const platform::VideoPicture>&) override
     {
         // A repeat lengthens the frame held; a new picture writes it out.
         if (shot.repeat && held_)
@@ -140,10 +142,19 @@ class VideoOutput final : public RenderOutput
 {
 public:
     explicit VideoOutput(std::unique_ptr<platform::VideoWriter> writer) : writer_(std::move(writer)) {}
-    base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown) override
+    std::shared_ptr<const platform::VideoPicture> Prepare(const std::vector<std::uint8_t>& topDown) override
+    {
+        // A picture that cannot be converted goes the long way, and Add reports why.
+        auto converted = writer_->Convert(topDown);
+        return converted ? std::move(*converted) : nullptr;
+    }
+    base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown,
+                     const std::shared_ptr<const platform::VideoPicture>& prepared) override
     {
         if (shot.repeat)
             return writer_->RepeatFrame(shot.ms);
+        if (prepared)
+            return writer_->AddPicture(prepared, shot.ms);
         return writer_->AddFrame(topDown, shot.ms);
     }
     base::Status Sound(std::span<const std::uint8_t> pcm, const platform::WaveFormat& format) override
@@ -194,7 +205,11 @@ void RenderPipeline::Picture(std::uint64_t ms, const std::vector<std::uint8_t>& 
     if (stop_)
         return;
     ++pictures_;
-    queue_.push_back(PictureEvent{ms, topDown});
+    // Converted outside the lock: while this thread converts, the writer thread encodes.
+    guard.unlock();
+    std::shared_ptr<const platform::VideoPicture> prepared = output_->Prepare(topDown);
+    guard.lock();
+    queue_.push_back(PictureEvent{ms, prepared ? std::vector<std::uint8_t>{} : topDown, std::move(prepared)});
     changed_.notify_all();
 }
 
@@ -266,15 +281,15 @@ base::Status RenderPipeline::Handle(Event& event)
 {
     if (auto* picture = std::get_if<PictureEvent>(&event)) {
         for (const Shot& shot : timeline_.Present(picture->ms))
-            LUM_TRY(output_->Add(shot, held_));
-        held_ = std::move(picture->topDown);
+            LUM_TRY(output_->Add(shot, held_.topDown, held_.prepared));
+        held_ = std::move(*picture);
         return {};
     }
     if (auto* sound = std::get_if<SoundEvent>(&event))
         return CutSound(*sound);
     const std::uint64_t end = std::get<EndEvent>(event).ms;
     for (const Shot& shot : timeline_.End(end))
-        LUM_TRY(output_->Add(shot, held_));
+        LUM_TRY(output_->Add(shot, held_.topDown, held_.prepared));
     return output_->Finish(timeline_.EndMs());
 }
 

@@ -26,8 +26,16 @@ class RenderOutput
 {
 public:
     virtual ~RenderOutput() = default;
-    /// One frame of the picture `topDown` (BGRX, top row first, the output's size).
-    virtual base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown) = 0;
+    /// Converts a picture ahead, on the thread that presents it (the only call made from there), so
+    /// that the conversion runs while the writer thread encodes; null when Add converts it instead.
+    virtual std::shared_ptr<const platform::VideoPicture> Prepare(const std::vector<std::uint8_t>&)
+    {
+        return nullptr;
+    }
+    /// One frame of the picture `topDown` (BGRX, top row first, the output's size), or of `prepared`
+    /// when Prepare made it (`topDown` is then empty).
+    virtual base::Status Add(const Shot& shot, const std::vector<std::uint8_t>& topDown,
+                             const std::shared_ptr<const platform::VideoPicture>& prepared) = 0;
     /// Sound that follows the sound before, from output time 0 on. Outputs without sound drop it.
     virtual base::Status Sound(std::span<const std::uint8_t>, const platform::WaveFormat&) { return {}; }
     /// Ends the output at `endMs` (output time).
@@ -71,7 +79,8 @@ private:
     struct PictureEvent
     {
         std::uint64_t ms;
-        std::vector<std::uint8_t> topDown;
+        std::vector<std::uint8_t> topDown; // Empty when the output prepared the picture.
+        std::shared_ptr<const platform::VideoPicture> prepared;
     };
     struct SoundEvent
     {
@@ -94,9 +103,9 @@ private:
     FrameTimeline timeline_;
     std::uint64_t fromMs_;
     std::uint64_t toMs_;
-    std::vector<std::uint8_t> held_; // Writer thread: the picture on screen.
-    base::Status status_;            // Writer thread; read after the join.
-    std::mutex lock_;                // Guards queue_, pictures_, stop_ and failure_.
+    PictureEvent held_;   // Writer thread: the picture on screen.
+    base::Status status_; // Writer thread; read after the join.
+    std::mutex lock_;     // Guards queue_, pictures_, stop_ and failure_.
     std::condition_variable changed_;
     std::condition_variable room_;
     std::deque<Event> queue_;

@@ -39,8 +39,17 @@ struct VideoTimings
     double encode = 0;  ///< Encoding and muxing.
 };
 
+/// A picture converted to a video's colours, ready to encode (VideoWriter::Convert makes it).
+class VideoPicture
+{
+public:
+    virtual ~VideoPicture() = default;
+};
+
 /// A video being written frame by frame: pictures converted once to the encoder's colours, sound
-/// resampled to the encoder's rate, both muxed in time order. One thread at a time.
+/// resampled to the encoder's rate, both muxed in time order. One thread at a time, except Convert,
+/// which one other thread may call meanwhile (the conversion of the next picture then runs while this
+/// one is encoded).
 class VideoWriter
 {
 public:
@@ -49,6 +58,11 @@ public:
     /// must grow; in a constant-rate video `ms` is rounded to the nearest frame, and a picture that
     /// lands on the frame of the one before replaces nothing (it is dropped).
     virtual base::Status AddFrame(std::span<const std::uint8_t> topDownBgrx, std::uint64_t ms) = 0;
+    /// Converts a picture (as AddFrame takes it) for AddPicture; fails on a picture of another size.
+    virtual base::Result<std::shared_ptr<const VideoPicture>>
+    Convert(std::span<const std::uint8_t> topDownBgrx) = 0;
+    /// AddFrame for a picture Convert made.
+    virtual base::Status AddPicture(std::shared_ptr<const VideoPicture> picture, std::uint64_t ms) = 0;
     /// Encodes the last picture again, shown from `ms`, without converting it again. Nothing before
     /// the first AddFrame.
     virtual base::Status RepeatFrame(std::uint64_t ms) = 0;

@@ -16,9 +16,11 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 namespace lumenar::platform {
@@ -129,37 +131,60 @@ public:
 
     base::Status AddFrame(std::span<const std::uint8_t> topDownBgrx, std::uint64_t ms) override
     {
+        if (Pts(ms) <= lastPts_)
+            return {};
+        return AddPicture(LUM_TRY(Convert(topDownBgrx)), ms);
+    }
+
+    base::Result<std::shared_ptr<const VideoPicture>>
+    Convert(std::span<const std::uint8_t> topDownBgrx) override
+    {
         const std::size_t row = std::size_t(settings_.width) * 4;
         if (topDownBgrx.size() < row * std::size_t(settings_.height))
             return base::Error{
                 base::ErrorCode::InvalidInput,
                 base::StrCat(path_, ": a frame of ", topDownBgrx.size(), " bytes is too small")};
-        const std::int64_t pts = Pts(ms);
-        if (pts <= lastPts_)
-            return {};
-        if (int r = av_frame_make_writable(picture_.get()); r < 0)
+        const auto started = std::chrono::steady_clock::now();
+        auto picture = std::make_shared<Picture>();
+        picture->frame.reset(av_frame_alloc());
+        AVFrame* frame = picture->frame.get();
+        frame->format = AV_PIX_FMT_YUV420P;
+        frame->width = settings_.width;
+        frame->height = settings_.height;
+        if (int r = av_frame_get_buffer(frame, 0); r < 0)
             return AvError(path_, "no frame memory", r);
         const std::uint8_t* source[1] = {topDownBgrx.data()};
         const int strides[1] = {static_cast<int>(row)};
         {
-            Stopwatch converting(timings_.convert);
-            sws_scale(scaler_.get(), source, strides, 0, settings_.height, picture_->data,
-                      picture_->linesize);
+            std::lock_guard guard(scalerLock_);
+            sws_scale(scaler_.get(), source, strides, 0, settings_.height, frame->data, frame->linesize);
         }
-        hasPicture_ = true;
+        convertNs_ +=
+            std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - started)
+                .count();
+        return std::shared_ptr<const VideoPicture>(std::move(picture));
+    }
+
+    base::Status AddPicture(std::shared_ptr<const VideoPicture> picture, std::uint64_t ms) override
+    {
+        const auto* ours = dynamic_cast<const Picture*>(picture.get());
+        if (ours == nullptr)
+            return base::Error{base::ErrorCode::InvalidInput,
+                               base::StrCat(path_, ": a picture of another writer")};
+        const std::int64_t pts = Pts(ms);
+        if (pts <= lastPts_)
+            return {};
+        last_ = std::move(picture);
         return EncodePicture(pts);
     }
 
     base::Status RepeatFrame(std::uint64_t ms) override
     {
-        if (!hasPicture_)
+        if (!last_)
             return {};
         const std::int64_t pts = Pts(ms);
         if (pts <= lastPts_)
             return {};
-        // The encoder may still hold the frame it was given: it gets its own reference to the pixels.
-        if (int r = av_frame_make_writable(picture_.get()); r < 0)
-            return AvError(path_, "no frame memory", r);
         return EncodePicture(pts);
     }
 
@@ -200,11 +225,16 @@ public:
         return DrainSound(false);
     }
 
-    VideoTimings Timings() const override { return timings_; }
+    VideoTimings Timings() const override
+    {
+        VideoTimings timings = timings_;
+        timings.convert += static_cast<double>(convertNs_.load()) / 1e9;
+        return timings;
+    }
 
     base::Status Finish(std::uint64_t endMs) override
     {
-        if (hasPicture_) {
+        if (last_) {
             // The last picture stays until the end: a variable-rate frame says so by its duration, a
             // constant-rate video by repeating it.
             if (settings_.framesPerSecond > 0) {
@@ -288,28 +318,11 @@ private:
         if (int p = avcodec_parameters_from_context(videoStream_->codecpar, c); p < 0)
             return AvError(path_, "the video stream", p);
 
-        source_.reset(av_frame_alloc());
-        source_->format = AV_PIX_FMT_BGRA;
-        source_->width = c->width;
-        source_->height = c->height;
-        picture_.reset(av_frame_alloc());
-        picture_->format = c->pix_fmt;
-        picture_->width = c->width;
-        picture_->height = c->height;
-        if (int a = av_frame_get_buffer(picture_.get(), 0); a < 0)
-            return AvError(path_, "no frame memory", a);
-        // The conversion runs in slices on every core while the encoder works on the frame before.
-        scaler_.reset(sws_alloc_context());
-        SwsContext* scaler = scaler_.get();
-        const bool configured = scaler != nullptr && av_opt_set_int(scaler, "srcw", c->width, 0) >= 0 &&
-                                av_opt_set_int(scaler, "srch", c->height, 0) >= 0 &&
-                                av_opt_set_int(scaler, "src_format", AV_PIX_FMT_BGRA, 0) >= 0 &&
-                                av_opt_set_int(scaler, "dstw", c->width, 0) >= 0 &&
-                                av_opt_set_int(scaler, "dsth", c->height, 0) >= 0 &&
-                                av_opt_set_int(scaler, "dst_format", c->pix_fmt, 0) >= 0 &&
-                                av_opt_set_int(scaler, "sws_flags", SWS_FAST_BILINEAR, 0) >= 0 &&
-                                av_opt_set_int(scaler, "threads", 0, 0) >= 0 &&
-                                sws_init_context(scaler, nullptr, nullptr) >= 0;
+        sending_.reset(av_frame_alloc());
+        // BGRA rather than BGR0: libswscale has its fast input paths for the former; X is ignored.
+        scaler_.reset(sws_getContext(c->width, c->height, AV_PIX_FMT_BGRA, c->width, c->height, c->pix_fmt,
+                                     SWS_FAST_BILINEAR, nullptr, nullptr, nullptr));
+        const bool configured = scaler_ != nullptr;
         if (!configured)
             return base::Error{base::ErrorCode::Unsupported, base::StrCat(path_, ": no colour converter")};
         return {};
@@ -356,13 +369,18 @@ private:
         return static_cast<std::int64_t>(ms);
     }
 
+    // Sends the last picture again with its own time: a new reference to the same pixels.
     base::Status EncodePicture(std::int64_t pts)
     {
-        picture_->pts = pts;
+        AVFrame* frame = sending_.get();
+        av_frame_unref(frame);
+        if (int r = av_frame_ref(frame, static_cast<const Picture*>(last_.get())->frame.get()); r < 0)
+            return AvError(path_, "no frame memory", r);
+        frame->pts = pts;
         if (lastPts_ >= 0)
             lastDuration_ = pts - lastPts_;
         lastPts_ = pts;
-        return Send(video_.get(), videoStream_, picture_.get());
+        return Send(video_.get(), videoStream_, frame);
     }
 
     // Sends a frame (null: end of stream) and writes every packet that comes out.
@@ -466,15 +484,20 @@ private:
     CodecContextPtr sound_;
     AVStream* videoStream_ = nullptr;
     AVStream* soundStream_ = nullptr;
-    FramePtr source_; // Borrows the pixels of the picture being converted.
-    FramePtr picture_;
+    struct Picture final : VideoPicture
+    {
+        FramePtr frame;
+    };
+    std::shared_ptr<const VideoPicture> last_; // The picture encoded last.
+    FramePtr sending_;                         // The reference to it that goes to the encoder.
     FramePtr chunk_;
     PacketPtr packet_;
+    std::mutex scalerLock_; // Guards scaler_: Convert runs on a thread of its own.
     SwsPtr scaler_;
+    std::atomic<std::int64_t> convertNs_{0};
     SwrPtr resampler_;
     FifoPtr fifo_;
     WaveFormat soundIn_;
-    bool hasPicture_ = false;
     std::int64_t lastPts_ = -1;
     std::int64_t lastDuration_ = 1;
     std::int64_t soundSamples_ = 0; // Samples sent to the sound encoder.
