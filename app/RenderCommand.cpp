@@ -375,9 +375,12 @@ int Render(const RenderOptions& options)
                     totalMs += ItemMs(playing.Item(i));
             }
             progress.Show(player->CurrentNumber(), count, now, totalMs);
-            // Between steps, the next step may not fall due before the loader has tried the next
-            // photo: the film arrives at the network's pace, the clock does not run ahead of it.
-            if (player->Idle() && (count < 0 || (next <= count && playing.attemptedIndex.load() < next))) {
+            // The film arrives at the network's pace and the clock does not run ahead of it: nothing
+            // moves before the film has named its items (a film that names none ends once its download
+            // has), and between steps the next step may not fall due before the loader has tried the
+            // next photo.
+            const bool unnamed = count < 0 || (count == 0 && control.Downloading());
+            if (unnamed || (player->Idle() && next <= count && playing.attemptedIndex.load() < next)) {
                 std::this_thread::sleep_for(200us);
                 continue;
             }
