@@ -47,6 +47,10 @@ int NarrationCommand(Args args);
 /// `lumenar play FILM|URL [options]`: the player control in a window, loaded from liblumenar.so.
 int PlayCommand(Args args);
 
+/// `lumenar render FILM|URL -o OUT [options]`: the film as the player shows it, to a video, a GIF or
+/// PNG frames, on a clock that runs as fast as the machine allows.
+int RenderCommand(Args args);
+
 /// `lumenar pack MANIFEST -o OUT.film`: a film stream from the files a manifest names.
 int PackCommand(Args args);
 

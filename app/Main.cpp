@@ -58,6 +58,7 @@ struct Command
 
 constexpr Command kCommands[] = {
     {"play", PlayCommand, "play a film stream from a file or URL in the player control"},
+    {"render", RenderCommand, "export a film to a video (.mp4, .webm), an animated .gif or PNG frames"},
     {"decode", DecodeCommand, "decode one photo with the player's decoder to a .bmp, .png or .ppm picture"},
     {"info", InfoCommand, "print a film file's settings, items and captions as JSON"},
     {"effects", EffectsCommand, "list the rows of both effect tables"},

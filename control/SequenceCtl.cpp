@@ -305,6 +305,9 @@ void SequenceCtl::StartSession()
 {
     player_ = std::make_unique<playback::PlayerWindow>();
     player_->SetFrameFit(site_.frameFit);
+    if (site_.clock != nullptr && site_.timers != nullptr)
+        player_->SetTiming(*site_.clock, *site_.timers);
+    player_->SetFramePeriod(site_.framePeriodMs);
     if (player_->Create(*host_, window_, film_.get(), 0, true) == 0)
         return; // No film loader without a player.
     handOver_ = playback::ItemHandOverOf(*player_, *host_);

@@ -21,6 +21,7 @@
 
 namespace lumenar::platform {
 class AutoResetEvent;
+class Clock;
 class CompoundStorage;
 class Download;
 class SoundDevice;
@@ -52,7 +53,11 @@ struct ControlSite
     bool userMode = true;                   ///< The ambient user mode; false is design mode (no download).
     platform::SoundDevice* sound = nullptr; ///< Narration output; null: silent.
     platform::TimerService* timers = nullptr; ///< Null: the system's timers.
-    std::function<bool()> hasMmx;             ///< The processor check; null asks the processor.
+    /// The clock playback runs on; null: the system's. Set with `timers` (a ManualClock and the
+    /// ManualTimers on it) for a run that a driver moves through time itself.
+    platform::Clock* clock = nullptr;
+    std::uint32_t framePeriodMs = 0; ///< Transition and caption frame period; 0: the player's own.
+    std::function<bool()> hasMmx;    ///< The processor check; null asks the processor.
     /// How the player's frame takes a window larger than 800 × 600: the control keeps the design size
     /// unless its host asks for the whole window.
     playback::FrameFit frameFit = playback::FrameFit::Design;

@@ -15,6 +15,9 @@ public:
     virtual ~AnimationWriter() = default;
     /// Appends one frame, shown for the writer's frame time.
     virtual base::Status Add(const BgrxPicture& frame) = 0;
+    /// Appends one frame shown for `durationMs` (a GIF keeps it to the nearest 10 ms), so that a still
+    /// picture is one frame however long it stays.
+    virtual base::Status AddFor(const BgrxPicture& frame, int durationMs) = 0;
     /// Writes what is still held and closes the file; a writer not finished leaves no file behind.
     virtual base::Status Finish() = 0;
 };

@@ -113,6 +113,12 @@ public:
     /// Writes Played() as a canonical wave file in the last buffer's format.
     base::Status WritePlayedWave(const std::string& path);
     int BuffersCreated() const;
+    /// What the device has played up to `untilMs` on its clock, placed at the clock time it was played
+    /// at, from where the previous call ended (the first call starts at time 0); silence where nothing
+    /// played. Every playing buffer first plays what the clock has moved past. The record is in the
+    /// format of the first buffer made (`format` receives it); buffers of another format are not
+    /// recorded. Empty, and `format` untouched, before any buffer exists. Any thread.
+    std::vector<std::uint8_t> TakeTimeline(std::uint64_t untilMs, WaveFormat& format);
     void FailNextCreate();
     void LoseBufferOnNextLock();
 

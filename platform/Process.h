@@ -15,4 +15,10 @@ std::string ModulePath(const void* address);
 /// Returns its exit status, or −1 when it could not be started (not installed). Any thread.
 int RunQuietly(const std::vector<std::string>& argv);
 
+/// Whether the process's standard error is a terminal (a progress line is for a person, not a log).
+bool StandardErrorIsTerminal();
+
+/// The process's id, for names that two runs at once must not share.
+long ProcessId();
+
 } // namespace lumenar::platform

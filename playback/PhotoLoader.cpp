@@ -94,6 +94,7 @@ void RunPhotoLoader(PlaybackState& state, PhotoCache& cache, ClipPlayer& clips)
             state.nextReady.store(1);
             state.nextIndex.store(candidate.index);
         }
+        state.attemptedIndex.store(candidate.index);
         state.photoReady.Set();
     }
 }

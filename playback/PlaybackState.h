@@ -28,6 +28,9 @@ struct PlaybackState
     std::atomic<std::int32_t> running{1};
     std::atomic<std::int32_t> nextReady{0};
     std::atomic<std::int32_t> nextIndex{0};
+    /// The number of the item the photo loader last finished an attempt on, loaded or not: a driver
+    /// that moves the clock itself waits for it before letting the next step fall due.
+    std::atomic<std::int32_t> attemptedIndex{0};
     std::atomic<std::int32_t> stepRequested{0};
     /// Never set by anything: playback ends after the last item. The branches that use it stay.
     std::atomic<std::int32_t> repeat{0};

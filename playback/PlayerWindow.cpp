@@ -60,7 +60,8 @@ int MmTimer::Kill()
     return 1; // Destroying `old` waits for a tick in progress.
 }
 
-PlayerWindow::PlayerWindow() : clock_(&platform::SystemClock()), timers_(&platform::SystemTimers())
+PlayerWindow::PlayerWindow()
+    : clock_(&platform::SystemClock()), timers_(&platform::SystemTimers()), framePeriodMs_(kFramePeriodMs)
 {
     currentItem_.index = 0;
     currentItem_.kind = film::kFilmItemPhoto;
@@ -75,6 +76,11 @@ void PlayerWindow::SetTiming(platform::Clock& clock, platform::TimerService& tim
 {
     clock_ = &clock;
     timers_ = &timers;
+}
+
+void PlayerWindow::SetFramePeriod(std::uint32_t periodMs)
+{
+    framePeriodMs_ = periodMs == 0 ? kFramePeriodMs : periodMs;
 }
 
 void PlayerWindow::RequestStep()
@@ -456,8 +462,8 @@ int PlayerWindow::PlayCaptions(codec::Photo* photo, codec::Photo* mask, Rect rec
 bool PlayerWindow::WaitFrameRest(std::uint32_t frameStart)
 {
     const std::uint32_t spent = Now() - frameStart;
-    if (spent < kFramePeriodMs)
-        clock_->WaitUntil(clock_->NowMs() + (kFramePeriodMs - spent), stopSignal_);
+    if (spent < framePeriodMs_)
+        clock_->WaitUntil(clock_->NowMs() + (framePeriodMs_ - spent), stopSignal_);
     return state_.running.load() != 0;
 }
 

@@ -61,6 +61,10 @@ public:
     /// driver move time itself (tests; runs that must not depend on the machine's speed). Both must
     /// outlive the window. Before Create.
     void SetTiming(platform::Clock& clock, platform::TimerService& timers);
+    /// The shortest time between two frames of a transition or a caption pass; 0 keeps the player's
+    /// own pace. A shorter period samples the motion at more progress values (an export at 30 or 60
+    /// frames a second). Before Create.
+    void SetFramePeriod(std::uint32_t periodMs);
     /// Whether the playback thread is waiting for a step request, none being pending. Any thread.
     bool Idle() const { return idle_.load() && state_.stepRequested.load() == 0; }
 
@@ -141,6 +145,7 @@ private:
 
     platform::Clock* clock_;
     platform::TimerService* timers_;
+    std::uint32_t framePeriodMs_;
     platform::ManualResetEvent stopSignal_; // Set by Stop: wakes the playback thread's waits.
     platform::AutoResetEvent stepWake_;     // Set with every step request, and by Stop.
     std::atomic<bool> idle_{false};

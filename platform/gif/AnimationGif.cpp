@@ -4,6 +4,7 @@
 
 #include <gif_lib.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <vector>
@@ -50,7 +51,9 @@ public:
         return {};
     }
 
-    base::Status Add(const BgrxPicture& frame) override
+    base::Status Add(const BgrxPicture& frame) override { return AddFor(frame, frameMs_); }
+
+    base::Status AddFor(const BgrxPicture& frame, int durationMs) override
     {
         const std::size_t count = static_cast<std::size_t>(width_) * height_;
         if (frame.width != width_ || frame.height != height_ || frame.pixels.size() != count * 4)
@@ -80,7 +83,7 @@ public:
 
         GraphicsControlBlock control{};
         control.DisposalMode = DISPOSE_DO_NOT;
-        control.DelayTime = (frameMs_ + 5) / 10;
+        control.DelayTime = std::clamp((durationMs + 5) / 10, 0, 65535);
         control.TransparentColor = NO_TRANSPARENT_COLOR;
         GifByteType extension[4];
         const std::size_t length = EGifGCBToExtension(&control, extension);

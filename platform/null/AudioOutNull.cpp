@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <optional>
 
 namespace lumenar::platform {
 
@@ -16,6 +17,11 @@ struct NullSoundDevice::Shared
     Clock& clock;
     std::mutex lock; // Guards everything below and every buffer's fields.
     std::vector<std::uint8_t> played;
+    // What was played, by clock time: byte n of the record is the byte due at n / byte rate seconds.
+    std::optional<WaveFormat> timelineFormat;
+    std::vector<std::uint8_t> timeline; // From byte timelineTaken on: what has not been taken yet.
+    std::uint64_t timelineTaken = 0;
+    std::vector<SoundBuffer*> live; // Buffers that exist, so that TakeTimeline can catch them up.
     WaveFormat lastFormat;
     int created = 0;
     bool failNextCreate = false;
@@ -24,6 +30,28 @@ struct NullSoundDevice::Shared
 
 namespace {
 
+bool SameFormat(const WaveFormat& a, const WaveFormat& b)
+{
+    return a.formatTag == b.formatTag && a.channels == b.channels && a.samplesPerSec == b.samplesPerSec &&
+           a.bitsPerSample == b.bitsPerSample && a.blockAlign == b.blockAlign;
+}
+
+// The first byte of the block due at `ms` on the clock.
+std::uint64_t ByteAt(const WaveFormat& format, std::uint64_t ms)
+{
+    const std::uint64_t align = std::max<std::uint16_t>(format.blockAlign, 1);
+    const std::uint64_t bytes = ms * format.avgBytesPerSec / 1000;
+    return bytes - bytes % align;
+}
+
+// Extends the record to byte `end` with the format's silence. Device lock held.
+void GrowTimeline(NullSoundDevice::Shared& shared, std::uint64_t end)
+{
+    if (shared.timelineTaken + shared.timeline.size() < end)
+        shared.timeline.resize(end - shared.timelineTaken,
+                               shared.timelineFormat->bitsPerSample == 8 ? 0x80 : 0);
+}
+
 class NullSoundBuffer final : public SoundBuffer
 {
 public:
@@ -31,7 +59,21 @@ public:
                     std::uint32_t bytes)
         : shared_(std::move(shared)), format_(format), data_(bytes, 0)
     {
+        // Made by CreateBuffer, which holds the device's lock.
+        recorded_ = !shared_->timelineFormat.has_value() || SameFormat(*shared_->timelineFormat, format);
+        if (!shared_->timelineFormat)
+            shared_->timelineFormat = format;
+        shared_->live.push_back(this);
     }
+    ~NullSoundBuffer() override
+    {
+        std::lock_guard<std::mutex> hold(shared_->lock);
+        CatchUp();
+        std::erase(shared_->live, this);
+    }
+
+    /// Plays what the clock has moved past. Device lock held.
+    void CatchUpLocked() { CatchUp(); }
 
     std::uint32_t Size() const override { return static_cast<std::uint32_t>(data_.size()); }
 
@@ -119,17 +161,28 @@ private:
         std::uint64_t total = elapsed * format_.avgBytesPerSec / 1000;
         total -= total % std::max<std::uint16_t>(format_.blockAlign, 1);
         std::uint64_t due = total - playedSinceStart_;
+        std::uint64_t at = ByteAt(format_, playStartMs_) + playedSinceStart_;
         playedSinceStart_ = total;
         while (due > 0) {
             const std::uint64_t run = std::min<std::uint64_t>(due, Size() - position_);
             shared_->played.insert(shared_->played.end(), data_.begin() + position_,
                                    data_.begin() + static_cast<std::ptrdiff_t>(position_ + run));
+            // Bytes due before what was taken already come too late for the record (a clock read
+            // before the last take): they are left out rather than shifting what follows.
+            if (recorded_ && at + run > shared_->timelineTaken) {
+                const std::uint64_t skip = at < shared_->timelineTaken ? shared_->timelineTaken - at : 0;
+                GrowTimeline(*shared_, at + run);
+                std::memcpy(shared_->timeline.data() + (at + skip - shared_->timelineTaken),
+                            data_.data() + position_ + skip, run - skip);
+            }
+            at += run;
             position_ = static_cast<std::uint32_t>((position_ + run) % Size());
             due -= run;
         }
     }
 
     std::shared_ptr<NullSoundDevice::Shared> shared_;
+    bool recorded_ = false;
     WaveFormat format_;
     std::vector<std::uint8_t> data_;
     bool playing_ = false;
@@ -203,6 +256,25 @@ base::Status NullSoundDevice::WritePlayedWave(const std::string& path)
     if (!ok)
         return base::Error{base::ErrorCode::Io, base::StrCat("cannot write ", path)};
     return {};
+}
+
+std::vector<std::uint8_t> NullSoundDevice::TakeTimeline(std::uint64_t untilMs, WaveFormat& format)
+{
+    std::lock_guard<std::mutex> hold(shared_->lock);
+    for (SoundBuffer* buffer : shared_->live)
+        static_cast<NullSoundBuffer*>(buffer)->CatchUpLocked();
+    if (!shared_->timelineFormat)
+        return {};
+    format = *shared_->timelineFormat;
+    const std::uint64_t end = ByteAt(format, untilMs);
+    GrowTimeline(*shared_, end);
+    if (end <= shared_->timelineTaken)
+        return {};
+    const auto count = static_cast<std::ptrdiff_t>(end - shared_->timelineTaken);
+    std::vector<std::uint8_t> out(shared_->timeline.begin(), shared_->timeline.begin() + count);
+    shared_->timeline.erase(shared_->timeline.begin(), shared_->timeline.begin() + count);
+    shared_->timelineTaken = end;
+    return out;
 }
 
 int NullSoundDevice::BuffersCreated() const

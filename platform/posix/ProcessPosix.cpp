@@ -59,4 +59,14 @@ int RunQuietly(const std::vector<std::string>& argv)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+bool StandardErrorIsTerminal()
+{
+    return isatty(STDERR_FILENO) == 1;
+}
+
+long ProcessId()
+{
+    return static_cast<long>(getpid());
+}
+
 } // namespace lumenar::platform

@@ -5,6 +5,7 @@
 #include <webp/encode.h>
 #include <webp/mux.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
@@ -33,7 +34,9 @@ public:
         config_.method = 4;
     }
 
-    base::Status Add(const BgrxPicture& frame) override
+    base::Status Add(const BgrxPicture& frame) override { return AddFor(frame, frameMs_); }
+
+    base::Status AddFor(const BgrxPicture& frame, int durationMs) override
     {
         if (frame.width != width_ || frame.height != height_ ||
             frame.pixels.size() != static_cast<std::size_t>(width_) * height_ * 4)
@@ -54,7 +57,7 @@ public:
         if (!added)
             return Error{ErrorCode::Io, StrCat(path_, ": the WebP encoder refused a frame (",
                                                WebPAnimEncoderGetError(encoder_.get()), ")")};
-        at_ += frameMs_;
+        at_ += std::max(durationMs, 1);
         return {};
     }
 

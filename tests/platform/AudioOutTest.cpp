@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 namespace lumenar::platform {
 namespace {
@@ -77,6 +79,74 @@ TEST(AudioOut, DevicesRefuseFormatsTheyCannotPlay)
         EXPECT_EQ(CheckPlayableFormat(row.format).ok(), row.playable);
         EXPECT_EQ(null.CreateBuffer(row.format, 1000) != nullptr, row.playable);
         EXPECT_EQ(sdl->CreateBuffer(row.format, 1000) != nullptr, row.playable);
+    }
+}
+
+// The record a video's sound track is made from: every byte at the clock time it was played, silence
+// where nothing played, in pieces that join without a gap or an overlap however the takes fall.
+TEST(AudioOut, TimelinePlacesPlayedSoundAtItsClockTime)
+{
+    struct Row
+    {
+        const char* name;
+        std::uint64_t startMs;            // When the buffer starts playing.
+        std::vector<std::uint64_t> takes; // Clock times at which the record is taken.
+        std::uint64_t stopMs;             // When the buffer stops (0: never).
+    };
+    const Row rows[] = {
+        {"from the start, one take", 0, {100}, 0},
+        // A narration that starts late: what comes before it is silence, not shifted sound.
+        {"late start", 250, {400}, 0},
+        {"takes that split blocks of time", 30, {7, 33, 34, 101, 260}, 0},
+        // A take before any byte played must not lose the bytes that play later.
+        {"take before playing", 120, {50, 300}, 0},
+        {"stops between takes", 0, {80, 200}, 120},
+    };
+    // 8 kHz 16-bit mono: 16 bytes a millisecond. Byte n of the ring holds n & 0xFF, so where a byte
+    // came from is known, and the ring is long enough not to wrap.
+    const WaveFormat format{1, 1, 8000, 16000, 2, 16};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        ManualClock clock;
+        NullSoundDevice device(clock);
+        auto buffer = device.CreateBuffer(format, 16000);
+        ASSERT_NE(buffer, nullptr);
+        LockedRegions regions;
+        ASSERT_EQ(buffer->Lock(0, 16000, regions), LockResult::Ok);
+        for (std::uint32_t i = 0; i < regions.firstBytes; ++i)
+            regions.first[i] = static_cast<std::uint8_t>(i);
+        buffer->Unlock(regions);
+
+        std::vector<std::uint8_t> record;
+        bool started = false, stopped = false;
+        for (std::uint64_t take : row.takes) {
+            for (std::uint64_t at : {row.startMs, row.stopMs}) {
+                const bool isStart = at == row.startMs;
+                if ((isStart ? started : stopped) || (!isStart && at == 0) || at > take)
+                    continue;
+                clock.Set(std::max(clock.NowMs(), at));
+                isStart ? (void)buffer->PlayLooping() : buffer->Stop();
+                (isStart ? started : stopped) = true;
+            }
+            clock.Set(take);
+            WaveFormat got;
+            const std::vector<std::uint8_t> piece = device.TakeTimeline(take, got);
+            EXPECT_EQ(got.samplesPerSec, 8000u);
+            record.insert(record.end(), piece.begin(), piece.end());
+        }
+        const std::uint64_t end = row.takes.back();
+        ASSERT_EQ(record.size(), end * 16);
+        const std::uint64_t playedUntil = row.stopMs != 0 ? row.stopMs : end;
+        for (std::uint64_t i = 0; i < record.size(); ++i) {
+            const std::uint64_t ms = i / 16;
+            const bool playing = ms >= row.startMs && ms < playedUntil;
+            const std::uint8_t wanted = playing ? static_cast<std::uint8_t>(i - row.startMs * 16) : 0;
+            if (record[i] != wanted) {
+                ADD_FAILURE() << "byte " << i << " (" << ms << " ms) is " << int(record[i]) << ", not "
+                              << int(wanted);
+                break;
+            }
+        }
     }
 }
 
