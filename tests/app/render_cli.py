@@ -46,7 +46,7 @@ def run(args, expect=0, timeout=120):
     return result
 
 
-def make_film(lumenar, folder):
+def make_film(lumenar, folder, advance="automatic"):
     """Three flat photos; item 1 carries a narration with a click where each item begins."""
     os.makedirs(folder, exist_ok=True)
     clicks = []
@@ -58,7 +58,7 @@ def make_film(lumenar, folder):
         clicks.append(click)
     narration = os.path.join(folder, "clicks.wav")
     run(["sox", *clicks, narration])
-    lines = ["advance automatic"]
+    lines = ["advance " + advance]
     for i, (r, g, b) in enumerate(COLOURS):
         ppm = os.path.join(folder, "p%d.ppm" % i)
         run(["convert", "-size", SIZE, "xc:rgb(%d,%d,%d)" % (r, g, b), "-fill", "white", "-draw",
@@ -317,6 +317,15 @@ def check_interrupted(lumenar, film, server, work):
         srv.close()
 
 
+def check_manual(lumenar, work):
+    """A film that advances by hand waits for its keys in the player; the render turns its pages."""
+    film = make_film(lumenar, os.path.join(work, "manual"), advance="manual")
+    rendered = os.path.join(work, "manual-frames") + "/"
+    run([lumenar, "render", film, "-o", rendered, "--size", SIZE], timeout=60)
+    if len(dwell_frames(rendered)) != len(COLOURS) + 1:
+        fail("a manual film rendered %d dwell frames, not %d" % (len(dwell_frames(rendered)), len(COLOURS) + 1))
+
+
 def main():
     lumenar, server, work = sys.argv[1:4]
     shutil.rmtree(work, ignore_errors=True)
@@ -329,6 +338,7 @@ def main():
     check_sync(lumenar, film, work)
     check_frames(lumenar, film, server, work)
     check_interrupted(lumenar, film, server, work)
+    check_manual(lumenar, work)
     print("render_cli: all checks passed")
 
 
