@@ -154,16 +154,10 @@ TEST(PhotoDecoder, LongCodesGoThroughSecondLevelTables)
     e.Block(DcBlock(0), predictors[2], dc, ac);    // Category 0: the 2-bit code.
     e.Flush();
     w.Raw(e.bytes).Eoi();
+    // The long codes fill 257 second-level entries: they spill into a second table, which the decoded
+    // values below go through.
     const auto decoder = Decode(w.bytes);
-    const HuffmanLookup& table = decoder->DcTable(0);
-    EXPECT_EQ(table.entries[0x00], (2u << 16) | 0);
-    EXPECT_EQ(table.entries[0x3F], (2u << 16) | 0);
-    EXPECT_EQ(table.entries[0x40], (8u << 16) | 1);
-    EXPECT_NE(table.entries[0x41] & HuffmanLookup::kReferenceMask, 0u);
-    // 257 second-level entries: a second table, referred to by the next first-level entry.
-    EXPECT_NE(table.entries[0x42] & HuffmanLookup::kReferenceMask, 0u);
-    EXPECT_EQ(table.entries[0x43], 0u);
-    EXPECT_EQ(table.subTables.size(), 2u);
+    EXPECT_EQ(decoder->DcTable(0).subTables.size(), 2u);
     EXPECT_EQ(decoder->Component(0).Plane()[0], 128 + 125);
     EXPECT_EQ(decoder->Component(1).Plane()[0], 128);
     EXPECT_EQ(decoder->Component(2).Plane()[0], 128);
