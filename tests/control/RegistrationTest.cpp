@@ -71,8 +71,8 @@ TEST_F(RegistrationTest, WritesTheClassEntriesDesktopEntryAndFilmType)
         "Lumenar.SequenceCtl\\CurVer\t@\tLumenar.SequenceCtl.1",
         "CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\InprocServer32\t@\t/opt/lumenar/liblumenar.so",
         "CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\InprocServer32\tThreadingModel\tApartment",
-        "CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\ToolboxBitmap32\t@\t/opt/lumenar/liblumenar.so, "
-        "102",
+        ("CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\ToolboxBitmap32\t@\t/opt/lumenar/liblumenar.so, "
+         "102"),
         "CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\MiscStatus\\1\t@\t131473",
         "CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\VersionIndependentProgID\t@\tLumenar.SequenceCtl",
         "TypeLib\\{3F6A2C40-8D1E-4B57-9A0C-5E71D248B613}\\1.0\t@\tLumenar 1.0 Type Library",
