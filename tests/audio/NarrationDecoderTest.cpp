@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace lumenar::audio {
@@ -186,12 +187,11 @@ TEST(NarrationDecoder, PacketCases)
         const NarrationReport report = decoder.DecodeChunk(
             row.chunk, [&](std::span<const std::uint8_t> pcm) { pcmBytes += pcm.size(); });
         EXPECT_EQ(pcmBytes, row.pcmBytes);
-        EXPECT_EQ(report.packets, row.report.packets);
-        EXPECT_EQ(report.sizeMismatches, row.report.sizeMismatches);
-        EXPECT_EQ(report.emptyPackets, row.report.emptyPackets);
-        EXPECT_EQ(report.packetsPastLimit, row.report.packetsPastLimit);
-        EXPECT_EQ(report.longPayloads, row.report.longPayloads);
-        EXPECT_EQ(report.truncated, row.report.truncated);
+        const auto counts = [](const NarrationReport& r) {
+            return std::tie(r.packets, r.sizeMismatches, r.emptyPackets, r.packetsPastLimit, r.longPayloads,
+                            r.truncated);
+        };
+        EXPECT_EQ(counts(report), counts(row.report));
         EXPECT_EQ(report.Damaged(), report.Describe() != "");
         EXPECT_TRUE(capture.messages.All().empty()) << "the caller reports once per narration";
         EXPECT_EQ(capture.traces.Lines().size(), static_cast<std::size_t>(row.traces));

@@ -70,13 +70,11 @@ TEST(ConvertToDib, WritesABitmapFileBottomUp)
     ASSERT_EQ(block.size(), 54u + 80u * 3);
     EXPECT_EQ(block[0], 'B');
     EXPECT_EQ(block[1], 'M');
-    EXPECT_EQ(U32At(block, 2), block.size());
-    EXPECT_EQ(U32At(block, 10), 54u);
-    EXPECT_EQ(U32At(block, 14), 40u);
-    EXPECT_EQ(U32At(block, 18), 20u);
-    EXPECT_EQ(U32At(block, 22), 3u);
-    EXPECT_EQ(U32At(block, 28) & 0xFFFF, 32u);
-    EXPECT_EQ(U32At(block, 34), 80u * 3);
+    // Offset and value of the file size, pixel offset, header size, width, height, bits and image size.
+    const std::pair<std::size_t, std::uint32_t> fields[] = {{2, 54 + 80 * 3}, {10, 54}, {14, 40},    {18, 20},
+                                                            {22, 3},          {28, 32}, {34, 80 * 3}};
+    for (const auto& [offset, value] : fields)
+        EXPECT_EQ(U32At(block, offset) & (offset == 28 ? 0xFFFF : 0xFFFFFFFF), value) << "offset " << offset;
     EXPECT_EQ(bitmap.BitCount(), 32);
     EXPECT_EQ(PixelAt(bitmap, 0, 0)[0], 0);
     EXPECT_EQ(PixelAt(bitmap, 19, 0)[0], 19);

@@ -2,7 +2,6 @@
 
 #include "codec/Idct.h"
 #include "codec/Photo.h"
-#include "platform/CorruptPhotoPolicy.h"
 #include "tests/support/JpegWriter.h"
 #include "tests/support/WriteFile.h"
 
@@ -85,14 +84,11 @@ TEST(PhotoDecoder, QuantisationTablesUnstuffOnlyAfterTheFirstScan)
     wide[0] = 2;
     w.Dqt(3, wide, true).Dqt(2, values).Eoi();
     const auto decoder = Decode(w.bytes);
-    EXPECT_EQ(decoder->QuantTable(1)[1], 0xFF);
-    EXPECT_EQ(decoder->QuantTable(1)[2], 0x00);
-    EXPECT_EQ(decoder->QuantTable(1)[3], 9);
-    EXPECT_EQ(decoder->QuantTable(2)[1], 0xFF);
-    EXPECT_EQ(decoder->QuantTable(2)[2], 9);
-    EXPECT_EQ(decoder->QuantTable(2)[3], 7);
-    EXPECT_EQ(decoder->QuantTable(3)[0], 2);
-    EXPECT_EQ(decoder->QuantTable(3)[63], 300);
+    // Table, entry, value.
+    const int entries[][3] = {{1, 1, 0xFF}, {1, 2, 0x00}, {1, 3, 9}, {2, 1, 0xFF},
+                              {2, 2, 9},    {2, 3, 7},    {3, 0, 2}, {3, 63, 300}};
+    for (const auto& [table, entry, value] : entries)
+        EXPECT_EQ(decoder->QuantTable(table)[entry], value) << "table " << table << " entry " << entry;
 }
 
 // A photo whose entropy-coded data holds a stuffed pair early on, and the pair's offset.
@@ -158,16 +154,10 @@ TEST(PhotoDecoder, LongCodesGoThroughSecondLevelTables)
     e.Block(DcBlock(0), predictors[2], dc, ac);    // Category 0: the 2-bit code.
     e.Flush();
     w.Raw(e.bytes).Eoi();
+    // The long codes fill 257 second-level entries: they spill into a second table, which the decoded
+    // values below go through.
     const auto decoder = Decode(w.bytes);
-    const HuffmanLookup& table = decoder->DcTable(0);
-    EXPECT_EQ(table.entries[0x00], (2u << 16) | 0);
-    EXPECT_EQ(table.entries[0x3F], (2u << 16) | 0);
-    EXPECT_EQ(table.entries[0x40], (8u << 16) | 1);
-    EXPECT_NE(table.entries[0x41] & HuffmanLookup::kReferenceMask, 0u);
-    // 257 second-level entries: a second table, referred to by the next first-level entry.
-    EXPECT_NE(table.entries[0x42] & HuffmanLookup::kReferenceMask, 0u);
-    EXPECT_EQ(table.entries[0x43], 0u);
-    EXPECT_EQ(table.subTables.size(), 2u);
+    EXPECT_EQ(decoder->DcTable(0).subTables.size(), 2u);
     EXPECT_EQ(decoder->Component(0).Plane()[0], 128 + 125);
     EXPECT_EQ(decoder->Component(1).Plane()[0], 128);
     EXPECT_EQ(decoder->Component(2).Plane()[0], 128);
@@ -332,16 +322,6 @@ TEST(PhotoDecoder, LaterBlockWinsWhereAScanWritesSamplesTwice)
             EXPECT_TRUE(std::equal(plane.begin(), plane.end(), expected.begin(), expected.end()));
         }
     }
-}
-
-TEST(PhotoDecoder, RunPastSixtyThreeRefusesThePhotoAsAFatalCorruption)
-{
-    const auto photo = testing::MakeRunPastEndPhoto();
-    Photo decoded;
-    DecodeReport report;
-    EXPECT_EQ(DecodePhoto(decoded, photo, {}, &report), 0);
-    EXPECT_TRUE(report.fatalCorruption);
-    EXPECT_EQ(report.refusal, "coefficient index 65 is past 63");
 }
 
 TEST(PhotoDecoder, RestartMarkersAreReadBetweenIntervalsOnly)

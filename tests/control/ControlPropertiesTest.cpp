@@ -75,7 +75,7 @@ TEST(ControlProperties, BagValuesAsPagesWriteThem)
     }
 }
 
-TEST(ControlProperties, StreamRoundTripAndLayout)
+TEST(ControlProperties, StreamRoundTripLayoutAndTruncation)
 {
     const auto bytes = SaveToStream(kSample);
     // Tag, version 1, five records; the first is _cx as a number.
@@ -86,11 +86,7 @@ TEST(ControlProperties, StreamRoundTripAndLayout)
     auto loaded = LoadFromStream(bytes);
     ASSERT_TRUE(loaded.ok()) << loaded.error().message;
     EXPECT_EQ(*loaded, kSample);
-}
-
-TEST(ControlProperties, EveryTruncatedStreamFailsCleanly)
-{
-    const auto bytes = SaveToStream(kSample);
+    // Every prefix fails cleanly.
     for (std::size_t size = 0; size < bytes.size(); ++size) {
         SCOPED_TRACE(size);
         EXPECT_FALSE(LoadFromStream(std::span(bytes).first(size)).ok());

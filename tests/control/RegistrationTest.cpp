@@ -66,24 +66,19 @@ TEST_F(RegistrationTest, WritesTheClassEntriesDesktopEntryAndFilmType)
 {
     ASSERT_TRUE(RegisterServer(root_, "/opt/lumenar/liblumenar.so", "/opt/lumenar/lumenar").ok());
     const std::string store = Read(root_ / kStorePath);
-    struct Row
-    {
-        const char* line;
-    } rows[] = {
-        {"Lumenar.SequenceCtl.1\t@\tVistrel Control"},
-        {"Lumenar.SequenceCtl\\CurVer\t@\tLumenar.SequenceCtl.1"},
-        {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\InprocServer32\t@\t/opt/lumenar/liblumenar.so"},
-        {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\InprocServer32\tThreadingModel\tApartment"},
-        {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\ToolboxBitmap32\t@\t/opt/lumenar/liblumenar.so, "
-         "102"},
-        {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\MiscStatus\\1\t@\t131473"},
-        {"CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\VersionIndependentProgID\t@\tLumenar.SequenceCtl"},
-        {"TypeLib\\{3F6A2C40-8D1E-4B57-9A0C-5E71D248B613}\\1.0\t@\tLumenar 1.0 Type Library"},
+    const char* lines[] = {
+        "Lumenar.SequenceCtl.1\t@\tVistrel Control",
+        "Lumenar.SequenceCtl\\CurVer\t@\tLumenar.SequenceCtl.1",
+        "CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\InprocServer32\t@\t/opt/lumenar/liblumenar.so",
+        "CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\InprocServer32\tThreadingModel\tApartment",
+        ("CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\ToolboxBitmap32\t@\t/opt/lumenar/liblumenar.so, "
+         "102"),
+        "CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\MiscStatus\\1\t@\t131473",
+        "CLSID\\{3F6A2C41-8D1E-4B57-9A0C-5E71D248B613}\\VersionIndependentProgID\t@\tLumenar.SequenceCtl",
+        "TypeLib\\{3F6A2C40-8D1E-4B57-9A0C-5E71D248B613}\\1.0\t@\tLumenar 1.0 Type Library",
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_NE(store.find(std::string(row.line) + "\n"), std::string::npos);
-    }
+    for (const char* line : lines)
+        EXPECT_NE(store.find(std::string(line) + "\n"), std::string::npos) << line;
     const std::string desktop = Read(root_ / kDesktopEntryPath);
     EXPECT_NE(desktop.find("Exec=\"/opt/lumenar/lumenar\" play %u\n"), std::string::npos);
     EXPECT_NE(desktop.find("MimeType=application/x-vistrel-film;\n"), std::string::npos);

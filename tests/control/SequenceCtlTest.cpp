@@ -54,11 +54,16 @@ protected:
             std::remove(path.c_str());
     }
 
+    /// Writes `bytes` to a temporary file removed with the test; returns its path.
+    std::string TempFile(const Bytes& bytes, const std::string& stem)
+    {
+        files_.push_back(testing::WriteTempFile(bytes, stem));
+        return files_.back();
+    }
     /// Serves a stream from a temporary file; returns its path.
     std::string FilmFile(int items, std::int32_t mode, std::size_t padding = 0)
     {
-        files_.push_back(testing::WriteTempFile(testing::MakeFilmStream(items, mode, padding), "film.flm"));
-        return files_.back();
+        return TempFile(testing::MakeFilmStream(items, mode, padding), "film.flm");
     }
 
     int Create(const std::string& file, bool userMode = true)
@@ -132,8 +137,7 @@ TEST_F(SequenceCtlTest, StorageRoundTripAndHostileFiles)
     ASSERT_TRUE(loaded.ok()) << loaded.error().message;
     EXPECT_EQ(other.Properties(), control.Properties());
 
-    const std::string garbage = testing::WriteTempFile(std::vector<std::uint8_t>(1000, 0xD0), "garbage.stg");
-    files_.push_back(garbage);
+    const std::string garbage = TempFile(std::vector<std::uint8_t>(1000, 0xD0), "garbage.stg");
     const std::string noStream = testing::TempPath("nostream.stg");
     files_.push_back(noStream);
     testing::WriteCompoundFileTo(noStream, {testing::Node::Stream("Other", {1, 2, 3})});
@@ -357,15 +361,12 @@ TEST_F(SequenceCtlTest, FilmsThatCannotBeCompletedAreToldOnceWithTheReason)
 {
     const std::string good = FilmFile(2, film::kAdvanceManual);
     const Bytes goodBytes = testing::MakeFilmStream(2, film::kAdvanceManual);
-    files_.push_back(testing::WriteTempFile(Bytes(goodBytes.begin(), goodBytes.begin() + 300), "cut.flm"));
-    const std::string cut = files_.back();
-    files_.push_back(testing::WriteTempFile(testing::Pattern(3000, 1), "noise.flm"));
-    const std::string noise = files_.back();
-    files_.push_back(testing::WriteTempFile(StreamOfVersion(201), "newer.flm"));
-    const std::string newer = files_.back();
+    const std::string cut = TempFile(Bytes(goodBytes.begin(), goodBytes.begin() + 300), "cut.flm");
+    const std::string newer = TempFile(StreamOfVersion(201), "newer.flm");
     FilmServer missing(good, {.status = 404});
-    FilmServer looping(good, {.redirectLoop = true});
-    ASSERT_FALSE(missing.Address().empty() || looping.Address().empty());
+    ASSERT_FALSE(missing.Address().empty());
+    // One row per way a film fails: a failed transfer, an address refused at the start, a stream cut
+    // short and a film file refused. The download's and the receiver's tests list their reasons.
     struct Row
     {
         const char* name;
@@ -373,11 +374,7 @@ TEST_F(SequenceCtlTest, FilmsThatCannotBeCompletedAreToldOnceWithTheReason)
         std::string reason; // Failure() starts with this; empty: the film plays whole.
     } rows[] = {
         {"404", missing.Address(), "404 Not Found"},
-        {"redirect loop", looping.Address(), "more than 10 redirects"},
-        {"nobody listens", "http://127.0.0.1:1/film", "failed to connect to 127.0.0.1 port 1"},
         {"other scheme", "ftp://127.0.0.1/film", "not an http, https or file address"},
-        {"missing file", good + ".missing", "couldn't open file"},
-        {"no film marker", noise, "not a film stream (no film marker in its 3000 bytes)"},
         {"ends inside the film file", cut, "the stream ends inside the film file"},
         {"newer version", newer, "the film file has version 201; this player reads version 200"},
         {"whole", good, ""},
@@ -409,8 +406,7 @@ TEST_F(SequenceCtlTest, FilmsThatCannotBeCompletedAreToldOnceWithTheReason)
 
 TEST_F(SequenceCtlTest, FilmFilesHeldForTheirVersionAreReleasedWithTheControl)
 {
-    files_.push_back(testing::WriteTempFile(StreamOfVersion(199), "older.flm"));
-    const std::string older = files_.back();
+    const std::string older = TempFile(StreamOfVersion(199), "older.flm");
     ASSERT_EQ(Create(older), 0);
     ASSERT_TRUE(PumpUntil([&] { return !control_->Failure().empty(); }));
     control_.reset();
@@ -433,6 +429,10 @@ TEST_F(SequenceCtlTest, ContextMenuGreysTheRightEntryAndSendsTheChoice)
 {
     ASSERT_EQ(Create(FilmFile(1, film::kAdvanceManual)), 0);
     host_->Pump(0);
+    const auto clickStop = [&] {
+        auto r = host_->PopupMenuEntryRect(1);
+        host_->InjectButtonUp((r.left + r.right) / 2, (r.top + r.bottom) / 2);
+    };
     struct Row
     {
         const char* name;
@@ -440,18 +440,8 @@ TEST_F(SequenceCtlTest, ContextMenuGreysTheRightEntryAndSendsTheChoice)
         bool playGrayed;              // Before the choice.
         ControlState after;
     } rows[] = {
-        {"click on Stop",
-         [&] {
-             auto r = host_->PopupMenuEntryRect(1);
-             host_->InjectButtonUp((r.left + r.right) / 2, (r.top + r.bottom) / 2);
-         },
-         true, ControlState::Stopped},
-        {"click on the greyed Stop does nothing",
-         [&] {
-             auto r = host_->PopupMenuEntryRect(1);
-             host_->InjectButtonUp((r.left + r.right) / 2, (r.top + r.bottom) / 2);
-         },
-         false, ControlState::Stopped},
+        {"click on Stop", clickStop, true, ControlState::Stopped},
+        {"click on the greyed Stop does nothing", clickStop, false, ControlState::Stopped},
         {"keys choose Play",
          [&] {
              host_->InjectKey(platform::kKeyDown);

@@ -429,6 +429,9 @@ TEST(Transitions, PixelsComeFromWhereTheMotionSays)
         {"slide keeps the source in place", SlideIn, 80, 8, 50, kDirectionLeft, 1, 10, 3, At('S', 10, 3)},
         {"push from the left", Push, 80, 8, 50, kDirectionLeft, 1, 39, 2, At('T', 79, 2)},
         {"push moves the source along", Push, 80, 8, 50, kDirectionLeft, 1, 40, 2, At('S', 0, 2)},
+        {"push by ten: the target's first column", Push, 100, 2, 10, kDirectionLeft, 1, 0, 1, At('T', 90, 1)},
+        {"push by ten: the target's last column", Push, 100, 2, 10, kDirectionLeft, 1, 9, 1, At('T', 99, 1)},
+        {"push by ten: the source's last column", Push, 100, 2, 10, kDirectionLeft, 1, 99, 0, At('S', 89, 0)},
         {"push from the right", Push, 80, 8, 50, kDirectionRight, 1, 39, 2, At('S', 79, 2)},
         {"push from the right, target", Push, 80, 8, 50, kDirectionRight, 1, 40, 2, At('T', 0, 2)},
         {"slide from the right", SlideIn, 80, 8, 50, kDirectionRight, 1, 70, 5, At('T', 0, 5)},
@@ -554,16 +557,6 @@ TEST(Transitions, PixelsComeFromWhereTheMotionSays)
         else
             EXPECT_EQ(p.From(row.x, row.r), row.expected);
     }
-}
-
-TEST(EdgeFamily, PushFromTheLeftByTenPixels)
-{
-    Pictures p(100, 2);
-    p.Run(Push, 10, 100, kDirectionLeft, 1);
-    for (int x = 0; x < 10; ++x)
-        EXPECT_EQ(p.From(x, 1), At('T', 90 + x, 1));
-    for (int x = 10; x < 100; ++x)
-        EXPECT_EQ(p.From(x, 0), At('S', x - 10, 0));
 }
 
 TEST(CrossFade, PackedWeightingAtTheEnds)

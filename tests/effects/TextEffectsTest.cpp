@@ -239,12 +239,7 @@ TEST(TextEffectFramework, SheetsAndShadowFollowTheRecord)
         TextEffectState* state = FindTextState(caption.record.effectState);
         ASSERT_NE(state, nullptr);
         EXPECT_EQ(LiveTextStates(), before + 1);
-        for (int cell : {state->glyphCellWidth, state->shadowCellWidth}) {
-            EXPECT_EQ(cell & (cell - 1), 0) << cell;
-        }
         EXPECT_GE(state->glyphCellWidth, 2 * state->metrics.maxCharWidth);
-        EXPECT_EQ(state->glyphSheetHeight, 2 * state->glyphCellHeight);
-        EXPECT_EQ(state->shadowCellHeight, state->glyphCellHeight + 6);
         // Metrics are kept at the caption's size: about 48 pixels of em.
         EXPECT_GT(state->metrics.height, 48);
         EXPECT_LT(state->metrics.height, 64);
@@ -474,40 +469,34 @@ TEST(TextEffects, MotionSeenThroughTheInk)
         SCOPED_TRACE(row.name);
         Caption caption(1);
         const Ink ink = caption.Frame(row.row, row.num, row.den);
+        // Every row but the empty ones draws something.
+        EXPECT_EQ(ink.pixels > 0, row.where != Where::Nothing);
         switch (row.where) {
         case Where::Nothing:
-            EXPECT_EQ(ink.pixels, 0);
             break;
         case Where::Place:
             EXPECT_EQ(ink, place);
             break;
         case Where::LeftOf:
             EXPECT_LT(ink.right, place.right);
-            EXPECT_GT(ink.pixels, 0);
             break;
         case Where::RightOf:
             EXPECT_GT(ink.left, place.left);
-            EXPECT_GT(ink.pixels, 0);
             break;
         case Where::Above:
             EXPECT_LT(ink.bottom, place.bottom);
-            EXPECT_GT(ink.pixels, 0);
             break;
         case Where::Below:
             EXPECT_GT(ink.top, place.top);
-            EXPECT_GT(ink.pixels, 0);
             break;
         case Where::Fainter:
             EXPECT_LT(ink.maxRed, place.maxRed - 50);
-            EXPECT_GT(ink.pixels, 0);
             break;
         case Where::Shorter:
             EXPECT_LT(ink.bottom - ink.top, place.bottom - place.top - 4);
-            EXPECT_GT(ink.pixels, 0);
             break;
         case Where::Narrower:
             EXPECT_LT(ink.right - ink.left, place.right - place.left - 4);
-            EXPECT_GT(ink.pixels, 0);
             break;
         case Where::Taller:
             EXPECT_GT(ink.bottom - ink.top, place.bottom - place.top + 4);
@@ -518,7 +507,6 @@ TEST(TextEffects, MotionSeenThroughTheInk)
             break;
         case Where::Moved:
             EXPECT_NE(ink, place);
-            EXPECT_GT(ink.pixels, 0);
             break;
         case Where::Sparkles:
             EXPECT_GT(ink.lighter, 10);

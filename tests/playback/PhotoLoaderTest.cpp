@@ -2,9 +2,9 @@
 
 #include "codec/Photo.h"
 #include "platform/CorruptPhotoPolicy.h"
-#include "platform/InMemoryPictures.h"
 #include "playback/ClipPlayer.h"
 #include "playback/SlidePlayer.h"
+#include "tests/support/FilmWriter.h"
 #include "tests/support/JpegWriter.h"
 #include "tests/support/MessageCapture.h"
 
@@ -25,16 +25,13 @@ constexpr std::uint32_t kLongWait = 5000; // Generous: the loader polls every 10
 /// A registered in-memory photo of `width` x `height`, named as a film names it.
 FilmFile GoodPhoto(int width, int height)
 {
-    const auto name =
-        platform::RegisterInMemoryPicture(testing::MakeUniformPhoto(width, height, testing::DcBlock(40)));
-    return FilmFile{std::to_string(name.length), std::to_string(name.address)};
+    return testing::InMemoryFile(testing::MakeUniformPhoto(width, height, testing::DcBlock(40)));
 }
 
 /// Registered bytes that are no photo.
 FilmFile BadPhoto()
 {
-    const auto name = platform::RegisterInMemoryPicture(std::vector<std::uint8_t>(64, 0x5A));
-    return FilmFile{std::to_string(name.length), std::to_string(name.address)};
+    return testing::InMemoryFile(std::vector<std::uint8_t>(64, 0x5A));
 }
 
 const FilmFile kNoMask{"", "0"};
@@ -200,8 +197,7 @@ TEST(PhotoLoader, StopWhilePollingEndsTheThreadAndSaysSo)
 /// the loader goes on; a host that asked for the old behaviour gets exit status 1.
 TEST(PhotoLoader, AFatallyCorruptPhotoIsRefusedAndReportedUnlessTheHostAskedToEnd)
 {
-    const auto corrupt = platform::RegisterInMemoryPicture(testing::MakeRunPastEndPhoto());
-    const FilmFile photo{std::to_string(corrupt.length), std::to_string(corrupt.address)};
+    const FilmFile photo = testing::InMemoryFile(testing::MakeRunPastEndPhoto());
     {
         testing::MessageCapture messages;
         LoaderRig rig({PhotoItem(photo), PhotoItem(GoodPhoto(8, 8))});

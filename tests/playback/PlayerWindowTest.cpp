@@ -5,8 +5,8 @@
 #include "codec/Photo.h"
 #include "platform/Clock.h"
 #include "platform/Timer.h"
-#include "platform/InMemoryPictures.h"
 #include "records/CaptionFont.h"
+#include "tests/support/FilmWriter.h"
 #include "tests/support/JpegWriter.h"
 
 #include <gtest/gtest.h>
@@ -26,16 +26,7 @@ using namespace std::chrono_literals;
 /// A uniform photo whose luma level depends on `dc`, registered in memory; returns its film reference.
 film::FilmFile UniformPhoto(int dc, int width = 64, int height = 48)
 {
-    platform::InMemoryPictureName name =
-        platform::RegisterInMemoryPicture(testing::MakeUniformPhoto(width, height, testing::DcBlock(dc)));
-    return {std::to_string(name.length), std::to_string(name.address)};
-}
-
-film::FilmFile Garbage()
-{
-    platform::InMemoryPictureName name =
-        platform::RegisterInMemoryPicture(std::vector<std::uint8_t>(100, 0x42));
-    return {std::to_string(name.length), std::to_string(name.address)};
+    return testing::InMemoryFile(testing::MakeUniformPhoto(width, height, testing::DcBlock(dc)));
 }
 
 /// The colour a uniform photo decodes to (blue, green, red packed).
@@ -279,7 +270,8 @@ TEST(PlayerWindow, AnUndecodablePhotoLeavesTheLastGoodPictureOnScreen)
 {
     film::FilmFile good = UniformPhoto(300);
     Harness h(film::kAdvanceManual);
-    h.Play({PhotoItem(good, 1, 0), PhotoItem(Garbage(), 1, 0)});
+    h.Play({PhotoItem(good, 1, 0),
+            PhotoItem(testing::InMemoryFile(std::vector<std::uint8_t>(100, 0x42)), 1, 0)});
     ASSERT_TRUE(h.RunUntil([&] { return h.player_.StepsDone() >= 1; }, 100));
     h.host_->InjectKey(platform::kKeyPageDown);
     ASSERT_TRUE(h.RunUntil([&] { return h.player_.StepsDone() >= 2; }, 100));

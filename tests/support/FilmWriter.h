@@ -2,6 +2,7 @@
 
 #include "film/Film.h"
 #include "platform/CompoundFileWriter.h"
+#include "platform/InMemoryPictures.h"
 #include "tests/support/TestBytes.h"
 
 #include <cstdint>
@@ -61,6 +62,13 @@ Bytes FilmFileOfVersion(std::uint32_t version);
 film::FilmItem PhotoItem(std::string photoName, std::int32_t effect = 0, std::int32_t displaySeconds = 3);
 /// A caption with distinct style bytes (including the three words layout and effects fill in).
 film::FilmText Caption(std::string text, std::int32_t effect = 0, std::uint32_t seed = 1);
+
+/// Registers `bytes` as an in-memory picture; returns the film reference that names it.
+inline film::FilmFile InMemoryFile(std::vector<std::uint8_t> bytes)
+{
+    const platform::InMemoryPictureName name = platform::RegisterInMemoryPicture(std::move(bytes));
+    return {std::to_string(name.length), std::to_string(name.address)};
+}
 
 /// A fresh path for a temporary file of this test process.
 std::string TempPath(const std::string& stem);
