@@ -1,5 +1,6 @@
 #include "app/RenderOutput.h"
 
+#include "base/Stopwatch.h"
 #include "base/StrCat.h"
 #include "platform/ImageFile.h"
 
@@ -14,23 +15,6 @@ namespace {
 
 using base::StrCat;
 namespace fs = std::filesystem;
-
-/// Adds the wall time of its scope to a total.
-class Stopwatch
-{
-public:
-    explicit Stopwatch(double& total) : total_(total), start_(std::chrono::steady_clock::now()) {}
-    ~Stopwatch()
-    {
-        total_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-    }
-    Stopwatch(const Stopwatch&) = delete;
-    Stopwatch& operator=(const Stopwatch&) = delete;
-
-private:
-    double& total_;
-    std::chrono::steady_clock::time_point start_;
-};
 
 platform::BgrxPicture BottomUp(const std::vector<std::uint8_t>& topDown, int width, int height)
 {
@@ -66,10 +50,10 @@ public:
         } else {
             platform::BgrxPicture picture;
             {
-                Stopwatch converting(timings_.convert);
+                base::Stopwatch converting(timings_.convert);
                 picture = BottomUp(topDown, width_, height_);
             }
-            Stopwatch encoding(timings_.encode);
+            base::Stopwatch encoding(timings_.encode);
             LUM_TRY(platform::WriteImageFile(path, picture));
         }
         last_ = path;
@@ -101,7 +85,7 @@ public:
         if (shot.repeat && held_)
             return {};
         LUM_TRY(WriteHeld(shot.ms));
-        Stopwatch converting(timings_.convert);
+        base::Stopwatch converting(timings_.convert);
         held_ = BottomUp(topDown, width_, height_);
         heldMs_ = shot.ms;
         return {};
@@ -109,7 +93,7 @@ public:
     base::Status Finish(std::uint64_t endMs) override
     {
         LUM_TRY(WriteHeld(endMs));
-        Stopwatch encoding(timings_.encode);
+        base::Stopwatch encoding(timings_.encode);
         return writer_->Finish();
     }
     platform::VideoTimings Timings() const override { return timings_; }
@@ -121,7 +105,7 @@ private:
     {
         if (!held_)
             return {};
-        Stopwatch encoding(timings_.encode);
+        base::Stopwatch encoding(timings_.encode);
         const std::uint64_t start = (heldMs_ + 5) / 10 * 10;
         const std::uint64_t end = (untilMs + 5) / 10 * 10;
         if (end > start)

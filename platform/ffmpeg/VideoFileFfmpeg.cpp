@@ -2,6 +2,7 @@
 // libavcodec encodes both and libavformat muxes them.
 #include "platform/VideoFile.h"
 
+#include "base/Stopwatch.h"
 #include "base/StrCat.h"
 #include "platform/Path.h"
 
@@ -71,23 +72,6 @@ base::Error AvError(const std::string& path, const char* what, int code)
 }
 
 constexpr int kSoundChannels = 2;
-
-/// Adds the wall time of its scope to a total.
-class Stopwatch
-{
-public:
-    explicit Stopwatch(double& total) : total_(total), start_(std::chrono::steady_clock::now()) {}
-    ~Stopwatch()
-    {
-        total_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-    }
-    Stopwatch(const Stopwatch&) = delete;
-    Stopwatch& operator=(const Stopwatch&) = delete;
-
-private:
-    double& total_;
-    std::chrono::steady_clock::time_point start_;
-};
 
 class FfmpegVideoWriter final : public VideoWriter
 {
@@ -219,7 +203,7 @@ public:
         const int blocks = static_cast<int>(pcm.size() / std::max<std::uint16_t>(soundIn_.blockAlign, 1));
         const std::uint8_t* in[1] = {pcm.data()};
         {
-            Stopwatch converting(timings_.convert);
+            base::Stopwatch converting(timings_.convert);
             LUM_TRY(Resample(in, blocks));
         }
         return DrainSound(false);
@@ -386,7 +370,7 @@ private:
     // Sends a frame (null: end of stream) and writes every packet that comes out.
     base::Status Send(AVCodecContext* codec, AVStream* stream, AVFrame* frame)
     {
-        Stopwatch encoding(timings_.encode);
+        base::Stopwatch encoding(timings_.encode);
         if (int r = avcodec_send_frame(codec, frame); r < 0)
             return AvError(path_, "the encoder refused a frame", r);
         for (;;) {
